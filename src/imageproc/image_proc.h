@@ -1,0 +1,32 @@
+// ImageProc: the context of the kernels that run on a ParallelExecutor. ImageProc2: that of the kernels on a Pel.
+#ifndef ZVT4_IMAGEPROC_IMAGE_PROC_H_
+#define ZVT4_IMAGEPROC_IMAGE_PROC_H_
+
+#include "image/image.h"
+#include "parallel/parallel_executor.h"
+#include "parallel/pel.h"
+
+struct ImageProc {
+  Env* env;
+  ParallelExecutor* executor;
+};
+
+struct ImageProc2 {
+  Env* env;
+  Pel* pel;
+};
+
+extern "C" {
+Status construct_ImageProc(ImageProc* proc, Env* env) ZVT4_NAME(construct_ImageProc);
+Status destruct_ImageProc(ImageProc* proc) ZVT4_NAME(destruct_ImageProc);
+Status ImageProc_setParallelExecutor(ImageProc* proc, ParallelExecutor* executor)
+    ZVT4_NAME(ImageProc_setParallelExecutor);
+Status construct_ImageProc2(ImageProc2* proc, Env* env) ZVT4_NAME(construct_ImageProc2);
+Status destruct_ImageProc2(ImageProc2* proc) ZVT4_NAME(destruct_ImageProc2);
+int32_t ImageProc2_getBufferSize(int32_t width, int32_t height, int32_t format) ZVT4_NAME(ImageProc2_getBufferSize);
+}
+
+Status ImageProc2_setPel(ImageProc2* proc, Pel* pel);
+Status ImageProc2_recycle(ImageProc2* proc);
+
+#endif  // ZVT4_IMAGEPROC_IMAGE_PROC_H_
