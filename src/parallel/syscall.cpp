@@ -1,0 +1,24 @@
+#include "parallel/syscall.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstring>
+
+int32_t Syscall_getNumberOfProcessors(Env*) {
+  const long count = sysconf(_SC_NPROCESSORS_CONF);
+  return count < 2 ? 1 : static_cast<int32_t>(count);
+}
+
+Status Syscall_setThreadAffinityMask(Env*, uint32_t mask) {
+  // The kernel clears the processors behind the end of a short mask and ignores what it has no processors for.
+  unsigned char every[1024];  // 8192 processors
+  long result;
+  if (mask == 0xFFFFFFFFu) {
+    std::memset(every, 0xFF, sizeof every);
+    result = syscall(SYS_sched_setaffinity, 0, sizeof every, every);
+  } else {
+    result = syscall(SYS_sched_setaffinity, 0, sizeof mask, &mask);
+  }
+  return result == 0 ? ZELVAN_OK : ZELVAN_ERROR_RESOURCE;
+}
