@@ -5,6 +5,8 @@
 #include "image/image.h"
 
 // The public records; api/zelvan_tessaline4.h declares the same for callers.
+#ifndef ZELVAN_IMAGE_DATA_DEFINED
+#define ZELVAN_IMAGE_DATA_DEFINED
 struct zelvan_ImageData {
   int32_t width;
   int32_t height;
@@ -23,6 +25,7 @@ struct zelvan_ImageDataEx {
   int32_t pitch1;
   int32_t pitch2;
 };
+#endif
 
 extern "C" {
 int32_t IF_getImageSize(int32_t width, int32_t height, const char* format) ZVT4_NAME(IF_getImageSize);

@@ -1,0 +1,173 @@
+/* zelvan_tessaline4: a burst of hand-held frames in, one sharper and less noisy still out.
+ *
+ * The caller gives one buffer for all working memory; the library asks the system for nothing but its threads.
+ *
+ *   zelvan_Tessaline4 handle;
+ *   int32_t bytes = zelvan_Tessaline4_getBufferSize(width, height, frameCount, "YVU420_SEMIPLANAR");
+ *   zelvan_Tessaline4_initialize(&handle, buffer, bytes, width, height);
+ *   ... setters ...
+ *   zelvan_Tessaline4_start(&handle, &output, frameCount);
+ *   for each frame: zelvan_Tessaline4_addImage(&handle, &frame);
+ *   zelvan_Tessaline4_getResult(&handle);
+ *   zelvan_Tessaline4_finalize(&handle);
+ *
+ * Frame buffers must stay valid until the merge is done, and the library may change their pixels. One caller thread
+ * per instance; several instances may run side by side, each in its own buffer. docs/using.md tells the rest. */
+#ifndef ZELVAN_TESSALINE4_H_
+#define ZELVAN_TESSALINE4_H_
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#if defined(__GNUC__)
+#define ZELVAN_TESSALINE4_API __attribute__((visibility("default")))
+#else
+#define ZELVAN_TESSALINE4_API
+#endif
+
+/* Status words. The top bit marks a failure; functions of several steps return the bitwise OR of their steps. */
+#define ZELVAN_TESSALINE4_OK 0u
+#define ZELVAN_TESSALINE4_ERROR_GENERAL 0x80000000u
+#define ZELVAN_TESSALINE4_ERROR_PARAM 0x80000001u
+#define ZELVAN_TESSALINE4_ERROR_STATE 0x80000002u
+#define ZELVAN_TESSALINE4_ERROR_NOMEM 0x80000004u
+#define ZELVAN_TESSALINE4_ERROR_UNSUPPORTED 0x80000010u
+#define ZELVAN_TESSALINE4_ERROR_TIMEOUT 0x80000080u
+#define ZELVAN_TESSALINE4_ERROR_RESOURCE 0xC0000000u
+
+/* What became of a frame: zelvan_Tessaline4_getMergeStatus. */
+#define ZELVAN_TESSALINE4_MERGED 0
+#define ZELVAN_TESSALINE4_BAD_MOTION 1 /* not tracked, or too little overlap with the base */
+#define ZELVAN_TESSALINE4_BLURRED 2    /* much less sharp than the base */
+#define ZELVAN_TESSALINE4_GHOST 3      /* too much of it differs from the base */
+#define ZELVAN_TESSALINE4_NOT_USED 4   /* behind the number of frames to merge */
+
+typedef struct zelvan_Tessaline4 {
+  struct Tessal4Handle* pointer; /* inside the caller's buffer; null when there is no instance */
+} zelvan_Tessaline4;
+
+#ifndef ZELVAN_IMAGE_DATA_DEFINED
+#define ZELVAN_IMAGE_DATA_DEFINED
+typedef struct zelvan_ImageData {
+  int32_t width;
+  int32_t height;
+  void* plane0; /* luma, or the interleaved pixels */
+  void* plane1; /* chroma pairs, or U */
+  void* plane2; /* V */
+} zelvan_ImageData;
+
+typedef struct zelvan_ImageDataEx {
+  int32_t width;
+  int32_t height;
+  void* plane0;
+  void* plane1;
+  void* plane2;
+  int32_t pitch0; /* bytes from row to row */
+  int32_t pitch1;
+  int32_t pitch2;
+} zelvan_ImageDataEx;
+#endif
+
+ZELVAN_TESSALINE4_API const char* zelvan_Tessaline4_getVersion(void);
+/* Bytes of working memory for bursts of this size. */
+ZELVAN_TESSALINE4_API int32_t zelvan_Tessaline4_getBufferSize(int32_t width, int32_t height, int32_t frameCount,
+                                                              const char* format);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_initialize(zelvan_Tessaline4* handle, void* buffer, int32_t bufferSize,
+                                                            int32_t width, int32_t height);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_finalize(zelvan_Tessaline4* handle);
+
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_start(zelvan_Tessaline4* handle, zelvan_ImageData* output,
+                                                       int32_t frameCount);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_startEx(zelvan_Tessaline4* handle, zelvan_ImageDataEx* output,
+                                                         int32_t frameCount);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_reset(zelvan_Tessaline4* handle);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_addImage(zelvan_Tessaline4* handle, zelvan_ImageData* frame);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_addImageEx(zelvan_Tessaline4* handle, zelvan_ImageDataEx* frame);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getResult(zelvan_Tessaline4* handle);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_merge(zelvan_Tessaline4* handle);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_enhance(zelvan_Tessaline4* handle);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getMergeStatus(zelvan_Tessaline4* handle, int32_t* status,
+                                                                int32_t index);
+
+/* Settings: open between initialize and start. */
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setImageFormat(zelvan_Tessaline4* handle, const char* format);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getImageFormat(zelvan_Tessaline4* handle, char* text, int32_t size);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setNumberOfMergeImages(zelvan_Tessaline4* handle, int32_t count);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getNumberOfMergeImages(zelvan_Tessaline4* handle, int32_t* count);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setCoreSetting(zelvan_Tessaline4* handle, int32_t threads,
+                                                                uint32_t mask);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getCoreSetting(zelvan_Tessaline4* handle, int32_t* threads,
+                                                                uint32_t* mask);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setAutoScaling(zelvan_Tessaline4* handle, int32_t flag);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getAutoScaling(zelvan_Tessaline4* handle, int32_t* flag);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setAutoSorting(zelvan_Tessaline4* handle, int32_t flag);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getAutoSorting(zelvan_Tessaline4* handle, int32_t* flag);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setObjBlurCorrectionLevel(zelvan_Tessaline4* handle, int32_t level);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getObjBlurCorrectionLevel(zelvan_Tessaline4* handle, int32_t* level);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setLumaNoiseReductionLevel(zelvan_Tessaline4* handle, int32_t level);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getLumaNoiseReductionLevel(zelvan_Tessaline4* handle, int32_t* level);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setChromaNoiseReductionLevel(zelvan_Tessaline4* handle, int32_t level);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getChromaNoiseReductionLevel(zelvan_Tessaline4* handle,
+                                                                              int32_t* level);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setSaturationLevel(zelvan_Tessaline4* handle, int32_t level);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getSaturationLevel(zelvan_Tessaline4* handle, int32_t* level);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setGain(zelvan_Tessaline4* handle, int32_t percent);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getGain(zelvan_Tessaline4* handle, int32_t* percent);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setGamma(zelvan_Tessaline4* handle, int32_t percent);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getGamma(zelvan_Tessaline4* handle, int32_t* percent);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setContrast(zelvan_Tessaline4* handle, int32_t value);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getContrast(zelvan_Tessaline4* handle, int32_t* value);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setSharpnessEnhanceLevel(zelvan_Tessaline4* handle, int32_t level);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getSharpnessEnhanceLevel(zelvan_Tessaline4* handle, int32_t* level);
+
+/* The raw values behind the levels. */
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setObjBlurCorrectionLevel_internal(zelvan_Tessaline4* handle,
+                                                                                    double value);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getObjBlurCorrectionLevel_internal(zelvan_Tessaline4* handle,
+                                                                                    double* value);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setLumaNoiseReductionLevel_internal(zelvan_Tessaline4* handle,
+                                                                                     double percent);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getLumaNoiseReductionLevel_internal(zelvan_Tessaline4* handle,
+                                                                                     double* percent);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setChromaNoiseReductionLevel_internal(zelvan_Tessaline4* handle,
+                                                                                       double value);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getChromaNoiseReductionLevel_internal(zelvan_Tessaline4* handle,
+                                                                                       double* value);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setLumaNoiseReductionTimes_internal(zelvan_Tessaline4* handle,
+                                                                                     int32_t count);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getLumaNoiseReductionTimes_internal(zelvan_Tessaline4* handle,
+                                                                                     int32_t* count);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setChromaNoiseReductionTimes_internal(zelvan_Tessaline4* handle,
+                                                                                       int32_t count);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getChromaNoiseReductionTimes_internal(zelvan_Tessaline4* handle,
+                                                                                       int32_t* count);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setRemoveSpikeNoiseLevel_internal(zelvan_Tessaline4* handle,
+                                                                                   int32_t level);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getRemoveSpikeNoiseLevel_internal(zelvan_Tessaline4* handle,
+                                                                                   int32_t* level);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setSharpnessEnhanceSigma_internal(zelvan_Tessaline4* handle,
+                                                                                   double sigma1, double sigma2);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getSharpnessEnhanceSigma_internal(zelvan_Tessaline4* handle,
+                                                                                   double* sigma1, double* sigma2);
+
+/* Strength by the number k of frames that agree at a pixel; items 0 to n are read, n at most 32. */
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setNoiseReductionLevels(zelvan_Tessaline4* handle, const float* levels,
+                                                                         int32_t n);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setUvNoiseReductionThres(zelvan_Tessaline4* handle,
+                                                                          const int32_t* thresholds, int32_t n);
+
+/* start calls this once; a second call would scale the strength tables again. */
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setInternalParameter(zelvan_Tessaline4* handle);
+
+/* In-place conversion of a caller's buffer from format 16 or 26 to the working format 27. */
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_convertInput(zelvan_Tessaline4* handle, zelvan_ImageData* data,
+                                                              int32_t fromFormat, int32_t toFormat);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* ZELVAN_TESSALINE4_H_ */
