@@ -25,8 +25,5 @@ template <typename T>
 inline bool atomicCompareExchange(T* at, T* expected, T desired) {
   return __atomic_compare_exchange_n(at, expected, desired, false, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST);
 }
-inline void atomicFence() {
-  __atomic_thread_fence(__ATOMIC_SEQ_CST);
-}
 
 #endif  // ZVT4_BASE_ATOMIC_H_

@@ -8,7 +8,7 @@
 #include "base/export.h"
 
 extern "C" {
-// floor(sqrt(n)) for n >= 0, by integer Newton steps.
+// floor(sqrt(n)) for n >= 0, by integer Newton steps. The result means nothing for n < 0.
 int32_t isqrt(int32_t n) ZVT4_NAME(isqrt);
 }
 

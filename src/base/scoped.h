@@ -27,7 +27,10 @@ template <typename T>
 class ScopedBlock {
  public:
   ScopedBlock(Env* env, size_t count)
-      : env_(env), data_(static_cast<T*>(Heap2_malloc(&env->heap, static_cast<uint32_t>(count * sizeof(T))))) {}
+      : env_(env),
+        data_(count > UINT32_MAX / sizeof(T)
+                  ? nullptr
+                  : static_cast<T*>(Heap2_malloc(&env->heap, static_cast<uint32_t>(count * sizeof(T))))) {}
   ~ScopedBlock() { Heap2_free(&env_->heap, data_); }
   ScopedBlock(const ScopedBlock&) = delete;
   ScopedBlock& operator=(const ScopedBlock&) = delete;
