@@ -1,4 +1,18 @@
 // Per-pixel arithmetic, table lookup, conversion between pixel types, fill.
+//
+// The route of an operation follows from the pair of formats. Sizes are those of dst; sources must be at least as
+// large, which is not checked. Rows go to the executor in slices, and every operation may run in place: a pixel is read
+// before it is written. Null arguments give ZELVAN_ERROR_PARAM.
+//
+// ImageProc_clearY: fills with a grey value. 27 and 29: luma value & 255, chroma 128. UINT8 and UINT16: the low 8 or 16
+//   bits of value. FLOAT: the value. Any other format: ZELVAN_ERROR_PARAM.
+// ImageProc_cvt: equal formats: a copy of all planes. UINT8 from 24 to 29: luma. Any other pair, and an empty image:
+//   ZELVAN_ERROR_GENERAL.
+// ImageProc_n_shift: a >> n without rounding; for negative n a << -n; 0 for shifts of 32 and more. UINT8 and UINT16
+//   into themselves keep the low bits. UINT16 into UINT8, the 16-bit weights that become an 8-bit map, saturates at
+//   255. Any other pair: ZELVAN_ERROR_PARAM.
+// ImageProc_table: dst = table[src] for UINT8 into UINT8, else ZELVAN_ERROR_UNSUPPORTED. Pixels beyond the table become
+//   0. A table of less than 33 entries does nothing, with success.
 #ifndef ZVT4_IMAGEPROC_ARITHMETIC_H_
 #define ZVT4_IMAGEPROC_ARITHMETIC_H_
 
