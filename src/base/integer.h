@@ -1,4 +1,4 @@
-// Small integer helpers that kernels share.
+// Small integer functions that kernels share.
 #ifndef ZVT4_BASE_INTEGER_H_
 #define ZVT4_BASE_INTEGER_H_
 
