@@ -48,6 +48,8 @@ class TestImage : public Image {
     return ((height + (1 << d.shiftY) - 1) >> d.shiftY) * d.rows;
   }
 
+  // Pixels, padding and guards; for two images of one shape.
+  bool sameBytes(const TestImage& other) const { return bytes_ == other.bytes_; }
   bool unchanged() const { return bytes_ == before_; }
   // Whether all bytes but the pixels are those of the beginning.
   bool guardsUnchanged() const {

@@ -1,0 +1,268 @@
+#include "image/image.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+
+#include "layout_model.h"
+#include "support/test_arena.h"
+#include "support/test_image.h"
+
+namespace {
+
+constexpr int32_t kHighest = std::numeric_limits<int32_t>::max();
+
+TEST(ImageInit, PlanesAndPitches) {
+  TestArena arena;
+  uint8_t memory[3] = {};
+  for (int32_t id = 1; id < 68; ++id) {
+    SCOPED_TRACE(Image_getImageFormatStr(id));
+    const LayoutModel model = layoutOf(Image_getImageFormatStr(id));
+    void* planes[3] = {memory, memory + 1, memory + 2};
+    intptr_t words[6] = {};
+    for (int32_t p = 0; p < model.planes; ++p) {
+      words[p] = reinterpret_cast<intptr_t>(planes[p]);
+      words[model.planes + p] = 100 + p;
+    }
+    ScopedImage own(arena.env()), dense(nullptr), pitched(nullptr);
+    ASSERT_EQ(Image_init(&own, 37, 21, nullptr, id), ZELVAN_OK);
+    ASSERT_EQ(Image_init(&dense, 37, 21, model.planes == 1 ? planes[0] : planes, id), ZELVAN_OK);
+    ASSERT_EQ(Image_initWithPitch(&pitched, 37, 21, words, id), ZELVAN_OK);
+    EXPECT_TRUE(own.external == 0 && dense.external == 1 && pitched.external == 1);
+    int64_t offset = 0;
+    for (int32_t p = 0; p < 3; ++p) {
+      const auto plane = [p](const Image& i) { return p == 0 ? i.plane0 : p == 1 ? i.plane1 : i.plane2; };
+      const auto pitch = [p](const Image& i) { return p == 0 ? i.pitch0 : p == 1 ? i.pitch1 : i.pitch2; };
+      const bool present = p < model.planes;
+      EXPECT_EQ(plane(own), present ? own.plane0 + offset : nullptr);
+      EXPECT_EQ(plane(dense), present ? memory + p : nullptr);
+      EXPECT_EQ(plane(pitched), present ? memory + p : nullptr);
+      EXPECT_EQ(pitch(own), model.rowBytes(p, 37));
+      EXPECT_EQ(pitch(dense), model.rowBytes(p, 37));
+      EXPECT_EQ(pitch(pitched), present ? 100 + p : 0);
+      offset += model.rowBytes(p, 37) * model.rows(p, 21);
+    }
+    EXPECT_GE(arena.used(), offset);
+  }
+  EXPECT_EQ(arena.used(), 0u);
+}
+
+TEST(ImageInit, ABlockOfTheSameSizeIsKept) {
+  TestArena arena;
+  ScopedImage image(arena.env()), barrier(arena.env());
+  ASSERT_EQ(Image_init(&image, 32, 24, nullptr, IMAGE_YUV420_PLANAR), ZELVAN_OK);
+  ASSERT_EQ(Image_init(&barrier, 64, 1, nullptr, IMAGE_UINT8), ZELVAN_OK);
+  uint8_t* const block = image.plane0;
+  const int32_t same[][3] = {{32, 24, IMAGE_YUV420_SEMIPLANAR}, {48, 24, IMAGE_UINT8}, {16, 18, IMAGE_FLOAT}};
+  for (const auto& [w, h, format] : same) {
+    ASSERT_EQ(Image_init(&image, w, h, nullptr, format), ZELVAN_OK);
+    EXPECT_TRUE(image.plane0 == block && image.format == format);
+  }
+  ASSERT_EQ(Image_init(&image, 49, 24, nullptr, IMAGE_UINT8), ZELVAN_OK);
+  EXPECT_NE(image.plane0, block);
+
+  // To foreign memory of the same size and back: the block goes, and the foreign plane is never taken for it.
+  uint8_t foreign[49 * 24];
+  for (const auto& [w, h] : {std::pair{49, 24}, {0, 9}}) {
+    ASSERT_EQ(Image_init(&image, 49, 24, foreign, IMAGE_UINT8), ZELVAN_OK);
+    EXPECT_EQ(image.plane0, foreign);
+    EXPECT_EQ(arena.used(), 80u) << "more than the barrier";
+    ASSERT_EQ(Image_init(&image, w, h, nullptr, IMAGE_UINT8), ZELVAN_OK);
+    EXPECT_NE(image.plane0, foreign);
+    EXPECT_EQ(image.plane0 == nullptr, w == 0);
+  }
+}
+
+TEST(ImageInit, RefusesAndRecovers) {
+  EXPECT_EQ(construct_Image(nullptr, nullptr) & destruct_Image(nullptr), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(Image_init(nullptr, 1, 1, nullptr, IMAGE_UINT8), ZELVAN_ERROR_PARAM);
+  TestArena arena(4096);
+  ScopedImage image(arena.env());
+  const struct {
+    int32_t w, h, format;
+    Status status;
+  } cases[] = {
+      {-1, 4, 57, ZELVAN_ERROR_PARAM},       {4, -1, 57, ZELVAN_ERROR_PARAM},
+      {4, 4, 68, ZELVAN_ERROR_PARAM},        {4, 4, -1, ZELVAN_ERROR_PARAM},
+      {64, 64, 57, ZELVAN_ERROR_NOMEM},      {65536, 65536, 57, ZELVAN_ERROR_NOMEM},  // 0 in 32 bits
+      {kHighest, 2, 57, ZELVAN_ERROR_NOMEM}, {kHighest, kHighest, IMAGE_LAB, ZELVAN_ERROR_NOMEM},
+  };
+  for (const auto& c : cases) {
+    ASSERT_EQ(Image_init(&image, 20, 10, nullptr, IMAGE_UINT16), ZELVAN_OK);
+    EXPECT_EQ(Image_init(&image, c.w, c.h, nullptr, c.format), c.status) << c.w << 'x' << c.h << ' ' << c.format;
+    EXPECT_EQ(Image_initWithPitch(&image, c.w, c.h, nullptr, c.format), c.status);
+    EXPECT_EQ(image.plane0 == nullptr, c.status == ZELVAN_ERROR_NOMEM);
+  }
+  uint8_t pixel = 0;
+  EXPECT_EQ(Image_init(&image, 0x20000000, 1, &pixel, IMAGE_INT32), ZELVAN_ERROR_PARAM);  // no pitch is that long
+}
+
+// Where the unit that holds pixel (x, y) starts; null for a plane that the format has not.
+const uint8_t* unitAt(const TestImage& image, int32_t p, int32_t x, int32_t y) {
+  const LayoutModel model = layoutOf(Image_getImageFormatStr(image.format));
+  const LayoutModel::Plane& plane = model.plane[p];
+  if (p >= model.planes) return nullptr;
+  const int32_t column = plane.unitBytes == 5 ? x + x / 4 : x / plane.unitWidth * plane.unitBytes;
+  return image.row(p, y / plane.unitHeight) + column;
+}
+
+TEST(SubImage, StartsAtTheUnitOfItsOrigin) {
+  for (int32_t id = 1; id < IMAGE_YUV9_44_UV; ++id) {
+    TestImage src(41, 30, id);
+    ScopedImage view(nullptr), inner(nullptr);
+    for (const auto& [x, y] : {std::pair{0, 0}, {1, 1}, {2, 3}, {7, 6}, {20, 15}}) {
+      SCOPED_TRACE(testing::Message() << Image_getImageFormatStr(id) << " at " << x << ',' << y);
+      ASSERT_EQ(Image_initSubImage(&view, &src, x, y, 41 - x, 30 - y), ZELVAN_OK);
+      EXPECT_TRUE(view.external == 1 && view.format == id && view.width == 41 - x && view.height == 30 - y);
+      EXPECT_TRUE(view.pitch0 == src.pitch0 && view.pitch1 == src.pitch1 && view.pitch2 == src.pitch2);
+      // A view of a view, into its own record.
+      ASSERT_EQ(Image_initSubImage(&inner, &src, 4, 8, 37, 22), ZELVAN_OK);
+      ASSERT_EQ(Image_initSubImage(&inner, &inner, x, y, 3, 2), ZELVAN_OK);
+      for (int32_t p = 0; p < 3; ++p) {
+        const auto plane = [p](const Image& i) { return p == 0 ? i.plane0 : p == 1 ? i.plane1 : i.plane2; };
+        EXPECT_EQ(plane(view), unitAt(src, p, x, y));
+        EXPECT_EQ(plane(inner), unitAt(src, p, 4 + x, 8 + y));
+      }
+    }
+  }
+}
+
+TEST(SubImage, PlaneViews) {
+  const struct {
+    Status (*init)(Image*, const Image*, int32_t, int32_t, int32_t, int32_t);
+    int32_t plane, format;
+    bool (*serves)(int32_t id);
+  } views[] = {
+      {Image_initSubImageY, 0, 57, [](int32_t id) { return (id >= 24 && id <= 29) || id == 36 || id == 57; }},
+      {Image_initSubImageU, 1, 57, [](int32_t id) { return id == 24 || id == 26 || id == 36; }},
+      {Image_initSubImageV, 2, 57, [](int32_t id) { return id == 24 || id == 26 || id == 36; }},
+      {Image_initSubImageUV, 1, 64, [](int32_t id) { return id == 25 || (id >= 27 && id <= 29); }},
+  };
+  for (const auto& v : views) {
+    for (int32_t id = 1; id < 68; ++id) {
+      SCOPED_TRACE(testing::Message() << Image_getImageFormatStr(id) << " plane " << v.plane);
+      TestImage src(22, 18, id);
+      ScopedImage view(nullptr);
+      if (!v.serves(id)) {
+        EXPECT_EQ(v.init(&view, &src, 0, 0, 4, 4), ZELVAN_ERROR_UNSUPPORTED);
+        continue;
+      }
+      const LayoutModel::Plane unit = layoutOf(Image_getImageFormatStr(id)).plane[v.plane];
+      for (const auto& [x, y, w, h] : {std::array{0, 0, 22, 18}, {3, 5, 9, 7}, {6, 2, 2, 2}}) {
+        ASSERT_EQ(v.init(&view, &src, x, y, w, h), ZELVAN_OK);
+        EXPECT_EQ(view.plane0, unitAt(src, v.plane, x, y));
+        EXPECT_TRUE(view.pitch0 == src.pitch(v.plane) && view.format == v.format && view.external == 1);
+        EXPECT_TRUE(view.width == w / unit.unitWidth && view.height == h / unit.unitHeight);
+      }
+      EXPECT_EQ(v.init(&view, &src, 14, 0, 9, 4), ZELVAN_ERROR_PARAM);
+      EXPECT_EQ(v.init(nullptr, &src, 0, 0, 4, 4), ZELVAN_ERROR_PARAM);
+    }
+    EXPECT_EQ(v.init(nullptr, nullptr, 0, 0, 4, 4), ZELVAN_ERROR_PARAM);
+  }
+}
+
+TEST(SubImage, Bounds) {
+  TestImage src(20, 10, IMAGE_YUV420_PLANAR), yuv9(20, 12, IMAGE_YUV9_44_VU);
+  ScopedImage view(nullptr);
+  const int32_t inside[][4] = {{0, 0, 20, 10}, {20, 10, 0, 0}, {3, 3, 0, 4}};
+  for (const auto& [x, y, w, h] : inside) {
+    EXPECT_EQ(Image_initSubImage(&view, &src, x, y, w, h), ZELVAN_OK);
+    EXPECT_EQ(view.plane2 == nullptr, w == 0);
+  }
+  const int32_t outside[][4] = {{-1, 0, 4, 4}, {0, -1, 4, 4}, {0, 0, -1, 4}, {0, 0, 4, -1},
+                                {17, 0, 4, 4}, {0, 7, 4, 4},  {21, 0, 0, 0}, {1, 0, kHighest, 4}};
+  for (const auto& [x, y, w, h] : outside) {
+    EXPECT_EQ(Image_initSubImage(&view, &src, x, y, w, h), ZELVAN_ERROR_PARAM) << x << ' ' << y << ' ' << w;
+  }
+  EXPECT_EQ(Image_initSubImage(&view, nullptr, 0, 0, 4, 4), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(Image_initSubImage(&view, &yuv9, 0, 0, 4, 4), ZELVAN_ERROR_UNSUPPORTED);
+  for (const auto spoil : {+[](Image* i) { i->plane0 = nullptr; }, +[](Image* i) { i->plane1 = nullptr; },
+                           +[](Image* i) { i->plane2 = nullptr; }, +[](Image* i) { i->pitch0 = 0; },
+                           +[](Image* i) { i->pitch1 = 0; }, +[](Image* i) { i->pitch2 = -1; }}) {
+    Image broken = src;
+    spoil(&broken);
+    EXPECT_EQ(Image_initSubImage(&view, &broken, 0, 0, 4, 4), ZELVAN_ERROR_PARAM);
+  }
+}
+
+TEST(ImageCopy, PixelsOnlyForEveryFormat) {
+  TestArena arena;
+  for (int32_t id = 1; id < 68; ++id) {
+    for (const auto& [w, h] : {std::pair{1, 1}, {7, 5}, {10, 3}, {16, 8}}) {
+      SCOPED_TRACE(testing::Message() << Image_getImageFormatStr(id) << ' ' << w << 'x' << h);
+      const TestImage src(w, h, id, 1, 3);
+      TestImage dst(w, h, id, 2, 8), again(w, h, id, 2, 8), expected(w, h, id, 2, 8);
+      for (int32_t p = 0; p < imagePlaneCount(id); ++p) {
+        for (int32_t y = 0; y < src.pixelRows(p); ++y)
+          std::memcpy(expected.row(p, y), src.row(p, y), src.pixelBytes(p));
+      }
+      ScopedImage own(arena.env());
+      EXPECT_EQ(Image_copy(&dst, &src), ZELVAN_OK);
+      EXPECT_TRUE(dst.sameBytes(expected));
+      EXPECT_EQ(Image_copy(&own, &src) | Image_copy(&again, &own), ZELVAN_OK);
+      EXPECT_TRUE(own.external == 0 && again.sameBytes(expected));
+    }
+  }
+}
+
+TEST(ImageCopy, RefusesOtherShapes) {
+  TestImage dst(8, 6, IMAGE_YUV420_SEMIPLANAR, 2);
+  const TestImage narrow(7, 6, 27), low(8, 5, 27), other(8, 6, 29), none(8, 6, 0), empty(0, 6, 57);
+  Image headless = dst, unknown = other, twin = narrow;
+  headless.plane0 = other.plane0;
+  headless.plane1 = nullptr;
+  unknown.format = 68;
+  for (const Image& src : {Image(narrow), Image(low), Image(other), Image(none), Image(empty), headless, unknown}) {
+    EXPECT_EQ(Image_copy(&dst, &src), ZELVAN_ERROR_PARAM) << src.width << 'x' << src.height << ' ' << src.format;
+  }
+  EXPECT_EQ(Image_copy(&dst, nullptr), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(Image_copy(nullptr, &dst), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(Image_copy(&headless, &dst), ZELVAN_ERROR_PARAM);  // as a target
+  twin.plane0 = dst.plane0;  // the same plane counts as the same picture, whatever the rest says
+  EXPECT_EQ(Image_copy(&dst, &twin), ZELVAN_OK);
+  EXPECT_TRUE(dst.unchanged());
+}
+
+TEST(PartialCopy, MovesOneRectangle) {
+  for (const int32_t id : {2, 12, 16, 24, 25, 26, 27, 36, 45, 57, 60, 62, 64}) {
+    const LayoutModel model = layoutOf(Image_getImageFormatStr(id));
+    const int32_t left = 3 * model.alignX, top = 2 * model.alignY, dstX = model.alignX, dstY = 5 * model.alignY;
+    const ImageRect rect = {left, top, left + 7, top + 5};
+    const TestImage src(24, 16, id, 1), shape(7, 5, id);
+    TestImage dst(28, 20, id, 2), expected(28, 20, id, 2);
+    for (int32_t p = 0; p < model.planes; ++p) {
+      const LayoutModel::Plane& unit = model.plane[p];
+      for (int32_t y = 0; y < shape.pixelRows(p); ++y) {
+        std::memcpy(expected.row(p, dstY / unit.unitHeight + y) + dstX / unit.unitWidth * unit.unitBytes,
+                    src.row(p, top / unit.unitHeight + y) + left / unit.unitWidth * unit.unitBytes,
+                    shape.pixelBytes(p));
+      }
+    }
+    EXPECT_EQ(Image_partialCopy(&dst, &src, dstX, dstY, &rect), ZELVAN_OK);
+    EXPECT_TRUE(dst.sameBytes(expected)) << Image_getImageFormatStr(id);
+  }
+}
+
+TEST(PartialCopy, Refuses) {
+  const TestImage src(16, 16, 27, 1), other(16, 16, 57, 1);
+  TestImage dst(16, 16, 27, 2);
+  const ImageRect rect = {0, 0, 4, 4};
+  const struct {
+    int32_t x, y;
+    ImageRect rect;
+    bool refused;
+  } cases[] = {{1, 0, rect, true},          {0, 1, rect, true},          {0, 0, {1, 0, 4, 4}, true},
+               {0, 0, {0, 3, 4, 4}, true},  {-2, 0, rect, true},         {0, 0, {-2, 0, 4, 4}, true},
+               {14, 0, rect, true},         {0, 0, {0, 0, 18, 4}, true}, {0, 0, {-kHighest - 1, 0, kHighest, 4}, true},
+               {1, 1, {5, 5, 5, 9}, false}, {1, 1, {5, 9, 9, 8}, false}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(Image_partialCopy(&dst, &src, c.x, c.y, &c.rect), c.refused ? ZELVAN_ERROR_PARAM : ZELVAN_OK) << c.x;
+  }
+  EXPECT_EQ(Image_partialCopy(&dst, &other, 0, 0, &rect), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(Image_partialCopy(&dst, &src, 0, 0, nullptr), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(Image_partialCopy(&dst, &dst, 4, 4, &rect), ZELVAN_OK);
+  EXPECT_TRUE(dst.unchanged());
+}
+
+}  // namespace
