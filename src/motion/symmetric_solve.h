@@ -1,0 +1,25 @@
+// Dense symmetric linear systems in place. Matrices are n x n, row by row; only the diagonal and the lower triangle are
+// read. All sums run in ascending order of the index and begin with the entry that is being reduced.
+#ifndef ZVT4_MOTION_SYMMETRIC_SOLVE_H_
+#define ZVT4_MOTION_SYMMETRIC_SOLVE_H_
+
+#include <cstdint>
+
+// A = L D L^T: the unit lower triangle L goes below the diagonal, D onto it.
+// False as soon as a pivot has a magnitude below pivotLimit; the columns before it are then done.
+bool factorLdl(double* matrix, int32_t n, double pivotLimit);
+
+// The three steps of the solution by the factors of factorLdl. vector: right-hand side in, solution out.
+void substituteForwardUnit(const double* factors, double* vector, int32_t n);
+void divideByDiagonal(const double* factors, double* vector, int32_t n);
+void substituteBackwardUnit(const double* factors, double* vector, int32_t n);
+
+// A = L L^T, row by row. False at the first pivot that is below pivotLimit before its root is taken; that pivot and the
+// diagonal entries behind it stay unreduced.
+bool factorCholesky(double* matrix, int32_t n, double pivotLimit);
+
+// L L^T x = vector by forward and back substitution, in place. False when a diagonal entry has a magnitude below
+// diagonalLimit; the vector is then left half done.
+bool solveCholesky(const double* factors, double* vector, int32_t n, double diagonalLimit);
+
+#endif  // ZVT4_MOTION_SYMMETRIC_SOLVE_H_
