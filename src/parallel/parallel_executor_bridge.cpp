@@ -67,12 +67,12 @@ Status joinOverBridge(ParallelExecutor* executor, Status* combined) {
   const int32_t used = atomicLoad(&bridge->usedSlots);
   for (int32_t i = 0; i < used; ++i) {
     Status result = ZELVAN_OK;
-    if (bridge->events[i] != 0) status |= finishEvent(bridge->pel, bridge->events[i], &result);
+    const Status finished = bridge->events[i] != 0 ? finishEvent(bridge->pel, bridge->events[i], &result) : ZELVAN_OK;
     *combined |= result;
-    // The wait can run out before the task has ended; its block is then left to it.
-    if (result != ZELVAN_STATUS_RUNNING) {
-      status |= Heap2_free(&executor->env->heap, bridge->slotArray[i].arguments);
-    }
+    status |= finished;
+    // A wait can run out before the task has ended; its block is then left to it.
+    const bool running = finished != ZELVAN_OK && result == ZELVAN_STATUS_RUNNING;
+    if (!running) status |= Heap2_free(&executor->env->heap, bridge->slotArray[i].arguments);
   }
   atomicStore(&bridge->usedSlots, 0);
   return status;
