@@ -1,0 +1,373 @@
+#include "imageproc/guided_filter.h"
+
+#include <memory>
+#include <random>
+
+#include "base/integer.h"
+#include "imageproc/resize.h"
+#include "support/test_image.h"
+#include "support/test_pel.h"
+
+namespace {
+
+// The filter once more, pixel by pixel from its definition.
+
+struct Grid {
+  int32_t width, height;
+  std::vector<int32_t> items;
+  Grid(int32_t w, int32_t h) : width(w), height(h), items(static_cast<size_t>(w * h)) {}
+  bool holds(int32_t x, int32_t y) const { return x >= 0 && x < width && y >= 0 && y < height; }
+  int32_t& at(int32_t x, int32_t y) { return items[static_cast<size_t>(y * width + x)]; }
+  int32_t nearest(int32_t x, int32_t y) { return at(clampInt(x, 0, width - 1), clampInt(y, 0, height - 1)); }
+};
+
+constexpr int32_t kDirections[4][2] = {{1, 0}, {0, 1}, {1, 1}, {-1, 1}};
+
+int32_t lineSum(Grid& grid, int32_t x, int32_t y, const int32_t (&d)[2], int32_t radius) {
+  int32_t sum = 0;
+  for (int32_t k = -radius; k <= radius; ++k) {
+    int32_t t = k;
+    while (!grid.holds(x + t * d[0], y + t * d[1])) t -= t > 0 ? 1 : -1;
+    sum += grid.at(x + t * d[0], y + t * d[1]);
+  }
+  return sum;
+}
+
+int32_t roundedMean(const std::vector<std::pair<int32_t, int32_t>>& weighted) {
+  int64_t sum = 0, weights = 0;
+  for (const auto& [weight, value] : weighted) weights += weight, sum += int64_t{weight} * value;
+  return static_cast<int32_t>(std::min<int64_t>((sum + weights / 2) / weights, 255));
+}
+
+int32_t weightOf(int32_t a) {
+  const int32_t t = (128 - a) & 255;
+  return t * t + t + 1;
+}
+
+// y: the luma inside the rectangle. map: epsilon map on the grid, or null.
+Grid filtered(Grid y, int32_t numShrink, float epsilon, Grid* map, int32_t fullWindow) {
+  const int32_t side = 1 << numShrink, area = side * side;
+  const int32_t window = (fullWindow >> numShrink) | 1;
+  const int32_t radius = window >> 2, count = (window >> 1) | 1, reach = count >> 1;
+  const int32_t w = y.width >> numShrink, h = y.height >> numShrink;
+  Grid guide(w, h), square(w, h);
+  for (int32_t i = 0; i < w * h * area; ++i) {
+    const int32_t px = i % (w * side), py = i / (w * side), v = y.at(px, py);
+    guide.at(px / side, py / side) += v;
+    square.at(px / side, py / side) += v * v;
+  }
+  std::vector<Grid> da(4, Grid(w, h)), db(4, Grid(w, h));
+  const float inv = 1.0f / static_cast<float>(count * area);
+  for (int32_t d = 0; d < 4; ++d) {
+    for (int32_t i = 0; i < w * h; ++i) {
+      const float m = inv * static_cast<float>(lineSum(guide, i % w, i / w, kDirections[d], radius));
+      const float v = inv * static_cast<float>(lineSum(square, i % w, i / w, kDirections[d], radius)) - m * m;
+      const float divisor =
+          map == nullptr ? epsilon + v : v + (epsilon * 0.03125f) * static_cast<float>(map->at(i % w, i / w)) + 1e-12f;
+      const float ratio = v / divisor;
+      da[d].at(i % w, i / w) = static_cast<uint8_t>(truncToInt32(ratio * 128.0f + 0.5f));
+      db[d].at(i % w, i / w) = static_cast<uint8_t>(truncToInt32((1.0f - ratio) * m + 0.5f));
+    }
+  }
+  Grid a(w, h), b(w, h);
+  for (int32_t i = 0; i < w * h; ++i) {
+    std::vector<std::pair<int32_t, int32_t>> as, bs;
+    for (int32_t d = 0; d < 4; ++d) {
+      for (const int32_t sign : {1, -1}) {
+        const int32_t x = i % w + sign * reach * kDirections[d][0], row = i / w + sign * reach * kDirections[d][1];
+        if (!da[d].holds(x, row)) continue;
+        as.push_back({weightOf(da[d].at(x, row)), da[d].at(x, row)});
+        bs.push_back({weightOf(da[d].at(x, row)), db[d].at(x, row)});
+      }
+    }
+    a.at(i % w, i / w) = roundedMean(as);
+    b.at(i % w, i / w) = roundedMean(bs);
+  }
+  // Centre of block k at side * k + side / 2 - 1/2; distances in half pixels.
+  Grid out(y.width, y.height);
+  for (int32_t i = 0; i < y.width * y.height; ++i) {
+    const int32_t x = i % y.width, row = i / y.width, full = 2 * side;
+    const int32_t fx = 2 * x + 1 - side, fy = 2 * row + 1 - side;
+    const int32_t kx = fx < 0 ? -1 : fx / full, ky = fy < 0 ? -1 : fy / full;
+    const auto mix = [&](Grid& g) {
+      int32_t sum = 0;
+      for (int32_t n = 0; n < 4; ++n) {
+        const int32_t wx = n & 1 ? fx - kx * full : full - (fx - kx * full);
+        const int32_t wy = n & 2 ? fy - ky * full : full - (fy - ky * full);
+        sum += wx * wy * g.nearest(kx + (n & 1), ky + (n >> 1));
+      }
+      return sum;
+    };
+    const int32_t value = y.at(x, row);
+    out.at(x, row) = numShrink == 0   ? std::min(((a.at(x, row) * value + 64) >> 7) + b.at(x, row), 255)
+                     : numShrink == 1 ? std::min((value * mix(a) + 128 * mix(b) + 1024) >> 11, 255)
+                                      : std::min((value * mix(a) + 128 * mix(b) + 4096) >> 13, 255);
+  }
+  return out;
+}
+
+// Flat areas, ramps, edges and noise, so that windows of all kinds occur.
+void paint(Image* image, uint32_t seed) {
+  std::mt19937 random(seed);
+  for (int32_t y = 0; y < image->height; ++y) {
+    for (int32_t x = 0; x < image->width; ++x) {
+      const int32_t patch = (x / 23 + y / 19) % 4;
+      const auto noise = static_cast<int32_t>(random() >> 28);
+      imageRow(image, y)[x] = clampByte(patch == 0         ? 40
+                                        : patch == 1       ? 3 * x + y + noise
+                                        : patch == 2       ? 255 - noise * noise
+                                        : (x + y) % 14 < 7 ? 200 + noise
+                                                           : 20);
+    }
+  }
+}
+
+class Filter {
+ public:
+  Filter(int32_t width, int32_t height, int32_t numShrink, Pel* pel = nullptr) {
+    const GuidedFilterParam param = {1, numShrink};
+    EXPECT_EQ(construct_GuidedFilter(get(), arena_.env()), ZELVAN_OK);
+    EXPECT_EQ(GuidedFilter_init(get(), width, height, &param), ZELVAN_OK);
+    EXPECT_EQ(GuidedFilter_setPel(get(), pel), ZELVAN_OK);
+  }
+  ~Filter() { EXPECT_EQ(destruct_GuidedFilter(get()), ZELVAN_OK); }
+  GuidedFilter* get() { return filter_.get(); }
+  Status run(Image* dst, Image* src, float epsilon, const Image* map, int32_t window) {
+    const uint32_t before = arena_.used();
+    const Status status = map != nullptr ? GuidedFilter_execute_with_epsilon_map(get(), dst, src, epsilon, map, window)
+                                         : GuidedFilter_execute(get(), dst, src, epsilon, window);
+    EXPECT_EQ(arena_.used(), before);
+    return status;
+  }
+  Env* env() { return arena_.env(); }
+
+ private:
+  TestArena arena_;
+  std::unique_ptr<GuidedFilter> filter_ = std::make_unique<GuidedFilter>();
+};
+
+bool samePixels(const Image& a, const Image& b) {
+  for (int32_t y = 0; y < a.height; ++y) {
+    if (!std::equal(imageRow(&a, y), imageRow(&a, y) + a.width, imageRow(&b, y))) return false;
+  }
+  return true;
+}
+
+struct Case {
+  int32_t width, height, numShrink, window;
+  float epsilon;
+  int32_t mapWidth, mapHeight;  // 0: no map
+  int32_t format;
+  ImageRect rect;  // empty: the default
+};
+const Case kCases[] = {
+    {64, 48, 0, 41, 300, 0, 0, IMAGE_UINT8, {}},
+    {61, 47, 0, 9, 40, 61, 47, IMAGE_UINT8, {3, 5, 44, 36}},
+    {150, 131, 0, 101, 900, 30, 20, IMAGE_YUV420_SEMIPLANAR, {}},
+    {1100, 14, 0, 6, 900, 0, 0, IMAGE_UINT8, {}},
+    {75, 63, 1, 41, 200, 19, 16, IMAGE_UINT8, {}},
+    {76, 64, 1, 23, 2000, 0, 0, IMAGE_YVU420_SEMIPLANAR, {7, 9, 67, 58}},
+    {1031, 20, 1, 11, 60, 0, 0, IMAGE_UINT8, {}},
+    {136, 92, 2, 41, 400, 68, 46, IMAGE_YVU420_SEMIPLANAR, {}},
+    {139, 90, 2, 41, 90, 139, 90, IMAGE_UINT8, {}},
+    {138, 93, 2, 3, 90, 0, 0, IMAGE_UINT8, {}},
+    {128, 120, 2, 101, 700, 32, 30, IMAGE_YUV420_PLANAR, {17, 3, 111, 119}},
+    {2203, 34, 2, 29, 500, 551, 9, IMAGE_UINT8, {5, 1, 2201, 33}},
+    {90, 90, 2, 41, -60, 0, 0, IMAGE_UINT8, {}},  // quotients out of all range
+    {90, 90, 1, 41, -60, 40, 40, IMAGE_UINT8, {}},
+};
+
+TEST(GuidedFilter, EqualsTheDefinitionForAnyWorkersInPlaceAndBeside) {
+  const TestPel one(1), three(3);
+  for (const Case& c : kCases) {
+    SCOPED_TRACE(testing::Message() << c.width << 'x' << c.height << " numShrink " << c.numShrink << " window "
+                                    << c.window << " epsilon " << c.epsilon);
+    const bool whole = c.rect.right == 0;
+    const int32_t s = 1 << c.numShrink;
+    const auto up = [s](int32_t v, int32_t limit) { return std::min((v + s - 1) / s * s, limit); };
+    const ImageRect in = whole ? ImageRect{0, 0, c.width, c.height}
+                               : ImageRect{c.rect.left / s * s, c.rect.top / s * s, up(c.rect.right, c.width),
+                                           up(c.rect.bottom, c.height)};
+    TestImage src(c.width, c.height, c.format, 1, 3);
+    paint(&src, 5);
+    Grid y(in.right - in.left, in.bottom - in.top);
+    for (int32_t i = 0; i < y.width * y.height; ++i) {
+      y.items[static_cast<size_t>(i)] = imageRow(&src, in.top + i / y.width)[in.left + i % y.width];
+    }
+    std::unique_ptr<TestImage> map;
+    Grid gridMap(y.width >> c.numShrink, y.height >> c.numShrink);
+    if (c.mapWidth != 0) map = std::make_unique<TestImage>(c.mapWidth, c.mapHeight, IMAGE_UINT8, 77);
+
+    for (Pel* pel : {static_cast<Pel*>(nullptr), one.get(), three.get()}) {
+      Filter filter(c.width, c.height, c.numShrink, pel);
+      if (!whole) {
+        ASSERT_EQ(GuidedFilter_setRect(filter.get(), &c.rect), ZELVAN_OK);
+      }
+      if (map != nullptr) {
+        ScopedImage resized(filter.env());
+        ImageProc2 proc = {filter.env(), nullptr};
+        ASSERT_EQ(Image_init(&resized, ((c.width >> c.numShrink) + 1) & ~1, ((c.height >> c.numShrink) + 1) & ~1,
+                             nullptr, IMAGE_UINT8),
+                  ZELVAN_OK);
+        ASSERT_EQ(ImageProc2_resizeImage(&proc, &resized, map.get()), ZELVAN_OK);
+        for (int32_t i = 0; i < gridMap.width * gridMap.height; ++i) {
+          gridMap.items[static_cast<size_t>(i)] =
+              imageRow(&resized, in.top / s + i / gridMap.width)[in.left / s + i % gridMap.width];
+        }
+      }
+      Grid expected = filtered(y, c.numShrink, c.epsilon, map != nullptr ? &gridMap : nullptr, c.window);
+      TestImage dst(c.width, c.height, c.format, 2, 8), place(c.width, c.height, c.format, 1, 3);
+      paint(&place, 5);
+      const TestImage untouched(c.width, c.height, c.format, 2, 8);
+      ASSERT_EQ(filter.run(&dst, &src, c.epsilon, map.get(), c.window), ZELVAN_OK);
+      ASSERT_EQ(filter.run(nullptr, &place, c.epsilon, map.get(), c.window), ZELVAN_OK);
+      for (int32_t row = 0; row < c.height; ++row) {
+        for (int32_t x = 0; x < c.width; ++x) {
+          const bool inside = x >= in.left && x < in.right && row >= in.top && row < in.bottom;
+          const int32_t want = inside ? expected.at(x - in.left, row - in.top) : -1;
+          ASSERT_EQ(imageRow(&dst, row)[x], inside ? want : imageRow(&untouched, row)[x]) << x << ',' << row;
+          ASSERT_EQ(imageRow(&place, row)[x], inside ? want : imageRow(&src, row)[x]) << x << ',' << row;
+        }
+      }
+      EXPECT_TRUE(dst.guardsUnchanged() && place.guardsUnchanged());
+    }
+  }
+}
+
+TEST(GuidedFilter, FlatPicturesStayAndStrongStructureStays) {
+  for (int32_t numShrink = 0; numShrink <= 2; ++numShrink) {
+    for (const auto& [w, h] : {std::pair{120, 110}, {9, 70}, {8, 8}, {4, 30}}) {  // some far smaller than a window
+      Filter filter(w, h, numShrink);
+      TestImage image(w, h, IMAGE_UINT8);
+      for (const int32_t level : {0, 1, 77, 128, 254, 255}) {
+        for (int32_t y = 0; y < h; ++y) std::fill_n(imageRow(&image, y), w, static_cast<uint8_t>(level));
+        ASSERT_EQ(filter.run(nullptr, &image, 400, nullptr, 101), ZELVAN_OK);
+        for (int32_t i = 0; i < w * h; ++i) ASSERT_EQ(imageRow(&image, i / w)[i % w], level) << w << 'x' << h;
+      }
+    }
+    TestImage noise(160, 120, IMAGE_UINT8), dst(160, 120, IMAGE_UINT8, 9), zeros(20, 20, IMAGE_UINT8);
+    for (int32_t y = 0; y < 20; ++y) std::fill_n(imageRow(&zeros, y), 20, uint8_t{0});
+    Filter filter(160, 120, numShrink);
+    ASSERT_EQ(filter.run(&dst, &noise, 1e-3f, nullptr, 41), ZELVAN_OK);
+    EXPECT_TRUE(samePixels(dst, noise));
+    ASSERT_EQ(filter.run(&dst, &noise, 1e6f, &zeros, 41), ZELVAN_OK);
+    EXPECT_TRUE(samePixels(dst, noise));
+  }
+}
+
+// Noise of +-6 beside a step of 150: each side loses noise and keeps its level right up to the edge.
+TEST(GuidedFilter, SmoothsBesideAnEdgeWithoutBleeding) {
+  TestImage image(160, 120, IMAGE_UINT8);
+  std::mt19937 random(3);
+  for (int32_t i = 0; i < 160 * 120; ++i) {
+    const int32_t level = i % 160 < 80 ? 50 : 200;
+    imageRow(&image, i / 160)[i % 160] = static_cast<uint8_t>(level + static_cast<int32_t>(random() % 13) - 6);
+  }
+  Filter filter(160, 120, 0);  // a shrunk grid would mix the sides inside a block
+  ASSERT_EQ(filter.run(nullptr, &image, 400, nullptr, 41), ZELVAN_OK);
+  double squares = 0;
+  for (int32_t i = 0; i < 160 * 120; ++i) {
+    const int32_t error = imageRow(&image, i / 160)[i % 160] - (i % 160 < 80 ? 50 : 200);
+    EXPECT_LE(std::abs(error), 6) << i % 160;
+    squares += error * error;
+  }
+  EXPECT_LT(squares / (160 * 120), 2.0);  // 14 before
+}
+
+TEST(GuidedFilter, RefusesOrPassesThrough) {
+  TestImage src(60, 40, IMAGE_YUV420_SEMIPLANAR, 1), dst(60, 40, IMAGE_YUV420_SEMIPLANAR, 2), map(15, 10, IMAGE_UINT8);
+  Filter filter(60, 40, 2);
+  for (const auto& [epsilon, window] : {std::pair{0.0f, 41}, {1e-12f, 41}, {-1e-12f, 41}, {100.0f, 1}, {100.0f, -5}}) {
+    TestImage copy(60, 40, IMAGE_YUV420_SEMIPLANAR, 3);
+    EXPECT_EQ(filter.run(&copy, &src, epsilon, &map, window), ZELVAN_OK);
+    EXPECT_TRUE(samePixels(copy, src));
+    EXPECT_EQ(imageChromaRow(&copy, 19)[58], imageChromaRow(&src, 19)[58]);
+    EXPECT_EQ(filter.run(nullptr, &src, epsilon, nullptr, window), ZELVAN_OK);
+    EXPECT_TRUE(src.unchanged());
+  }
+  EXPECT_EQ(filter.run(nullptr, &src, 1.1e-12f, nullptr, 101), ZELVAN_OK);
+  EXPECT_EQ(filter.run(&dst, &src, 100, &map, 102), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(filter.run(&dst, nullptr, 100, &map, 41), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(GuidedFilter_execute_with_epsilon_map(filter.get(), &dst, &src, 100, nullptr, 41), ZELVAN_ERROR_PARAM);
+  TestImage small(59, 40, IMAGE_UINT8), rgb(60, 40, IMAGE_RGB888), pairs(15, 10, IMAGE_UINT88);
+  EXPECT_EQ(filter.run(&dst, &small, 100, &map, 41), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(filter.run(&small, &src, 100, &map, 41), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(filter.run(&dst, &rgb, 100, &map, 41), ZELVAN_ERROR_UNSUPPORTED);
+  EXPECT_EQ(filter.run(&dst, &src, 100, &pairs, 41), ZELVAN_ERROR_UNSUPPORTED);
+  for (const ImageRect& rect : {ImageRect{8, 8, 8, 20}, {0, 20, 30, 10}, {-8, 0, 20, 20}, {64, 0, 70, 20}}) {
+    EXPECT_EQ(GuidedFilter_setRect(filter.get(), &rect), ZELVAN_OK);
+    EXPECT_EQ(filter.run(&dst, &src, 100, &map, 41), ZELVAN_ERROR_PARAM);
+  }
+  EXPECT_EQ(GuidedFilter_setRect(filter.get(), nullptr), ZELVAN_OK);
+  EXPECT_EQ(filter.run(&dst, &src, 100, &map, 41), ZELVAN_ERROR_PARAM);
+  EXPECT_TRUE(dst.unchanged());
+  EXPECT_EQ(Filter(60, 40, 3).run(&dst, &src, 100, &map, 41), ZELVAN_ERROR_UNSUPPORTED);
+  EXPECT_EQ(Filter(60, 40, 40).run(&dst, &src, 100, &map, 41), ZELVAN_ERROR_PARAM);
+}
+
+TEST(GuidedFilter, TakesNoMoreThanItSaysAndGivesItBackWhenTheArenaEnds) {
+  for (const int32_t numShrink : {0, 2}) {
+    const GuidedFilterParam param = {1, numShrink};
+    TestImage src(44, 36, IMAGE_UINT8), map(9, 9, IMAGE_UINT8);
+    int32_t refusedInit = 0, refusedRun = 0;
+    bool done = false;
+    for (uint32_t size = 64; !done; size += 16) {
+      TestArena arena(size);
+      GuidedFilter filter;
+      ASSERT_EQ(construct_GuidedFilter(&filter, arena.env()), ZELVAN_OK);
+      Status status = GuidedFilter_init(&filter, 44, 36, &param);
+      if (status != ZELVAN_OK) {
+        ++refusedInit;
+        EXPECT_EQ(arena.used(), 0u);
+      } else {
+        const uint32_t before = arena.used();
+        status = GuidedFilter_execute_with_epsilon_map(&filter, nullptr, &src, 100, &map, 21);
+        if (status != ZELVAN_OK) ++refusedRun;
+        EXPECT_EQ(arena.used(), before);
+        // Each block costs up to 23 bytes more than its size.
+        EXPECT_LE(Heap2_getMaxUsedSize(&arena.env()->heap),
+                  static_cast<uint32_t>(GuidedFilter_getBufferSize(44, 36, 0, &param)) + 20 * 23);
+        EXPECT_EQ(GuidedFilter_recycle(&filter), ZELVAN_OK);
+        EXPECT_EQ(arena.used(), 0u);
+        EXPECT_EQ(GuidedFilter_execute(&filter, nullptr, &src, 100, 21), ZELVAN_ERROR_PARAM);
+      }
+      done = status == ZELVAN_OK;
+      if (!done) {
+        ASSERT_EQ(status, ZELVAN_ERROR_NOMEM);
+      }
+      EXPECT_EQ(destruct_GuidedFilter(&filter), ZELVAN_OK);
+    }
+    EXPECT_GT(refusedInit, 100);
+    EXPECT_GT(refusedRun, 0);
+  }
+}
+
+TEST(GuidedFilterCoeff, RefusesImagesThatDoNotFit) {
+  TestArena arena;
+  GuidedFilterCoeff coeff;
+  ASSERT_EQ(construct_GuidedFilterCoeff(&coeff, arena.env()), ZELVAN_OK);
+  ASSERT_EQ(GuidedFilterCoeff_init(&coeff, 20, 12, 25), ZELVAN_OK);
+  EXPECT_EQ(GuidedFilterCoeff_getBufferSize(20, 12, 25), 20 * 12 * (8 + 2 + 4 + 4 + 1) + 20 * 2);
+  TestImage a(20, 12, IMAGE_UINT8), b(20, 12, IMAGE_UINT8), guide(20, 12, IMAGE_UINT16, 1, 4);
+  TestImage square(20, 12, IMAGE_INT32, 1, 4), narrow(18, 12, IMAGE_UINT8), map(20, 12, IMAGE_UINT8);
+  TestImage wide(20, 12, IMAGE_UINT16, 1, 4);
+  const auto run = [&](Image* a, Image* guide, Image* square, const Image* map) {
+    return GuidedFilterCoeff_calcCoeff_with_epsilon_map(&coeff, a, &b, guide, square, 9.0f, map, 11);
+  };
+  EXPECT_EQ(run(&narrow, &guide, &square, &map), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(run(&a, &guide, &square, &narrow), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(run(&a, &guide, &square, nullptr), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(run(&wide, &guide, &square, &map), ZELVAN_ERROR_UNSUPPORTED);
+  EXPECT_EQ(run(&a, &square, &square, &map), ZELVAN_ERROR_UNSUPPORTED);
+  EXPECT_EQ(run(&a, &guide, &a, &map), ZELVAN_ERROR_UNSUPPORTED);
+  EXPECT_EQ(GuidedFilterCoeff_setNumShrink(&coeff, 3), ZELVAN_OK);
+  EXPECT_EQ(run(&a, &guide, &square, &map), ZELVAN_ERROR_UNSUPPORTED);
+  const ImageRect beyond = {2, 0, 22, 12};
+  EXPECT_EQ(GuidedFilterCoeff_setNumShrink(&coeff, 2), ZELVAN_OK);
+  EXPECT_EQ(GuidedFilterCoeff_setRect(&coeff, &beyond), ZELVAN_OK);
+  EXPECT_EQ(run(&a, &guide, &square, &map), ZELVAN_ERROR_PARAM);
+  EXPECT_TRUE(a.unchanged() && b.unchanged());
+  EXPECT_EQ(destruct_GuidedFilterCoeff(&coeff), ZELVAN_OK);
+}
+
+}  // namespace
