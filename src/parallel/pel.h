@@ -1,5 +1,30 @@
-// Pel: kernels and single tasks on a fixed set of workers, with events and wait lists. The thread that waits is
-// worker 0 and takes part.
+// Pel: kernels and single tasks on a fixed set of at most 16 threads, with events and wait lists.
+//
+// A kernel is a descriptor in read-only data over an index range [0, count); a task has no range and runs once. A job
+// is enqueued, optionally behind other jobs, the workers divide its range among themselves, and the client waits for
+// its event. The client's thread is itself worker 0 while it waits (callerIsWorker), so a Pel of one worker has no
+// threads.
+//
+// Indices of a job are independent and run in any order, each exactly once; a job begins when all jobs of its wait list
+// have ended. Independent jobs begin in the order of enqueuing and may overlap. Scratch is indexed by
+// PelContext::workerIndex: a worker runs one index at a time, and all client threads together count as one worker.
+//   static division   part i of the range is worker i's; whoever is done helps in the parts of others
+//   stealWork         worker 0 begins with the whole range; whoever is idle takes half of the longest rest
+//
+// A null Pel is legal everywhere: the work runs at once in the caller, with PelContext {null, 0, count, 0}. A Pel that
+// is not initialised does nothing and gives ZELVAN_OK.
+//
+// Handles: low 14 bits table index, above them a generation; a handle goes stale for good with its last release after
+// the job's end, 0 is never issued. In a wait list stale and complete events count as done. The argument block of a job
+// is not copied and must outlive it. A body may enqueue jobs, but does not wait on its own Pel: only one thread at a
+// time takes part while it waits, and that may be the very one that runs the body.
+//
+// Statuses: ZELVAN_ERROR_PARAM for bad arguments, ZELVAN_ERROR_STATE for a stale handle, ZELVAN_ERROR_TIMEOUT when a
+// wait saw nothing happen for waitMillis; the work then goes on. A kernel's own status is told by Pel_getEventInfo
+// only. A job behind a failed one is not run and has its status | ZELVAN_STATUS_CANCELLED.
+//
+// No path allocates: the record holds all tables, which makes it large (over 1 MB). Pel_getBufferSize is only what its
+// locks take from the arena.
 #ifndef ZVT4_PARALLEL_PEL_H_
 #define ZVT4_PARALLEL_PEL_H_
 
@@ -52,41 +77,44 @@ struct PelContext {
 };
 
 struct PelEvent;
+// One entry in the list of those who wait for an event.
 struct PelLink {
   PelLink* next;
   PelEvent* waiting;
 };
+// The share of one worker in a running job. Parts come in groups of numberOfWorkers.
 struct PelPart {
-  int32_t begin;  // shared cursor, atomic; in a free group the index of the next free group, -1 at the end
+  int32_t begin;  // shared cursor, atomic; in the first part of a free group the index of the next one, -1 at the end
   int32_t end;
 };
 
 struct PelEvent {
-  PelEvent* link;  // next job of the ready queue; 0 outside; 1 once it has left
-  uint32_t id;
-  Status status;
-  int32_t references;
-  int32_t users;
-  int32_t count;
-  PelLoop function;
+  PelEvent* link;      // next job of the ready queue; 0 outside; 1 once it has left
+  uint32_t id;         // the handle; its low 14 bits are the table index exactly while the event is live
+  Status status;       // OR of the results of the job and of its dependencies
+  int32_t references;  // handles held by clients
+  int32_t users;       // open dependencies; once the job is ready: workers inside
+  int32_t count;       // 0 for a task
+  PelLoop function;    // null: nothing to run
   void* arguments;
-  PelPart* parts;
+  PelPart* parts;       // the division while the job runs
   PelLink* dependents;  // 0 not complete, none; 1 complete; else the first who waits
   PelLink* dependentsTail;
 };
 
+// Which worker a thread is.
 struct PelWorker {
   pthread_t thread;
   int32_t index;
 };
 
 struct Pel {
-  PelParams requested;
+  PelParams requested;  // set by the owner before Pel_init
   Env* env;
-  uint32_t flags;  // bit 0: initialised
-  PelParams active;
+  uint32_t flags;    // bit 0: initialised; atomic
+  PelParams active;  // copied by Pel_init, numberOfWorkers filled in
   PelEvent events[kPelEvents];
-  PelEvent stopEvent;
+  PelEvent stopEvent;  // at the head of the ready queue it sends the workers home
   PelEvent* readyHead;
   PelEvent* readyTail;
   PelLink* freeLinks;
@@ -96,20 +124,20 @@ struct Pel {
   int32_t threadCount;
   int32_t nextWorkerIndex;  // atomic
   int32_t freeEvents;
-  uint32_t eventCursor;
-  uint32_t enqueuedJobs;
+  uint32_t eventCursor;   // handle to try next
+  uint32_t enqueuedJobs;  // running totals
   uint32_t dequeuedJobs;
   uint32_t completedJobs;
-  int32_t helping;
-  uint8_t processorList[32];
-  Lock eventLock;
-  Lock queueLock;
-  Lock stealLock;
-  Condition ready;
-  Condition completion;
+  int32_t helping;            // a waiter is inside the worker loop
+  uint8_t processorList[32];  // processor of each worker
+  Lock eventLock;             // events, links
+  Lock queueLock;             // ready queue, parts
+  Lock stealLock;             // one steal at a time
+  Condition ready;            // on queueLock
+  Condition completion;       // on eventLock
   Thread threads[kPelThreads];
-  PelWorker workers[kPelThreads];
-  int32_t startedWorkers;  // atomic
+  PelWorker workers[kPelThreads];  // by thread id
+  int32_t startedWorkers;          // atomic
 };
 
 extern "C" {
