@@ -19,8 +19,9 @@ Status solveTwoImages(MILsm8* self) {
   if (!factorCholesky(matrix.data(), kProjectiveParameters, kProjectivePivotLimit)) {
     self->failureCode = MILSM_FAIL_PIVOT;
   }
-  baseRightHandSide(self->moments, self->parameters);
-  if (!solveCholesky(matrix.data(), self->parameters, kProjectiveParameters, kDiagonalLimit)) {
+  double rightHandSide[kProjectiveParameters];
+  baseRightHandSide(self->moments, rightHandSide);
+  if (!solveCholesky(matrix.data(), rightHandSide, self->parameters, kProjectiveParameters, kDiagonalLimit)) {
     self->failureCode = MILSM_FAIL_DIAGONAL;
   }
   return ZELVAN_OK;
@@ -42,7 +43,7 @@ Status solveManyImages(MILsm8* self) {
       self->failureCode = MILSM_FAIL_PIVOT;
       return ZELVAN_OK;
     }
-    if (!solveCholesky(matrix.data(), step.data(), n, kDiagonalLimit)) {
+    if (!solveCholesky(matrix.data(), step.data(), step.data(), n, kDiagonalLimit)) {
       self->failureCode = MILSM_FAIL_DIAGONAL;
       return ZELVAN_OK;
     }

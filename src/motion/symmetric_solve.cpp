@@ -54,20 +54,20 @@ bool factorCholesky(double* matrix, int32_t n, double pivotLimit) {
   return true;
 }
 
-bool solveCholesky(const double* factors, double* vector, int32_t n, double diagonalLimit) {
+bool solveCholesky(const double* factors, const double* rightHandSide, double* x, int32_t n, double diagonalLimit) {
   for (int32_t i = 0; i < n; ++i) {
     const double diagonal = factors[i * n + i];
     if (std::fabs(diagonal) < diagonalLimit) return false;
-    double value = vector[i];
-    for (int32_t k = 0; k < i; ++k) value -= factors[i * n + k] * vector[k];
-    vector[i] = value / diagonal;
+    double value = rightHandSide[i];
+    for (int32_t k = 0; k < i; ++k) value -= factors[i * n + k] * x[k];
+    x[i] = value / diagonal;
   }
   for (int32_t i = n - 1; i >= 0; --i) {
     const double diagonal = factors[i * n + i];
     if (std::fabs(diagonal) < diagonalLimit) return false;
-    double value = vector[i];
-    for (int32_t k = i + 1; k < n; ++k) value -= factors[k * n + i] * vector[k];
-    vector[i] = value / diagonal;
+    double value = x[i];
+    for (int32_t k = i + 1; k < n; ++k) value -= factors[k * n + i] * x[k];
+    x[i] = value / diagonal;
   }
   return true;
 }

@@ -18,8 +18,8 @@ void substituteBackwardUnit(const double* factors, double* vector, int32_t n);
 // diagonal entries behind it stay unreduced.
 bool factorCholesky(double* matrix, int32_t n, double pivotLimit);
 
-// L L^T x = vector by forward and back substitution, in place. False when a diagonal entry has a magnitude below
-// diagonalLimit; the vector is then left half done.
-bool solveCholesky(const double* factors, double* vector, int32_t n, double diagonalLimit);
+// L L^T x = rightHandSide by forward and back substitution; both may be the same array. False when a diagonal entry has
+// a magnitude below diagonalLimit; x then has new values only as far as the substitution went.
+bool solveCholesky(const double* factors, const double* rightHandSide, double* x, int32_t n, double diagonalLimit);
 
 #endif  // ZVT4_MOTION_SYMMETRIC_SOLVE_H_
