@@ -1,0 +1,155 @@
+// Sizes and motions; the image operations stand in vectral_util_image.cpp.
+#include "tracker/vectral_util.h"
+
+#include <algorithm>
+
+#include "base/integer.h"
+#include "base/raw_double.h"
+#include "motion/milsm.h"
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+double focalLength(int32_t width, int32_t height, double fieldOfView) {
+  const double squares = wrapAdd(wrapMul(width, width), wrapMul(height, height));
+  return (RawDouble_sqrt(squares) * 0.5) / RawDouble_tan(fieldOfView * kPi / 180 * 0.5);
+}
+
+// K R K^-1 times f, with K = [f 0 cx; 0 f cy; 0 0 1] and the principal point in the middle of the image.
+void homographyFromRotation(double* h, const double* r, double f, int32_t width, int32_t height) {
+  const double cx = width * 0.5;
+  const double cy = height * 0.5;
+  const double q = f * r[8] - cx * r[6] - cy * r[7];
+  h[0] = f * r[0] + cx * r[6];
+  h[1] = f * r[1] + cx * r[7];
+  h[2] = f * (f * r[2] - cx * r[0] - cy * r[1]) + cx * q;
+  h[3] = f * r[3] + cy * r[6];
+  h[4] = f * r[4] + cy * r[7];
+  h[5] = f * (f * r[5] - cx * r[3] - cy * r[4]) + cy * q;
+  h[6] = r[6];
+  h[7] = r[7];
+  h[8] = q;
+}
+
+// 2^n for the difference of two levels.
+double powerOfTwo(int32_t n) {
+  return wrapShl(1, n & 31);
+}
+
+// Reads the rotation off the inverse motion at the centre and its right neighbour, as seen at size 2.
+Status refitRotation(Mvec8Real* dst, const Mvec8Real* src, int32_t width1, int32_t height1, int32_t width2,
+                     int32_t height2, double fieldOfView) {
+  const double f = focalLength(width2, height2, fieldOfView);
+  Mvec8Real inverse = {};
+  Status status = Mvec8Real_inv(&inverse, src);
+  const int32_t hx = width1 / 2;
+  const int32_t hy = height1 / 2;
+  double x0 = 0, y0 = 0, x1 = 0, y1 = 0;
+  status |= Mvec8Real_trans2DReal(&inverse, &x0, &y0, hx, hy);
+  status |= Mvec8Real_trans2DReal(&inverse, &x1, &y1, static_cast<double>(hx) + 1, hy);
+  x0 = (x0 - hx) * width2 / width1;
+  y0 = (y0 - hy) * height2 / height1;
+  x1 = (x1 - hx) * width2 / width1;
+  y1 = (y1 - hy) * height2 / height1;
+  const double a = RawDouble_atan2(-x0, f);
+  const double b = RawDouble_atan2(y0, f * RawDouble_cos(a) - x0 * RawDouble_sin(a));
+  double r[9];
+  VectralUtil_rotationMatrix(r, a, b, 0);
+  const double c = RawDouble_atan2(-(r[3] * x1 + r[4] * y1 + r[5] * f), r[0] * x1 + r[1] * y1 + r[2] * f);
+  VectralUtil_rotationMatrix(r, a, b, c);
+  homographyFromRotation(dst->h, r, f, width2, height2);
+  return status;
+}
+
+}  // namespace
+
+Status VectralUtil_calcShrinkRatio(int32_t* ratio, int32_t targetArea, int32_t width, int32_t height) {
+  if (ratio == nullptr) return ZELVAN_ERROR_PARAM;
+  *ratio = 1;
+  if (targetArea < 0) return ZELVAN_ERROR_PARAM;
+  const int32_t target = std::max(targetArea, 1);
+  int32_t r = 2;
+  while (wrapMul(width / r, height / r) >= target) ++r;
+  *ratio = r - 1;
+  return ZELVAN_OK;
+}
+
+Status VectralUtil_calcResoNum(int32_t* levels, int32_t minimumArea, int32_t width, int32_t height) {
+  if (levels == nullptr) return ZELVAN_ERROR_PARAM;
+  for (int32_t i = 0; i <= 98; ++i) {
+    const int32_t shift = std::min(i, 31);
+    if (wrapMul(width >> shift, height >> shift) < minimumArea) {
+      *levels = i;
+      return ZELVAN_OK;
+    }
+  }
+  return ZELVAN_ERROR_PARAM;
+}
+
+Status VectralUtil_similarTransform(Mvec8Real* dst, const Mvec8Real* src, const ImageRect* rect, double scale,
+                                    int32_t inverse) {
+  if (dst == nullptr || src == nullptr) return ZELVAN_ERROR_PARAM;
+  const double left = rect != nullptr ? rect->left : 0;
+  const double top = rect != nullptr ? rect->top : 0;
+  const Mvec8Real outward = {{scale, 0, left, 0, scale, top, 0, 0, 1}, {}};
+  const Mvec8Real inward = {{1 / scale, 0, -left / scale, 0, 1 / scale, -top / scale, 0, 0, 1}, {}};
+  const Mvec8Real& first = inverse != 0 ? outward : inward;
+  const Mvec8Real& last = inverse != 0 ? inward : outward;
+  Mvec8Real product = {};
+  Status status = Mvec8Real_mult(&product, src, &first);
+  status |= Mvec8Real_mult(dst, &last, &product);
+  return status | Mvec8Real_normalize(dst, dst);
+}
+
+Status VectralUtil_rotationMatrix(double* matrix, double a, double b, double c) {
+  if (matrix == nullptr) return ZELVAN_ERROR_PARAM;
+  const double ca = RawDouble_cos(a), sa = RawDouble_sin(a);
+  const double cb = RawDouble_cos(b), sb = RawDouble_sin(b);
+  const double cc = RawDouble_cos(c), sc = RawDouble_sin(c);
+  matrix[0] = ca * cc - sa * sb * sc;
+  matrix[1] = -cb * sc;
+  matrix[2] = sa * cc + ca * sb * sc;
+  matrix[3] = ca * sc + sa * sb * cc;
+  matrix[4] = cb * cc;
+  matrix[5] = sa * sc - ca * sb * cc;
+  matrix[6] = -sa * cb;
+  matrix[7] = sb;
+  matrix[8] = ca * cb;
+  return ZELVAN_OK;
+}
+
+Status VectralUtil_shift8R(Mvec8Real* dst, const Mvec8Real* src, double dx, double dy, int32_t width, int32_t height,
+                           double fieldOfView) {
+  if (dst == nullptr || src == nullptr) return ZELVAN_ERROR_PARAM;
+  const double f = focalLength(width, height, fieldOfView);
+  double a = 0, b = 0, c = 0;
+  const Status status = Mvec8Real_estimateRotationAngle(&a, &b, &c, src, width, height, fieldOfView);
+  a += dx / f;
+  b -= dy / f;
+  double r[9];
+  VectralUtil_rotationMatrix(r, a, b, c);
+  *dst = {};
+  homographyFromRotation(dst->h, r, f, width, height);
+  return status;
+}
+
+Status VectralUtil_scaleMvec(Mvec8Real* dst, const Mvec8Real* src, int32_t width1, int32_t height1, int32_t level1,
+                             int32_t width2, int32_t height2, int32_t level2, double fieldOfView, int32_t type) {
+  if (dst == nullptr || src == nullptr) return ZELVAN_ERROR_PARAM;
+  if (dst != src) *dst = *src;
+  if (type == MILSM_8R) return refitRotation(dst, dst, width1, height1, width2, height2, fieldOfView);
+  double k;
+  if (level1 < 0 || level2 < 0) {
+    k = static_cast<double>(width1) / width2;
+  } else if (level1 > level2) {
+    k = powerOfTwo(level1 - level2);
+  } else {
+    k = 1 / powerOfTwo(level2 - level1);
+  }
+  dst->h[2] *= k;
+  dst->h[5] *= k;
+  dst->h[6] *= 1 / k;
+  dst->h[7] *= 1 / k;
+  return ZELVAN_OK;
+}
