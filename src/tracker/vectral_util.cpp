@@ -5,32 +5,10 @@
 
 #include "base/integer.h"
 #include "base/raw_double.h"
+#include "motion/camera.h"
 #include "motion/milsm.h"
 
 namespace {
-
-constexpr double kPi = 3.14159265358979323846;
-
-double focalLength(int32_t width, int32_t height, double fieldOfView) {
-  const double squares = wrapAdd(wrapMul(width, width), wrapMul(height, height));
-  return (RawDouble_sqrt(squares) * 0.5) / RawDouble_tan(fieldOfView * kPi / 180 * 0.5);
-}
-
-// K R K^-1 times f, with K = [f 0 cx; 0 f cy; 0 0 1] and the principal point in the middle of the image.
-void homographyFromRotation(double* h, const double* r, double f, int32_t width, int32_t height) {
-  const double cx = width * 0.5;
-  const double cy = height * 0.5;
-  const double q = f * r[8] - cx * r[6] - cy * r[7];
-  h[0] = f * r[0] + cx * r[6];
-  h[1] = f * r[1] + cx * r[7];
-  h[2] = f * (f * r[2] - cx * r[0] - cy * r[1]) + cx * q;
-  h[3] = f * r[3] + cy * r[6];
-  h[4] = f * r[4] + cy * r[7];
-  h[5] = f * (f * r[5] - cx * r[3] - cy * r[4]) + cy * q;
-  h[6] = r[6];
-  h[7] = r[7];
-  h[8] = q;
-}
 
 // 2^n for the difference of two levels.
 double powerOfTwo(int32_t n) {
@@ -40,7 +18,8 @@ double powerOfTwo(int32_t n) {
 // Reads the rotation off the inverse motion at the centre and its right neighbour, as seen at size 2.
 Status refitRotation(Mvec8Real* dst, const Mvec8Real* src, int32_t width1, int32_t height1, int32_t width2,
                      int32_t height2, double fieldOfView) {
-  const double f = focalLength(width2, height2, fieldOfView);
+  const Camera camera = makeCamera(width2, height2, fieldOfView);
+  const double f = camera.f;
   Mvec8Real inverse = {};
   Status status = Mvec8Real_inv(&inverse, src);
   const int32_t hx = width1 / 2;
@@ -58,7 +37,7 @@ Status refitRotation(Mvec8Real* dst, const Mvec8Real* src, int32_t width1, int32
   VectralUtil_rotationMatrix(r, a, b, 0);
   const double c = RawDouble_atan2(-(r[3] * x1 + r[4] * y1 + r[5] * f), r[0] * x1 + r[1] * y1 + r[2] * f);
   VectralUtil_rotationMatrix(r, a, b, c);
-  homographyFromRotation(dst->h, r, f, width2, height2);
+  motionFromRotation(camera, r, dst->h);
   return status;
 }
 
@@ -122,15 +101,15 @@ Status VectralUtil_rotationMatrix(double* matrix, double a, double b, double c) 
 Status VectralUtil_shift8R(Mvec8Real* dst, const Mvec8Real* src, double dx, double dy, int32_t width, int32_t height,
                            double fieldOfView) {
   if (dst == nullptr || src == nullptr) return ZELVAN_ERROR_PARAM;
-  const double f = focalLength(width, height, fieldOfView);
+  const Camera camera = makeCamera(width, height, fieldOfView);
   double a = 0, b = 0, c = 0;
   const Status status = Mvec8Real_estimateRotationAngle(&a, &b, &c, src, width, height, fieldOfView);
-  a += dx / f;
-  b -= dy / f;
+  a += dx / camera.f;
+  b -= dy / camera.f;
   double r[9];
   VectralUtil_rotationMatrix(r, a, b, c);
   *dst = {};
-  homographyFromRotation(dst->h, r, f, width, height);
+  motionFromRotation(camera, r, dst->h);
   return status;
 }
 
