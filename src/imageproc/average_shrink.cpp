@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "base/integer.h"
+#include "imageproc/plane_view.h"
 #include "imageproc/resize.h"
 #include "parallel/bands.h"
 #include "parallel/pel_kernel.h"
@@ -100,29 +101,21 @@ Status shrinkPlane(const ImageProc2* proc, Image* dst, const Image* src) {
   return Pel_execute(proc->pel, &kDown, &second, second.bands);
 }
 
-using ViewInit = Status (*)(Image*, const Image*, int32_t, int32_t, int32_t, int32_t);
-
-template <int32_t kChannels>
-Status shrinkView(const ImageProc2* proc, Image* dst, const Image* src, ViewInit init) {
-  ScopedImage dstView(proc->env);
-  ScopedImage srcView(proc->env);
-  if (const Status s = init(&dstView, dst, 0, 0, dst->width, dst->height); s != ZELVAN_OK) return s;
-  if (const Status s = init(&srcView, src, 0, 0, src->width, src->height); s != ZELVAN_OK) return s;
-  if (dstView.width < 1 || dstView.height < 1 || srcView.width < 1 || srcView.height < 1) return ZELVAN_OK;
-  return shrinkPlane<uint8_t, kChannels>(proc, &dstView, &srcView);
-}
-
 Status shrinkRest(const ImageProc2* proc, Image* dst, const Image* src) {
+  using PlaneShrink = Status (*)(const ImageProc2*, Image*, const Image*);
+  const auto view = [&](ViewInit init, PlaneShrink shrink) {
+    return onPlaneViews(proc->env, dst, src, init, [&](Image* d, const Image* s) { return shrink(proc, d, s); });
+  };
   switch (src->format) {
     case IMAGE_YUV420_PLANAR: {
-      Status status = shrinkView<1>(proc, dst, src, Image_initSubImageY);
-      status |= shrinkView<1>(proc, dst, src, Image_initSubImageU);
-      return status | shrinkView<1>(proc, dst, src, Image_initSubImageV);
+      Status status = view(Image_initSubImageY, shrinkPlane<uint8_t, 1>);
+      status |= view(Image_initSubImageU, shrinkPlane<uint8_t, 1>);
+      return status | view(Image_initSubImageV, shrinkPlane<uint8_t, 1>);
     }
     case IMAGE_YUV420_SEMIPLANAR:
     case IMAGE_YVU420_SEMIPLANAR: {
-      const Status status = shrinkView<1>(proc, dst, src, Image_initSubImageY);
-      return status | shrinkView<2>(proc, dst, src, Image_initSubImageUV);
+      const Status status = view(Image_initSubImageY, shrinkPlane<uint8_t, 1>);
+      return status | view(Image_initSubImageUV, shrinkPlane<uint8_t, 2>);
     }
     case IMAGE_UINT8:
       return shrinkPlane<uint8_t, 1>(proc, dst, src);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "imageproc/arithmetic.h"
+#include "imageproc/plane_view.h"
 #include "imageproc/resize_plane.h"
 #include "parallel/bands.h"
 #include "parallel/pel_kernel.h"
@@ -14,22 +15,7 @@ bool isUsable(const void* proc, const Image* dst, const Image* src) {
          src->height > 0;
 }
 
-bool isEmpty(const Image& image) {
-  return image.width < 1 || image.height < 1;
-}
-
-using ViewInit = Status (*)(Image*, const Image*, int32_t, int32_t, int32_t, int32_t);
 using PlaneResize = Status (*)(void* proc, Image* dst, const Image* src);
-
-// Resizes one plane through views of both images. A chroma plane without samples needs nothing.
-Status resizeView(void* proc, Env* env, Image* dst, const Image* src, ViewInit init, PlaneResize resize) {
-  ScopedImage dstView(env);
-  ScopedImage srcView(env);
-  if (const Status s = init(&dstView, dst, 0, 0, dst->width, dst->height); s != ZELVAN_OK) return s;
-  if (const Status s = init(&srcView, src, 0, 0, src->width, src->height); s != ZELVAN_OK) return s;
-  if (isEmpty(dstView) || isEmpty(srcView)) return ZELVAN_OK;
-  return resize(proc, &dstView, &srcView);
-}
 
 // ---------------------------------------------------------------------------------------------------- executor form
 
@@ -142,7 +128,7 @@ Status ImageProc_resizeImage(ImageProc* proc, Image* dst, const Image* src) {
     return dst->format == src->format ? Image_copy(dst, src) : ImageProc_cvt(proc, dst, src);
   }
   const auto view = [&](ViewInit init, PlaneResize resize) {
-    return resizeView(proc, proc->env, dst, src, init, resize);
+    return onPlaneViews(proc->env, dst, src, init, [&](Image* d, const Image* s) { return resize(proc, d, s); });
   };
   const bool same = dst->format == src->format;
   switch (src->format) {
@@ -185,7 +171,7 @@ Status ImageProc2_resizeImage(ImageProc2* proc, Image* dst, const Image* src) {
   if (dst->format != src->format) return ZELVAN_ERROR_UNSUPPORTED;
   if (dst->width == src->width && dst->height == src->height) return Image_copy(dst, src);
   const auto view = [&](ViewInit init, PlaneResize resize) {
-    return resizeView(proc, proc->env, dst, src, init, resize);
+    return onPlaneViews(proc->env, dst, src, init, [&](Image* d, const Image* s) { return resize(proc, d, s); });
   };
   switch (src->format) {
     case IMAGE_YUV420_PLANAR: {
