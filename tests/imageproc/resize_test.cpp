@@ -1,0 +1,376 @@
+#include "imageproc/resize.h"
+
+#include "imageproc/kernel_rig.h"
+#include "parallel/syscall.h"
+
+namespace {
+
+struct Size {
+  int32_t w;
+  int32_t h;
+};
+struct Pair {
+  Size src;
+  Size dst;
+};
+
+// Q15 weight of the second sample at an index. A weight in 128ths is told by its bits.
+struct Tap {
+  int64_t index;
+  int64_t weight;
+  int32_t bits;
+};
+
+Tap tapAt(int64_t p, int64_t sw) {
+  if (p < 0) return {0, 0, 15};
+  if (p >= (sw - 1) << 15) return {sw - 1, 0, 15};
+  return {p >> 15, p & 0x7fff, 15};
+}
+
+// Position by position, with the groups of eight found anew for each pixel.
+Tap horizontalTap(int64_t x, int64_t sw, int64_t dw, bool groups) {
+  const int64_t s = (sw << 15) / dw;
+  const int64_t p0 = ((sw - dw) * 32768) / (2 * dw);
+  if (groups && sw <= dw) {
+    int64_t first = 0;
+    while (p0 + first * s < 0) ++first;
+    const int64_t head = first + (x - first) / 8 * 8;
+    if (x >= first && head < dw - 0x40000 / s) {
+      const int64_t p = p0 + head * s;
+      const int64_t k = x - head;
+      const int64_t q = ((p & 0x7fff) >> 8) + ((k * s + 128) >> 8);
+      return {(p >> 15) + q / 128, q % 128, 7};
+    }
+  }
+  return tapAt(p0 + x * s, sw);
+}
+
+int64_t mixed(const Tap& tap, int64_t a, int64_t b) {
+  const int64_t one = int64_t{1} << tap.bits;
+  return ((one - tap.weight) * a + tap.weight * b + one / 2) >> tap.bits;
+}
+
+Plane resized(const Plane& src, int32_t dw, int32_t dh, bool groups) {
+  Plane dst(dw, dh, src.channels);
+  for (int32_t y = 0; y < dh; ++y) {
+    const int64_t v = ((2 * int64_t{y} * src.height + src.height - dh) * 32768) / (2 * dh);
+    // Above the first row the weight is 0; below the last one both rows are the same.
+    const Tap down = {v < 0 ? 0 : v >> 15, v < 0 ? 0 : v & 0x7fff, 15};
+    for (int32_t x = 0; x < dw; ++x) {
+      const Tap across = horizontalTap(x, src.width, dw, groups);
+      for (int32_t c = 0; c < src.channels; ++c) {
+        int64_t rows[2];
+        for (int32_t i = 0; i < 2; ++i) {
+          rows[i] =
+              mixed(across, src.edge(across.index, down.index + i, c), src.edge(across.index + 1, down.index + i, c));
+        }
+        dst.at(x, y, c) = static_cast<double>(mixed(down, rows[0], rows[1]));
+      }
+    }
+  }
+  return dst;
+}
+
+Plane resizedByPel(const Plane& src, int32_t dw, int32_t dh) {
+  if (std::abs(dw - src.width / 2) >= 2 || std::abs(dh - src.height / 2) >= 2) return resized(src, dw, dh, false);
+  Plane dst(dw, dh, src.channels);
+  for (int32_t y = 0; y < dh; ++y) {
+    for (int32_t x = 0; x < dw; ++x) {
+      for (int32_t c = 0; c < src.channels; ++c) {
+        const int64_t sum = src.edge(2 * x, 2 * y, c) + src.edge(2 * x + 1, 2 * y, c) + src.edge(2 * x, 2 * y + 1, c) +
+                            src.edge(2 * x + 1, 2 * y + 1, c);
+        dst.at(x, y, c) = static_cast<double>((sum + 2) >> 2);
+      }
+    }
+  }
+  return dst;
+}
+
+constexpr int32_t kPelFormats[] = {26, 27, 29, 57, 58, 61, 64};
+
+const Pair kPairs[] = {
+    {{10, 7}, {33, 20}},  {{64, 48}, {201, 150}}, {{33, 17}, {33, 40}},  {{100, 80}, {37, 29}}, {{200, 11}, {199, 9}},
+    {{1, 1}, {9, 5}},     {{5, 5}, {1, 1}},       {{17, 3}, {40, 3}},    {{2, 2}, {64, 65}},    {{64, 48}, {32, 24}},
+    {{65, 49}, {33, 25}}, {{65, 49}, {32, 24}},   {{64, 48}, {33, 25}},  {{64, 48}, {34, 24}},  {{2, 6}, {2, 3}},
+    {{1, 9}, {1, 5}},     {{131, 66}, {66, 65}},  {{9, 130}, {10, 200}}, {{63, 3}, {129, 300}}, {{16, 16}, {300, 8}},
+};
+
+// Every format and size, over noise and over extremes, from a view into a larger picture, on each number of workers.
+template <typename Run, typename Reference>
+void compare(const Pair& sizes, int32_t format, const Run& run, const Reference& reference) {
+  const Size s = sizes.src;
+  const Size d = sizes.dst;
+  const TestImage whole(s.w + 5, s.h + 3, format, static_cast<uint32_t>(s.w * 31 + d.w), 8);
+  if (d.w & 1) makeExtreme(whole);
+  Image src;
+  construct_Image(&src, nullptr);
+  ASSERT_EQ(Image_initSubImage(&src, &whole, 2, 2, s.w, s.h), ZELVAN_OK);
+  const std::vector<Plane> from = planesOf(src);
+  for (const int32_t workers : kWorkerCounts) {
+    KernelRig rig(workers);
+    TestImage dst(d.w, d.h, format, 7, 8);
+    ASSERT_EQ(run(rig, &dst, &src), ZELVAN_OK);
+    const std::vector<Plane> got = planesOf(dst);
+    for (size_t p = 0; p < got.size(); ++p) {
+      if (got[p].values.empty() || from[p].values.empty()) continue;
+      EXPECT_EQ(got[p], reference(from[p], got[p].width, got[p].height))
+          << "format " << format << " plane " << p << ' ' << s.w << 'x' << s.h << " to " << d.w << 'x' << d.h << " on "
+          << workers;
+    }
+    EXPECT_TRUE(dst.guardsUnchanged());
+  }
+}
+
+TEST(Resize, ExecutorFormMatchesTheFormula) {
+  for (const Pair& pair : kPairs) {
+    for (const int32_t format : {24, 26, 27, 29, 57, 58, 61, 64}) {
+      compare(
+          pair, format, [](KernelRig& rig, Image* d, Image* s) { return ImageProc_resizeImage(&rig.proc, d, s); },
+          [&](const Plane& from, int32_t w, int32_t h) {
+            return resized(from, w, h, from.channels == 1 && format < 58);
+          });
+    }
+  }
+}
+
+TEST(Resize, PelFormMatchesTheFormula) {
+  for (const Pair& pair : kPairs) {
+    for (const int32_t format : kPelFormats) {
+      compare(
+          pair, format, [](KernelRig& rig, Image* d, Image* s) { return ImageProc2_resizeImage(&rig.proc2, d, s); },
+          resizedByPel);
+    }
+  }
+}
+
+TEST(Resize, FloatInterpolatesTheSameGeometry) {
+  KernelRig rig(3);
+  for (const Pair& pair : kPairs) {
+    TestImage src(pair.src.w, pair.src.h, IMAGE_FLOAT, 1, 8);
+    // A plane is reproduced by linear interpolation, except where the edges repeat.
+    for (int32_t y = 0; y < src.height; ++y) {
+      for (int32_t x = 0; x < src.width; ++x) imageRow<float>(&src, y)[x] = 3.0f * x - 2.0f * y + 0.5f;
+    }
+    TestImage dst(pair.dst.w, pair.dst.h, IMAGE_FLOAT, 1, 8);
+    ASSERT_EQ(ImageProc_resizeImage(&rig.proc, &dst, &src), ZELVAN_OK);
+    for (int32_t y = 0; y < dst.height; ++y) {
+      for (int32_t x = 0; x < dst.width; ++x) {
+        const double u = std::clamp((2.0 * x + 1) * src.width / (2.0 * dst.width) - 0.5, 0.0, src.width - 1.0);
+        const double v = std::clamp((2.0 * y + 1) * src.height / (2.0 * dst.height) - 0.5, 0.0, src.height - 1.0);
+        // A step is truncated to 1/32768, which adds up over the row.
+        EXPECT_NEAR(imageRow<float>(&dst, y)[x], 3 * u - 2 * v + 0.5, 3.0 * (dst.width + 2) / 32768);
+      }
+    }
+    EXPECT_TRUE(dst.guardsUnchanged());
+  }
+}
+
+TEST(Resize, ConstantsStayAndEqualSizesCopy) {
+  KernelRig rig(3);
+  for (const int32_t format : {27, 57, 61, 64}) {
+    const TestImage noise(41, 31, format, 1, 8);
+    TestImage copies[2] = {{41, 31, format, 2, 8}, {41, 31, format, 3, 8}};
+    ASSERT_EQ(ImageProc_resizeImage(&rig.proc, &copies[0], &noise), ZELVAN_OK);
+    ASSERT_EQ(ImageProc2_resizeImage(&rig.proc2, &copies[1], &noise), ZELVAN_OK);
+    for (const TestImage& copy : copies) {
+      EXPECT_EQ(planesOf(copy), planesOf(noise));
+      EXPECT_TRUE(copy.guardsUnchanged());
+    }
+    for (const uint8_t value : {0, 1, 127, 255}) {
+      fillPixels(noise, value);
+      for (const Size size : {Size{20, 30}, Size{90, 77}, Size{20, 15}}) {
+        TestImage flat[2] = {{size.w, size.h, format, 2, 8}, {size.w, size.h, format, 3, 8}};
+        ASSERT_EQ(ImageProc_resizeImage(&rig.proc, &flat[0], &noise), ZELVAN_OK);
+        ASSERT_EQ(ImageProc2_resizeImage(&rig.proc2, &flat[1], &noise), ZELVAN_OK);
+        for (const TestImage& image : flat) {
+          for (const Plane& plane : planesOf(image)) {
+            EXPECT_EQ(plane.values, std::vector<double>(plane.values.size(), planesOf(noise)[0].values[0]));
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(Resize, RoutesAndRefusals) {
+  KernelRig rig(0);
+  struct Case {
+    int32_t dst;
+    int32_t src;
+    Size size;
+    Status executor;
+    Status pel;
+  };
+  const Case cases[] = {
+      {57, 27, {9, 9}, ZELVAN_OK, ZELVAN_ERROR_UNSUPPORTED},
+      {57, 26, {9, 9}, ZELVAN_OK, ZELVAN_ERROR_UNSUPPORTED},
+      {29, 27, {10, 8}, ZELVAN_OK, ZELVAN_ERROR_UNSUPPORTED},
+      {57, 29, {20, 16}, ZELVAN_OK, ZELVAN_ERROR_UNSUPPORTED},  // equal sizes: the luma is copied
+      {58, 57, {9, 9}, ZELVAN_ERROR_UNSUPPORTED, ZELVAN_ERROR_UNSUPPORTED},
+      {63, 63, {9, 9}, ZELVAN_OK, ZELVAN_ERROR_UNSUPPORTED},
+      {61, 57, {20, 16}, ZELVAN_ERROR_GENERAL, ZELVAN_ERROR_UNSUPPORTED},
+      {65, 65, {9, 9}, ZELVAN_ERROR_UNSUPPORTED, ZELVAN_ERROR_UNSUPPORTED},
+      {57, 57, {0, 9}, ZELVAN_ERROR_PARAM, ZELVAN_ERROR_PARAM},
+  };
+  for (const Case& c : cases) {
+    TestImage src(20, 16, c.src, 1, 8);
+    TestImage one(c.size.w, c.size.h, c.dst, 2, 8);
+    TestImage two(c.size.w, c.size.h, c.dst, 2, 8);
+    EXPECT_EQ(ImageProc_resizeImage(&rig.proc, &one, &src), c.executor) << c.dst << " from " << c.src;
+    EXPECT_EQ(ImageProc2_resizeImage(&rig.proc2, &two, &src), c.pel) << c.dst << " from " << c.src;
+    EXPECT_EQ(one.unchanged(), c.executor != ZELVAN_OK);
+    EXPECT_EQ(two.unchanged(), c.pel != ZELVAN_OK);
+    if (c.executor == ZELVAN_OK && c.src < 57) {
+      EXPECT_EQ(planesOf(one)[0], resized(planesOf(src)[0], c.size.w, c.size.h, true));
+    }
+    EXPECT_EQ(ImageProc_resizeImage(&rig.proc, nullptr, &src), ZELVAN_ERROR_PARAM);
+    EXPECT_EQ(ImageProc2_resizeImage(&rig.proc2, &two, nullptr), ZELVAN_ERROR_PARAM);
+  }
+  // Two rows of 4000 pixels do not fit: the executor form leaves the picture alone and says nothing.
+  KernelRig small(0, 4096);
+  TestImage src(20, 16, 57);
+  TestImage dst(4000, 3, 57);
+  EXPECT_EQ(ImageProc_resizeImage(&small.proc, &dst, &src), ZELVAN_OK);
+  EXPECT_EQ(ImageProc2_resizeImage(&small.proc2, &dst, &src), ZELVAN_ERROR_NOMEM);
+  EXPECT_TRUE(dst.unchanged());
+}
+
+// --------------------------------------------------------------------------------------------------- average shrink
+
+Plane sharedPass(const Plane& src, int32_t target, bool across) {
+  const int64_t current = across ? src.width : src.height;
+  Plane dst(across ? target : src.width, across ? src.height : target, src.channels);
+  const int64_t s = (current << 15) / target;
+  const int64_t r = (int64_t{target} << 7) / current;
+  const int64_t p0 = across ? (current - target) * 32768 / (2 * target) : 0;
+  for (int32_t y = 0; y < dst.height; ++y) {
+    for (int32_t x = 0; x < dst.width; ++x) {
+      const int64_t p = p0 + (across ? x : y) * s;
+      const int64_t f = ((p & 0x7fff) + 128) >> 8;
+      const int64_t t = (s >> 8) + f;
+      const int64_t w0 = ((128 - f) * r + 64) >> 7;
+      const int64_t w1 = ((t < 257 ? t - 128 : 128) * r + 64) >> 7;
+      const int64_t w[3] = {w0, w1, 128 - w0 - w1};
+      for (int32_t c = 0; c < src.channels; ++c) {
+        int64_t sum = 64;
+        for (int64_t k = 0; k < 3; ++k) {
+          const int64_t i = std::max<int64_t>((p >> 15) + k, 0);
+          sum += w[k] * (across ? src.edge(i, y, c) : src.edge(x, i, c));
+        }
+        dst.at(x, y, c) = static_cast<double>(sum >> 7);
+      }
+    }
+  }
+  return dst;
+}
+
+Plane averageShrunk(Plane plane, Size image, Size target, int32_t dw, int32_t dh) {
+  const int32_t shift = plane.width == image.w ? 0 : 1;
+  do {
+    image = {(image.w + 1) / 2, (image.h + 1) / 2};
+    plane = resizedByPel(plane, image.w >> shift, image.h >> shift);
+    if (image.w == target.w && image.h == target.h && (image.w + 1) / 2 < target.w) return plane;
+  } while (!((image.w + 1) / 2 < target.w || image.w == 1) || !((image.h + 1) / 2 < target.h || image.h == 1));
+  return sharedPass(sharedPass(plane, dw, true), dh, false);
+}
+
+TEST(AverageShrink, HalvesAndThenSharesPixels) {
+  const Pair pairs[] = {
+      {{64, 48}, {32, 24}}, {{65, 49}, {33, 25}}, {{64, 48}, {16, 12}},  {{100, 80}, {37, 29}}, {{101, 77}, {30, 23}},
+      {{90, 70}, {23, 18}}, {{9, 9}, {1, 1}},     {{130, 40}, {40, 12}}, {{33, 47}, {8, 12}},   {{12, 90}, {1, 7}},
+  };
+  for (const Pair& pair : pairs) {
+    for (const int32_t format : kPelFormats) {
+      compare(
+          pair, format, [](KernelRig& rig, Image* d, Image* s) { return ImageProc2_averageShrink(&rig.proc2, d, s); },
+          [&](const Plane& from, int32_t w, int32_t h) { return averageShrunk(from, pair.src, pair.dst, w, h); });
+    }
+  }
+}
+
+TEST(AverageShrink, RefusesWhatDoesNotShrink) {
+  KernelRig rig(0);
+  TestImage src(20, 16, 57);
+  for (const Size size : {Size{20, 8}, Size{10, 16}, Size{21, 8}, Size{0, 8}, Size{20, 16}}) {
+    TestImage dst(size.w, size.h, 57);
+    EXPECT_EQ(ImageProc2_averageShrink(&rig.proc2, &dst, &src), ZELVAN_ERROR_PARAM);
+    EXPECT_TRUE(dst.unchanged());
+  }
+  TestImage pairs(7, 5, 64);
+  EXPECT_EQ(ImageProc2_averageShrink(&rig.proc2, &pairs, &src), ZELVAN_ERROR_PARAM);
+  // Only one direction is above half the size: memory outside the picture stays out of it.
+  TestImage odd(19, 3, 57);
+  EXPECT_EQ(ImageProc2_averageShrink(&rig.proc2, &odd, &src), ZELVAN_OK);
+  EXPECT_TRUE(odd.guardsUnchanged());
+}
+
+TEST(BufferSize, CoversWhatTheKernelsTake) {
+  const int32_t workers = std::min(Syscall_getNumberOfProcessors(nullptr), kPelThreads);
+  for (const int32_t format : kPelFormats) {
+    KernelRig rig(workers);
+    Heap2& heap = rig.arena().env()->heap;
+    TestImage src(150, 90, format, 1, 8);
+    TestImage large(211, 130, format, 1, 8);
+    TestImage small(40, 22, format, 1, 8);
+    const uint32_t before = Heap2_getMaxUsedSize(&heap);
+    const uint32_t used = Heap2_getUsedSize(&heap);
+    ASSERT_EQ(ImageProc2_resizeImage(&rig.proc2, &large, &src), ZELVAN_OK);
+    EXPECT_LE(std::max(before, Heap2_getMaxUsedSize(&heap)) - std::max(before, used),
+              static_cast<uint32_t>(ImageProc2_getBufferSize(211, 130, format)));
+    ASSERT_EQ(ImageProc2_averageShrink(&rig.proc2, &small, &src), ZELVAN_OK);
+    EXPECT_LE(Heap2_getMaxUsedSize(&heap) - used,
+              static_cast<uint32_t>(ImageProc2_getBufferSizeForAverageShrink(150, 90)));
+  }
+  EXPECT_EQ(ImageProc2_getBufferSizeForResizeImage(100, 1), 100 * 32 * Syscall_getNumberOfProcessors(nullptr) + 2048);
+}
+
+// ------------------------------------------------------------------------------------------------------------ sizes
+
+TEST(TargetSize, FitIsInsideAndMaxCovers) {
+  std::mt19937 random(5);
+  for (int32_t round = 0; round < 2000; ++round) {
+    const auto side = [&] { return static_cast<int32_t>(random() % 60000 + 1); };
+    const int32_t w = side(), h = side(), bw = side(), bh = side();
+    int32_t fw, fh, mw, mh;
+    ASSERT_EQ(ImageProc_getSizeFit(&fw, &fh, w, h, bw, bh), ZELVAN_OK);
+    ASSERT_EQ(ImageProc_getSizeMax(&mw, &mh, w, h, bw, bh), ZELVAN_OK);
+    EXPECT_TRUE(fw <= bw && fh <= bh && (fw == bw || fh == bh));
+    EXPECT_TRUE(mw >= bw && mh >= bh && (mw == bw || mh == bh));
+    for (const Size s : {Size{fw, fh}, Size{mw, mh}}) {  // one side is exact, the other is the truncated proportion
+      const bool exact =
+          s.w == static_cast<int32_t>(int64_t{s.h} * w / h) || s.h == static_cast<int32_t>(int64_t{s.w} * h / w);
+      EXPECT_TRUE(exact) << s.w << 'x' << s.h;
+    }
+    EXPECT_EQ(ImageProc_getSizeFit(&fw, &fh, w, h, w, h), ZELVAN_OK);
+    EXPECT_TRUE(fw == w && fh == h);
+  }
+  for (int32_t zero = 0; zero < 4; ++zero) {
+    int32_t v[4] = {3, 4, 5, 6};
+    v[zero] = 0;
+    int32_t w, h;
+    EXPECT_EQ(ImageProc_getSizeFit(&w, &h, v[0], v[1], v[2], v[3]), ZELVAN_ERROR_GENERAL);
+    EXPECT_EQ(ImageProc_getSizeMax(&w, &h, v[0], v[1], v[2], v[3]), ZELVAN_ERROR_GENERAL);
+  }
+}
+
+TEST(TargetSize, AreaIsThatOfTheSmallestScaleThatReachesIt) {
+  const struct {
+    Size size;
+    int32_t area;
+  } cases[] = {
+      {{4000, 3000}, 120000}, {{640, 480}, 8640}, {{3000, 4000}, 12000000},    {{641, 481}, 76800}, {{5, 3}, 15 * 1024},
+      {{5, 3}, 20000},        {{7, 9}, 1},        {{60000, 60000}, 2000000000}};
+  for (const auto& c : cases) {
+    int64_t w = 0, h = 0;
+    for (int64_t scale = 1; scale <= 0x100000 && w * h < c.area; ++scale) {
+      w = (scale * c.size.w + 32767) >> 15;
+      h = (scale * c.size.h + 32767) >> 15;
+    }
+    int32_t gotW, gotH;
+    ASSERT_EQ(ImageProc_getSizeArea(&gotW, &gotH, c.size.w, c.size.h, c.area), ZELVAN_OK);
+    EXPECT_EQ(gotW, w);
+    EXPECT_EQ(gotH, h);
+  }
+}
+
+}  // namespace
