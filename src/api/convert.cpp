@@ -1,0 +1,59 @@
+#include <cstring>
+
+#include "api/tessal4_handle.h"
+#include "image/image_conv.h"
+#include "image/image_if.h"
+
+namespace {
+
+uint8_t* bytesOf(void* plane) {
+  return static_cast<uint8_t*>(plane);
+}
+
+}  // namespace
+
+Status zelvan_Tessaline4_convertInput(zelvan_Tessaline4* handle, zelvan_ImageData* data, int32_t fromFormat,
+                                      int32_t toFormat) {
+  if (handle == nullptr || data == nullptr || handle->pointer == nullptr) return ZELVAN_ERROR_PARAM;
+  if (toFormat != IMAGE_YUV420_SEMIPLANAR) return ZELVAN_ERROR_UNSUPPORTED;
+  if (fromFormat != IMAGE_YUV422_YUYV && fromFormat != IMAGE_YUV420_PLANAR) return ZELVAN_ERROR_UNSUPPORTED;
+  Tessal4Handle* self = handle->pointer;
+  Image* src = &self->convertSrc;
+  Image* dst = &self->convertDst;
+  const int32_t bytes = IF_getImageSize(data->width, data->height, "YVU420_SEMIPLANAR");
+  uint8_t* plane0 = bytesOf(data->plane0);
+
+  Status status;
+  if (fromFormat == IMAGE_YUV422_YUYV) {
+    status = Image_init(src, self->width, self->height, plane0, fromFormat);
+  } else {
+    uint8_t* plane1 = plane0 + Image_getSize(data->width, data->height, fromFormat, 2);
+    void* planes[3] = {plane0, plane1, plane1 + Image_getSize(data->width, data->height, fromFormat, 5)};
+    status = Image_init(src, self->width, self->height, planes, fromFormat);
+  }
+  status |= Image_init(dst, self->width, self->height, nullptr, toFormat);
+  if (status != ZELVAN_OK) return status;
+  status = Image_conv_toYuv420Semiplanar(dst, src);
+  if (fromFormat == IMAGE_YUV422_YUYV) data->plane1 = plane0 + Image_getSize(data->width, data->height, toFormat, 2);
+  const int32_t held = Image_getSize(self->width, self->height, toFormat, 0);
+  std::memcpy(src->plane0, dst->plane0, static_cast<size_t>(bytes < held ? bytes : held));
+  return status;
+}
+
+Status zelvan_Tessaline4_convertOutput(zelvan_Tessaline4* handle, Image* image, int32_t fromFormat, int32_t toFormat) {
+  if (handle == nullptr || image == nullptr || handle->pointer == nullptr) return ZELVAN_ERROR_PARAM;
+  if (fromFormat != IMAGE_YUV420_SEMIPLANAR) return ZELVAN_ERROR_UNSUPPORTED;
+  if (toFormat != IMAGE_YUV420_PLANAR && toFormat != IMAGE_YUV422_YUYV) return ZELVAN_ERROR_UNSUPPORTED;
+  Tessal4Handle* self = handle->pointer;
+  Image* src = &self->convertSrc;
+  Image* dst = &self->convertDst;
+  void* planes[2] = {image->plane0, image->plane0 + Image_getSize(image->width, image->height, fromFormat, 2)};
+  Status status = Image_init(src, self->width, self->height, planes, fromFormat);
+  status |= Image_init(dst, self->width, self->height, nullptr, toFormat);
+  if (status != ZELVAN_OK) return status;
+  status =
+      toFormat == IMAGE_YUV422_YUYV ? Image_conv_toYuv422Interleaved(dst, src) : Image_conv_toYuv420Planar(dst, src);
+  const int32_t bytes = Image_getSize(self->width, self->height, toFormat, 0);
+  std::memcpy(src->plane0, dst->plane0, static_cast<size_t>(bytes));
+  return status;
+}

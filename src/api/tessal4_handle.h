@@ -1,0 +1,71 @@
+// Tessal4Handle: the record of an instance, at the start of the caller's buffer. The arena follows it.
+#ifndef ZVT4_API_TESSAL4_HANDLE_H_
+#define ZVT4_API_TESSAL4_HANDLE_H_
+
+#include "api/zelvan_tessaline4.h"
+#include "engine/tessal4.h"
+#include "engine/weak_uv_nr.h"
+
+inline constexpr int32_t kMaxFrames = 10;
+inline constexpr int32_t kStrengthAnchors = 33;
+
+enum Tessal4StateFlag : uint32_t {
+  TESSAL4_EXISTS = 1,  // initialize
+  TESSAL4_OPEN = 2,    // start
+  TESSAL4_FILLED = 4,  // at least one frame taken
+  TESSAL4_DONE = 8,    // the merge has run
+};
+
+struct Tessal4Handle {
+  Env env;
+  Tessal4 engine;
+  Tessal4Params params;  // what start hands to the engine
+  int32_t autoScaling;
+  int32_t autoSorting;
+  double objBlurCorrection;
+  double lumaNrStrength;
+  double chromaNrStrength;
+  int32_t lumaNrTimes;
+  int32_t chromaNrTimes;
+  int32_t removeSpikeLevel;
+  int32_t saturationLevel;
+  int32_t gain;   // percent
+  int32_t gamma;  // percent
+  int32_t sharpnessLevel;
+  double sharpnessSigma1;
+  double sharpnessSigma2;
+  int32_t contrast;
+  int32_t lumaNrLevelPercent;
+  float epsilonLevels[kStrengthAnchors];        // item k: strength where k frames agree
+  int32_t uvThresholdLevels[kStrengthAnchors];  // likewise
+  int32_t objBlurLevel;                         // 0 to 7, -1 not set
+  int32_t lumaNrLevel;
+  int32_t chromaNrLevel;
+  Image convertDst;
+  Image convertSrc;
+  Image frames[kMaxFrames];
+  Image output;
+  int32_t frameCount;
+  int32_t width;
+  int32_t height;
+  int32_t imageFormat;    // working format; -1 not set
+  int32_t wrappedFormat;  // 16 or 26 when the caller's format is converted on the way in and out
+  int32_t addedCount;
+  int32_t mergeCount;
+  ParallelExecutor executor;
+  Pel pel;
+  uint32_t stateFlags;
+  int32_t coreCount;
+  uint32_t coreMask;
+  int32_t corePin;
+  WeakUvNrParams weakUvNrParams;
+  int32_t weakUvNrTimes;
+};
+
+// The result goes back into a wrapped format: image is the library's own output record.
+extern "C" __attribute__((visibility("default"))) Status zelvan_Tessaline4_convertOutput(zelvan_Tessaline4* handle,
+                                                                                         Image* image,
+                                                                                         int32_t fromFormat,
+                                                                                         int32_t toFormat);
+
+#endif  // ZVT4_API_TESSAL4_HANDLE_H_
