@@ -25,11 +25,12 @@ inline void filterRow(int16_t* __restrict out, const uint8_t* __restrict src, in
   int32_t k[2 * Radius + 1];
   for (int32_t i = 0; i <= 2 * Radius; ++i) k[i] = taps[i];
   const uint8_t* from[2 * Radius + 1];
-  for (int32_t i = 0; i <= 2 * Radius; ++i) from[i] = src + (i - Radius) * Channels;
-  for (int32_t x = Radius * Channels; x < (width - Radius) * Channels; ++x) {
+  for (int32_t i = 0; i <= 2 * Radius; ++i) from[i] = src + i * Channels;
+  int16_t* __restrict inner = out + Radius * Channels;
+  for (int32_t x = 0; x < (width - 2 * Radius) * Channels; ++x) {
     int32_t sum = 512;
     for (int32_t i = 0; i <= 2 * Radius; ++i) sum += k[i] * from[i][x];
-    out[x] = static_cast<int16_t>(sum >> 10);
+    inner[x] = static_cast<int16_t>(sum >> 10);
   }
   for (int32_t x = width - Radius; x < width; ++x) edge(x);
 }
