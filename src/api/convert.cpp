@@ -31,7 +31,7 @@ Status zelvan_Tessaline4_convertInput(zelvan_Tessaline4* handle, zelvan_ImageDat
     void* planes[3] = {plane0, plane1, plane1 + Image_getSize(data->width, data->height, fromFormat, 5)};
     status = Image_init(src, self->width, self->height, planes, fromFormat);
   }
-  status |= Image_init(dst, self->width, self->height, nullptr, toFormat);
+  status |= initScratch(dst, self->width, self->height, toFormat);
   if (status != ZELVAN_OK) return status;
   status = Image_conv_toYuv420Semiplanar(dst, src);
   if (fromFormat == IMAGE_YUV422_YUYV) data->plane1 = plane0 + Image_getSize(data->width, data->height, toFormat, 2);
@@ -49,7 +49,7 @@ Status zelvan_Tessaline4_convertOutput(zelvan_Tessaline4* handle, Image* image, 
   Image* dst = &self->convertDst;
   void* planes[2] = {image->plane0, image->plane0 + Image_getSize(image->width, image->height, fromFormat, 2)};
   Status status = Image_init(src, self->width, self->height, planes, fromFormat);
-  status |= Image_init(dst, self->width, self->height, nullptr, toFormat);
+  status |= initScratch(dst, self->width, self->height, toFormat);
   if (status != ZELVAN_OK) return status;
   status =
       toFormat == IMAGE_YUV422_YUYV ? Image_conv_toYuv422Interleaved(dst, src) : Image_conv_toYuv420Planar(dst, src);
