@@ -131,6 +131,7 @@ int32_t Pel_getBufferSize() {
 }
 
 Status construct_Pel(Pel* pel, Env* env) {
+  if (pel == nullptr) return ZELVAN_ERROR_PARAM;
   std::memset(pel, 0, sizeof(*pel));
   pel->env = env;
   Status status = ZELVAN_OK;

@@ -160,7 +160,7 @@ Status awaitCompletion(Pel* pel, int32_t n, const uint32_t* list) {
       status |= runWorker(pel, worker, n, list);
       status |= Lock_lock(&pel->eventLock);
       pel->helping = 0;
-      // Another client that found a helper at work may have to take over now.
+      // Another client that found somebody at work may have to take over now.
       status |= Condition_signalAll(&pel->completion);
       if (status != ZELVAN_OK || areComplete(pel, n, list)) return status;
     }
