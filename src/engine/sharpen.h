@@ -1,4 +1,18 @@
-// Adaptive sharpening of a luma plane.
+// Adaptive sharpening of a luma plane: a band-pass with a gain per pixel and a dead zone round zero.
+//
+// Both kernels are Gaussians of 2 x Radius + 1 taps in Q15. Rows are filtered into 8-bit values with five fraction
+// bits, then, rows clamped to the image, with c = src(x, y), m = map(x, y) (0 to 128, 128 the full gain):
+//
+//   VA = (sum of kA x TA + 16384) >> 15, VB likewise;  d = VB - VA
+//   e  = (((trunc(gain) x m) >> 7) x d + 128) >> 8;     e' = e - clamp(e, -core, core), core = trunc(coring x 32)
+//   dst = clamp((((c << 5) | 16) + e') >> 5, 0, 255)
+//
+// With sigmaB below sigmaA edges are raised, the other way round the image is softened. The forms without map take
+// the full gain everywhere. Only plane 0 of dst, src and map is touched; sizes are those of src.
+// dst may be src: every pixel is computed from the rows as they were.
+// Scratch: per band 2 x (2 x Radius + 1) filtered rows, and 2 x Radius source rows at each cut. At most 16 bands of
+// rows, the same bytes for any split.
+// ZELVAN_ERROR_PARAM for rows narrower than 7 pixels, ZELVAN_ERROR_NOMEM when the arena refuses; dst is then untouched.
 #ifndef ZVT4_ENGINE_SHARPEN_H_
 #define ZVT4_ENGINE_SHARPEN_H_
 
