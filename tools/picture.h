@@ -1,0 +1,49 @@
+// What all commands of the tool share: a picture in memory and the one kind of error.
+#ifndef TESSALINE4_TOOLS_PICTURE_H_
+#define TESSALINE4_TOOLS_PICTURE_H_
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+// A failure that the user reads: one line that names the file and the reason.
+class Error : public std::runtime_error {
+ public:
+  explicit Error(const std::string& what) : std::runtime_error(what) {}
+  Error(const std::string& file, const std::string& reason) : std::runtime_error(file + ": " + reason) {}
+};
+
+// 4:2:0, 8 bits, full-range BT.601, densely packed. u and v have (width + 1) / 2 x (height + 1) / 2 samples, each at
+// the centre of its 2x2 luma samples.
+struct Picture {
+  int32_t width = 0;
+  int32_t height = 0;
+  std::vector<uint8_t> y;
+  std::vector<uint8_t> u;
+  std::vector<uint8_t> v;
+  std::vector<uint8_t> exif;  // the EXIF block of the file it came from, "Exif\0\0" first; empty without
+
+  Picture() = default;
+  Picture(int32_t w, int32_t h)
+      : width(w),
+        height(h),
+        y(static_cast<size_t>(w) * static_cast<size_t>(h)),
+        u(static_cast<size_t>(chromaWidth()) * static_cast<size_t>(chromaHeight()), 128),
+        v(u) {}
+  int32_t chromaWidth() const { return (width + 1) / 2; }
+  int32_t chromaHeight() const { return (height + 1) / 2; }
+};
+
+// 8-bit interleaved RGB.
+struct RgbPicture {
+  int32_t width = 0;
+  int32_t height = 0;
+  std::vector<uint8_t> pixels;
+};
+
+}  // namespace tool
+
+#endif  // TESSALINE4_TOOLS_PICTURE_H_
