@@ -1,13 +1,14 @@
 #include "motion/milsm.h"
 
 #include "motion/milsm8.h"
+#include "motion/milsm8r.h"
 #include "motion/milsm8st.h"
 #include "motion/milsm_variant.h"
 
 namespace {
 
 // By MILsmType; null where a variant is not built in.
-const MILsmVariant* const kVariants[] = {nullptr, nullptr, &kMILsm8, &kMILsm8St, nullptr, nullptr};
+const MILsmVariant* const kVariants[] = {nullptr, nullptr, &kMILsm8, &kMILsm8St, &kMILsm8R, nullptr};
 constexpr uint32_t kVariantCount = sizeof(kVariants) / sizeof(kVariants[0]);
 
 // Passes a call on to a slot. whenEmpty is the answer of an implementation that lacks the slot.

@@ -383,7 +383,8 @@ TEST(MILsm, FrontAnswersWithoutImplementationOrSlot) {
 
 // The arena gives out at every request of init, solve and changeImageNum in turn.
 TEST(MILsm, ExhaustedArenaIsReported) {
-  for (int32_t type : {MILSM_8, MILSM_8ST}) {
+  for (int32_t type : {MILSM_8, MILSM_8ST, MILSM_8R}) {
+    const Mvec8Real& motion = type == MILSM_8R ? kIdentity : kMotions[1];
     for (int step = 0; step < 3; ++step) {
       int refused = 0;
       for (uint32_t left = 16;; left += 48) {
@@ -393,7 +394,8 @@ TEST(MILsm, ExhaustedArenaIsReported) {
         Heap2* heap = &arena.env()->heap;
         if (step > 0) {
           MILsm_init(&lsm, type, 3);
-          for (const Pair& p : makePairs(kMotions[1], 0.0)) {
+          MILsm_setCameraParam(&lsm, 160, 120, 61.0);
+          for (const Pair& p : makePairs(motion, 0.0)) {
             MILsm_addReal(&lsm, 0, p.x, p.y, 1, p.X, p.Y, p.w);
             MILsm_addReal(&lsm, 0, p.x, p.y, 2, p.X, p.Y, p.w);
           }
@@ -419,7 +421,7 @@ TEST(MILsm, ExhaustedArenaIsReported) {
           EXPECT_EQ(MILsm_solve(&lsm), ZELVAN_OK);
           Mvec8Real out;
           MILsm_outputMvecReal(&lsm, &out, 2);
-          EXPECT_LT(largestDistance(out, kMotions[1]), 1e-5);
+          EXPECT_LT(largestDistance(out, motion), 1e-5);
         }
         destruct_MILsm(&lsm);
         EXPECT_EQ(arena.used(), 0u);
