@@ -10,6 +10,15 @@ uint8_t* bytesOf(void* plane) {
   return static_cast<uint8_t*>(plane);
 }
 
+// The scratch frame. It is cleared, so that the padding of odd sizes does not carry old arena content to the caller.
+Status initScratch(Image* scratch, int32_t width, int32_t height, int32_t format) {
+  const Status status = Image_init(scratch, width, height, nullptr, format);
+  if (status == ZELVAN_OK && scratch->plane0 != nullptr) {
+    std::memset(scratch->plane0, 0, static_cast<size_t>(Image_getSize(width, height, format, 0)));
+  }
+  return status;
+}
+
 }  // namespace
 
 Status zelvan_Tessaline4_convertInput(zelvan_Tessaline4* handle, zelvan_ImageData* data, int32_t fromFormat,
