@@ -214,8 +214,9 @@ Status destruct_ParallelExecutor(ParallelExecutor* executor) {
   if (executor->bridge != nullptr) status |= releaseBridge(executor);
   if (executor->threads != nullptr) {
     status |= ParallelExecutor_shutdown(executor);
-    Status ignored;
-    status |= ParallelExecutor_join2(executor, &ignored);
+    status |= ParallelExecutor_join2(executor, nullptr);
+    // A working caller's join gives up when it finds no room for finished tasks; the next one makes it.
+    if (atomicLoad(&executor->tasks) > 0) status |= ParallelExecutor_join2(executor, nullptr);
     status |= stopThreads(executor);
     if (atomicFetchAdd(&executor->alive, -callerShare(executor)) != callerShare(executor)) status |= ZELVAN_ERROR_STATE;
     status |= destructQueues(executor);

@@ -45,7 +45,7 @@ struct ParallelExecutor {
   Env* env;
   // Settings, read by init and kept by init and recycle.
   int32_t threadCount;     // wanted threads; negative: all processors; default -1
-  int32_t callerWorks;     // nonzero: the joining thread runs tasks too; default 0
+  int32_t callerWorks;     // nonzero: the joining thread runs tasks too; default 0; not changed while threads run
   int32_t pin;             // nonzero: threads are pinned to processors; default 1
   uint32_t processorMask;  // 0: a thread takes the processor of its own number
   uint32_t callerMask;     // given back to a working caller after a join; 0: all ones
@@ -108,7 +108,8 @@ Status ParallelExecutor_join2(ParallelExecutor* executor, Status* statusOut) ZVT
 
 // Runs function(argument, index, count) for each index from 0 to count - 1, waits, and gives the OR of the results
 // through statusOut, which may be null. A count below 1 means one index per worker. Indices that the queue does not
-// take are not run: ZELVAN_ERROR_STATE. The same for tasks that were not joined before; they are dropped.
+// take are not run: ZELVAN_ERROR_STATE. The same word for tasks that were forked and not joined before; those that have
+// ended by then are dropped.
 Status ParallelExecutor_execute(ParallelExecutor* executor, IndexedFunction function, void* argument, int32_t count,
                                 Status* statusOut) ZVT4_NAME(ParallelExecutor_execute);
 
