@@ -43,7 +43,12 @@ class KernelRig {
   std::unique_ptr<Pel> pel_;
 };
 
-constexpr int32_t kWorkerCounts[] = {0, 1, 3};
+// The numbers of workers that every result must be the same for; made once per test.
+struct KernelRigs {
+  KernelRig rigs[3] = {KernelRig(0), KernelRig(1), KernelRig(3)};
+  KernelRig* begin() { return rigs; }
+  KernelRig* end() { return rigs + 3; }
+};
 
 // One plane as numbers, channels interleaved; reads repeat the edge.
 struct Plane {
