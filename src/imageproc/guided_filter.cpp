@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <initializer_list>
 
 #include "base/integer.h"
 #include "imageproc/resize.h"
@@ -257,12 +258,27 @@ bool isOff(float epsilon, int32_t window) {
   return (epsilon >= -1e-12f && epsilon <= 1e-12f) || window < 2;
 }
 
-Status passThrough(Image* dst, const Image* src) {
-  return dst != nullptr ? Image_copy(dst, src) : ZELVAN_OK;
+// What all forms share: views, the way round a filter that is off, then steps(window on the grid).
+template <typename Steps>
+Status run(GuidedFilter* filter, Image* dst, Image* src, std::initializer_list<float> epsilons, int32_t window,
+           const Steps& steps) {
+  if (const Status s = openViews(filter, dst, src, window); s != ZELVAN_OK) return s;
+  for (const float epsilon : epsilons) {
+    if (isOff(epsilon, window)) return dst != nullptr ? Image_copy(dst, src) : ZELVAN_OK;
+  }
+  return steps(shrinkLength(window, filter->numShrink) | 1);
 }
 
-int32_t gridWindow(const GuidedFilter* filter, int32_t window) {
-  return shrinkLength(window, filter->numShrink) | 1;
+// Block sums, coefficients by calc, apply.
+template <typename Calc, typename... Epsilon>
+Status smooth(GuidedFilter* filter, Image* dst, Image* src, int32_t window, Calc calc, Epsilon... epsilon) {
+  return run(filter, dst, src, {epsilon...}, window, [&](int32_t w) {
+    Status status = sumBlocks(filter);
+    if (status != ZELVAN_OK) return status;
+    status =
+        calc(&filter->coeff, &filter->aRect, &filter->bRect, &filter->guideRect, &filter->squareRect, epsilon..., w);
+    return status != ZELVAN_OK ? status : apply(filter);
+  });
 }
 
 }  // namespace
@@ -369,31 +385,55 @@ Status GuidedFilter_setRect(GuidedFilter* filter, const ImageRect* rect) {
 }
 
 Status GuidedFilter_execute(GuidedFilter* filter, Image* dst, Image* src, float epsilon, int32_t window) {
-  Status status = openViews(filter, dst, src, window);
-  if (status != ZELVAN_OK) return status;
-  if (isOff(epsilon, window)) return passThrough(dst, src);
-  status = sumBlocks(filter);
-  if (status != ZELVAN_OK) return status;
-  status = GuidedFilterCoeff_calcCoeff(&filter->coeff, &filter->aRect, &filter->bRect, &filter->guideRect,
-                                       &filter->squareRect, epsilon, gridWindow(filter, window));
-  return status != ZELVAN_OK ? status : apply(filter);
+  return smooth(filter, dst, src, window, GuidedFilterCoeff_calcCoeff, epsilon);
+}
+
+Status GuidedFilter_execute_square(GuidedFilter* filter, Image* dst, Image* src, float epsilon, int32_t window) {
+  return smooth(filter, dst, src, window, GuidedFilterCoeff_calcCoeff_square, epsilon);
+}
+
+Status GuidedFilter_execute_two_step(GuidedFilter* filter, Image* dst, Image* src, float epsilon1, float epsilon2,
+                                     int32_t window) {
+  return smooth(filter, dst, src, window, GuidedFilterCoeff_calcCoeff_two_step, epsilon1, epsilon2);
+}
+
+Status GuidedFilter_execute_two_step_lite(GuidedFilter* filter, Image* dst, Image* src, float epsilon1, float epsilon2,
+                                          int32_t window) {
+  if (filter != nullptr && filter->numShrink < 1) return ZELVAN_ERROR_UNSUPPORTED;
+  return smooth(filter, dst, src, window, GuidedFilterCoeff_calcCoeff_two_step_lite, epsilon1, epsilon2);
+}
+
+Status GuidedFilter_execute_first_step(GuidedFilter* filter, Image* dst, Image* src, float epsilon, int32_t window) {
+  return run(filter, dst, src, {epsilon}, window, [&](int32_t w) {
+    const Status status = sumBlocks(filter);
+    if (status != ZELVAN_OK) return status;
+    return GuidedFilterCoeff_calcCoeff_first_step(&filter->coeff, &filter->aRect, &filter->bRect, &filter->guideRect,
+                                                  &filter->squareRect, epsilon, w);
+  });
+}
+
+Status GuidedFilter_execute_second_step(GuidedFilter* filter, Image* dst, Image* src, float epsilon, int32_t window) {
+  return run(filter, dst, src, {epsilon}, window, [&](int32_t w) {
+    const Status status = GuidedFilterCoeff_calcCoeff_second_step(&filter->coeff, &filter->aRect, &filter->bRect,
+                                                                  &filter->guideRect, &filter->squareRect, epsilon, w);
+    return status != ZELVAN_OK ? status : apply(filter);
+  });
 }
 
 Status GuidedFilter_execute_with_epsilon_map(GuidedFilter* filter, Image* dst, Image* src, float epsilon,
                                              const Image* map, int32_t window) {
   if (map == nullptr) return ZELVAN_ERROR_PARAM;
-  Status status = openViews(filter, dst, src, window);
-  if (status != ZELVAN_OK) return status;
-  if (isOff(epsilon, window)) return passThrough(dst, src);
-  status = Image_init(&filter->epsilonMap, filter->a.width, filter->a.height, nullptr, IMAGE_UINT8);
-  if (status != ZELVAN_OK) return status;
-  const Scoped<Image, emptyImage> guard(&filter->epsilonMap);
-  status = ImageProc2_resizeImage(&filter->resize, &filter->epsilonMap, map);
-  if (status == ZELVAN_OK) status = cut(&filter->epsilonMapRect, &filter->epsilonMap, filter->shrunkRect);
-  if (status == ZELVAN_OK) status = sumBlocks(filter);
-  if (status != ZELVAN_OK) return status;
-  status = GuidedFilterCoeff_calcCoeff_with_epsilon_map(&filter->coeff, &filter->aRect, &filter->bRect,
-                                                        &filter->guideRect, &filter->squareRect, epsilon,
-                                                        &filter->epsilonMapRect, gridWindow(filter, window));
-  return status != ZELVAN_OK ? status : apply(filter);
+  return run(filter, dst, src, {epsilon}, window, [&](int32_t w) {
+    Status status = Image_init(&filter->epsilonMap, filter->a.width, filter->a.height, nullptr, IMAGE_UINT8);
+    if (status != ZELVAN_OK) return status;
+    const Scoped<Image, emptyImage> guard(&filter->epsilonMap);
+    status = ImageProc2_resizeImage(&filter->resize, &filter->epsilonMap, map);
+    if (status == ZELVAN_OK) status = cut(&filter->epsilonMapRect, &filter->epsilonMap, filter->shrunkRect);
+    if (status == ZELVAN_OK) status = sumBlocks(filter);
+    if (status != ZELVAN_OK) return status;
+    status =
+        GuidedFilterCoeff_calcCoeff_with_epsilon_map(&filter->coeff, &filter->aRect, &filter->bRect, &filter->guideRect,
+                                                     &filter->squareRect, epsilon, &filter->epsilonMapRect, w);
+    return status != ZELVAN_OK ? status : apply(filter);
+  });
 }

@@ -85,6 +85,22 @@ Status GuidedFilter_execute(GuidedFilter* filter, Image* dst, Image* src, float 
 Status GuidedFilter_execute_with_epsilon_map(GuidedFilter* filter, Image* dst, Image* src, float epsilon,
                                              const Image* map, int32_t window)
     ZVT4_NAME(GuidedFilter_execute_with_epsilon_map);
+
+// The classic form with one square window, without a map.
+Status GuidedFilter_execute_square(GuidedFilter* filter, Image* dst, Image* src, float epsilon, int32_t window)
+    ZVT4_NAME(GuidedFilter_execute_square);
+
+// Two rounds (guided_filter_coeff.h), for numShrink 1 and 2: the first smooths the block sums with epsilon1 and gives
+// no picture, the second applies coefficients of the smooth sums to src. They may be run apart, with one window and
+// rectangle. The lite form smooths each block by itself. If epsilon1 or epsilon2 turns a round off, dst is a copy.
+Status GuidedFilter_execute_first_step(GuidedFilter* filter, Image* dst, Image* src, float epsilon, int32_t window)
+    ZVT4_NAME(GuidedFilter_execute_first_step);
+Status GuidedFilter_execute_second_step(GuidedFilter* filter, Image* dst, Image* src, float epsilon, int32_t window)
+    ZVT4_NAME(GuidedFilter_execute_second_step);
+Status GuidedFilter_execute_two_step(GuidedFilter* filter, Image* dst, Image* src, float epsilon1, float epsilon2,
+                                     int32_t window) ZVT4_NAME(GuidedFilter_execute_two_step);
+Status GuidedFilter_execute_two_step_lite(GuidedFilter* filter, Image* dst, Image* src, float epsilon1, float epsilon2,
+                                          int32_t window) ZVT4_NAME(GuidedFilter_execute_two_step_lite);
 }
 
 #endif  // ZVT4_IMAGEPROC_GUIDED_FILTER_H_

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstring>
 
+#include "base/integer.h"
 #include "imageproc/window_sums.h"
 #include "parallel/pel_rows.h"
 
@@ -55,8 +56,8 @@ struct CoeffJob {
   float epsilon;
 };
 
-template <bool kWithMap>
-inline void coeffRow(uint8_t* __restrict a, uint8_t* __restrict b, const uint16_t* __restrict guide,
+template <bool kWithMap, typename Guide>
+inline void coeffRow(uint8_t* __restrict a, uint8_t* __restrict b, const Guide* __restrict guide,
                      const int32_t* __restrict square, const uint8_t* __restrict map, float inverse, float epsilon,
                      int32_t count) {
   const float mapStep = epsilon * 0.03125f;
@@ -74,17 +75,18 @@ inline void coeffRow(uint8_t* __restrict a, uint8_t* __restrict b, const uint16_
   }
 }
 
+template <typename Guide>
 void coeffRows(const CoeffJob& job, int32_t begin, int32_t end) {
   for (int32_t y = begin; y < end; ++y) {
     uint8_t* a = imageRow(job.a, y);
     uint8_t* b = imageRow(job.b, y);
-    const uint16_t* guide = imageRow<const uint16_t>(job.sumGuide, y);
+    const Guide* guide = imageRow<const Guide>(job.sumGuide, y);
     const int32_t* square = imageRow<const int32_t>(job.sumSquare, y);
     const int32_t width = job.sumGuide->width;
     if (job.map != nullptr) {
       coeffRow<true>(a, b, guide, square, imageRow<const uint8_t>(job.map, y), job.inverse, job.epsilon, width);
     } else {
-      coeffRow<false>(a, b, guide, square, nullptr, job.inverse, job.epsilon, width);
+      coeffRow<false, Guide>(a, b, guide, square, nullptr, job.inverse, job.epsilon, width);
     }
   }
 }
@@ -191,37 +193,106 @@ bool fits(const Image* image, int32_t width, int32_t height) {
   return image != nullptr && image->plane0 != nullptr && image->width == width && image->height == height;
 }
 
+int32_t rectWidth(const GuidedFilterCoeff* coeff) {
+  return wrapSub(coeff->rect.right, coeff->rect.left);
+}
+int32_t rectHeight(const GuidedFilterCoeff* coeff) {
+  return wrapSub(coeff->rect.bottom, coeff->rect.top);
+}
+
+Status check(const GuidedFilterCoeff* coeff, const Image* a, const Image* b, const Image* guide, const Image* square,
+             int32_t window) {
+  if (coeff == nullptr || window < 1) return ZELVAN_ERROR_PARAM;
+  const int32_t width = rectWidth(coeff);
+  const int32_t height = rectHeight(coeff);
+  if (width < 1 || height < 1) return ZELVAN_ERROR_PARAM;
+  for (const Image* image : {a, b, guide, square}) {
+    if (!fits(image, width, height)) return ZELVAN_ERROR_PARAM;
+  }
+  const bool known = coeff->numShrink >= 0 && coeff->numShrink <= 2;
+  return known && a->format == IMAGE_UINT8 && b->format == IMAGE_UINT8 ? ZELVAN_OK : ZELVAN_ERROR_UNSUPPORTED;
+}
+
+Status cutScratch(const GuidedFilterCoeff* coeff, Image* view, const Image* scratch) {
+  return Image_initSubImage(view, scratch, coeff->rect.left, coeff->rect.top, rectWidth(coeff), rectHeight(coeff));
+}
+
+float inverseArea(const GuidedFilterCoeff* coeff, int64_t blocks) {
+  return 1.0f / static_cast<float>(blocks << (2 * coeff->numShrink));
+}
+
+// Arguments are checked.
 Status calculate(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide, Image* square, float epsilon,
                  const Image* map, int32_t window) {
-  const int32_t width = coeff->rect.right - coeff->rect.left;
-  const int32_t height = coeff->rect.bottom - coeff->rect.top;
-  if (width < 1 || height < 1 || window < 1 || !fits(a, width, height) || !fits(b, width, height) ||
-      !fits(guide, width, height) || !fits(square, width, height) || (map != nullptr && !fits(map, width, height))) {
-    return ZELVAN_ERROR_PARAM;
-  }
-  if (coeff->numShrink < 0 || coeff->numShrink > 2 || a->format != IMAGE_UINT8 || b->format != IMAGE_UINT8 ||
-      (map != nullptr && map->format != IMAGE_UINT8)) {
-    return ZELVAN_ERROR_UNSUPPORTED;
-  }
-  const ImageRect& rect = coeff->rect;
-  Status status = Image_initSubImage(&coeff->sumGuideRect, &coeff->sumGuide, rect.left, rect.top, width, height);
+  Status status = cutScratch(coeff, &coeff->sumGuideRect, &coeff->sumGuide);
+  if (status == ZELVAN_OK) status = cutScratch(coeff, &coeff->sumSquareRect, &coeff->sumSquare);
   if (status != ZELVAN_OK) return status;
-  status = Image_initSubImage(&coeff->sumSquareRect, &coeff->sumSquare, rect.left, rect.top, width, height);
-  if (status != ZELVAN_OK) return status;
-
   const int32_t radius = window >> 2;
-  const int64_t blocks = (window >> 1) | 1;  // 2 radius + 1
-  const float inverse = 1.0f / static_cast<float>(blocks << (2 * coeff->numShrink));
+  const float inverse = inverseArea(coeff, (window >> 1) | 1);  // 2 radius + 1 blocks
   for (int32_t d = 0; d < kDirections; ++d) {
     status = windowSums(d, &coeff->sumGuideRect, guide, radius);
     if (status == ZELVAN_OK) status = windowSums(d, &coeff->sumSquareRect, square, radius);
     if (status != ZELVAN_OK) return status;
     const CoeffJob job = {&coeff->a[d], &coeff->b[d], &coeff->sumGuideRect, &coeff->sumSquareRect, map,
                           inverse,      epsilon};
-    status = executeRows<CoeffJob, coeffRows>(coeff->pel, job, height);
+    status = executeRows<CoeffJob, coeffRows<uint16_t>>(coeff->pel, job, a->height);
     if (status != ZELVAN_OK) return status;
   }
-  return executeRows<MergeJob, mergeRows>(coeff->pel, {a, b, coeff, radius}, height);
+  return executeRows<MergeJob, mergeRows>(coeff->pel, {a, b, coeff, radius}, a->height);
+}
+
+// Rewriting the sums, as if the picture had been a * I + b already.
+
+struct RewriteJob {
+  Image* guide;
+  Image* square;
+  const Image* a;
+  const Image* b;
+  int32_t area;  // pixels of a block
+  float epsilon;
+};
+
+// Sums over a block of q = a / 128 I + b and of q q, rounded, and limited to those of white, since merged a and b may
+// overshoot. a, b < 256 and square < 2^20: the wide sum stays below 2^41.
+inline void rewriteBlock(uint16_t* guide, int32_t* square, int32_t a, int32_t b, int32_t area) {
+  const int64_t b128 = 128 * b;
+  const int64_t sum = *guide;
+  const int64_t sumSquare = int64_t{a * a} * *square + 2 * a * b128 * sum + b128 * b128 * area;
+  *square = static_cast<int32_t>(std::min<int64_t>((sumSquare + 8192) >> 14, 255 * 255 * area));
+  *guide = static_cast<uint16_t>(std::min<int64_t>((a * sum + b128 * area + 64) >> 7, 255 * area));
+}
+
+void rewriteRows(const RewriteJob& job, int32_t begin, int32_t end) {
+  for (int32_t y = begin; y < end; ++y) {
+    uint16_t* guide = imageRow<uint16_t>(job.guide, y);
+    int32_t* square = imageRow<int32_t>(job.square, y);
+    const uint8_t* a = imageRow<const uint8_t>(job.a, y);
+    const uint8_t* b = imageRow<const uint8_t>(job.b, y);
+    for (int32_t x = 0; x < job.guide->width; ++x) rewriteBlock(guide + x, square + x, a[x], b[x], job.area);
+  }
+}
+
+constexpr int32_t kLiteJobs = 4;
+
+// The same with a, b of each block's own mean and variance.
+Status rewriteLite(RewriteJob* job, int32_t index, const PelContext* context) {
+  const int32_t end = static_cast<int32_t>(int64_t{job->guide->height} * (index + 1) / context->count);
+  for (int32_t y = static_cast<int32_t>(int64_t{job->guide->height} * index / context->count); y < end; ++y) {
+    uint16_t* guide = imageRow<uint16_t>(job->guide, y);
+    int32_t* square = imageRow<int32_t>(job->square, y);
+    for (int32_t x = 0; x < job->guide->width; ++x) {
+      uint8_t a;
+      uint8_t b;
+      coeffRow<false, uint16_t>(&a, &b, guide + x, square + x, nullptr, 1.0f / static_cast<float>(job->area),
+                                job->epsilon, 1);
+      rewriteBlock(guide + x, square + x, a, b, job->area);
+    }
+  }
+  return ZELVAN_OK;
+}
+
+bool areBlockSums(const Image* guide, const Image* square) {
+  return guide->format == IMAGE_UINT16 && square->format == IMAGE_INT32;
 }
 
 }  // namespace
@@ -298,11 +369,89 @@ Status GuidedFilterCoeff_setRect(GuidedFilterCoeff* coeff, const ImageRect* rect
 
 Status GuidedFilterCoeff_calcCoeff(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide, Image* square,
                                    float epsilon, int32_t window) {
-  return coeff == nullptr ? ZELVAN_ERROR_PARAM : calculate(coeff, a, b, guide, square, epsilon, nullptr, window);
+  const Status status = check(coeff, a, b, guide, square, window);
+  return status != ZELVAN_OK ? status : calculate(coeff, a, b, guide, square, epsilon, nullptr, window);
 }
 
 Status GuidedFilterCoeff_calcCoeff_with_epsilon_map(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide,
                                                     Image* square, float epsilon, const Image* map, int32_t window) {
-  if (coeff == nullptr || map == nullptr) return ZELVAN_ERROR_PARAM;
+  const Status status = check(coeff, a, b, guide, square, window);
+  if (status != ZELVAN_OK) return status;
+  if (!fits(map, a->width, a->height)) return ZELVAN_ERROR_PARAM;
+  if (map->format != IMAGE_UINT8) return ZELVAN_ERROR_UNSUPPORTED;
   return calculate(coeff, a, b, guide, square, epsilon, map, window);
+}
+
+Status GuidedFilterCoeff_calcCoeff_square(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide, Image* square,
+                                          float epsilon, int32_t window) {
+  Status status = check(coeff, a, b, guide, square, window);
+  if (status != ZELVAN_OK) return status;
+  ScopedImage sumGuide(coeff->env);
+  ScopedImage bytes(coeff->env);
+  status = cutScratch(coeff, &sumGuide, &coeff->wideScratch);
+  if (status == ZELVAN_OK) status = cutScratch(coeff, &bytes, &coeff->byteScratch);
+  if (status == ZELVAN_OK) status = cutScratch(coeff, &coeff->sumSquareRect, &coeff->sumSquare);
+  ScopedImage rowSums(coeff->env);
+  if (status == ZELVAN_OK) status = Image_init(&rowSums, a->width, a->height, nullptr, IMAGE_INT32);
+  if (status == ZELVAN_OK) status = sum_sqre(&sumGuide, guide, &rowSums, window >> 1, nullptr);
+  if (status == ZELVAN_OK) status = sum_sqre(&coeff->sumSquareRect, square, &rowSums, window >> 1, nullptr);
+  if (status != ZELVAN_OK) return status;
+  const CoeffJob job = {
+      a, b, &sumGuide, &coeff->sumSquareRect, nullptr, inverseArea(coeff, int64_t{window} * window), epsilon};
+  status = executeRows<CoeffJob, coeffRows<int32_t>>(coeff->pel, job, a->height);
+  for (Image* image : {a, b}) {
+    if (status != ZELVAN_OK) return status;
+    status = box_blur_u8(image, image, &bytes, &coeff->rowScratch, window, window, coeff->pel);
+  }
+  return status;
+}
+
+Status GuidedFilterCoeff_calcCoeff_first_step(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide, Image* square,
+                                              float epsilon, int32_t window) {
+  Status status = check(coeff, a, b, guide, square, window);
+  if (status != ZELVAN_OK) return status;
+  if (!areBlockSums(guide, square)) return ZELVAN_ERROR_UNSUPPORTED;
+  status = calculate(coeff, a, b, guide, square, epsilon, nullptr, window);
+  if (status != ZELVAN_OK) return status;
+  const RewriteJob job = {guide, square, a, b, 1 << (2 * coeff->numShrink), 0.0f};
+  return executeRows<RewriteJob, rewriteRows>(coeff->pel, job, guide->height);
+}
+
+Status GuidedFilterCoeff_calcCoeff_second_step(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide,
+                                               Image* square, float epsilon, int32_t window) {
+  const Status status = check(coeff, a, b, guide, square, window);
+  if (status != ZELVAN_OK) return status;
+  if (!areBlockSums(guide, square)) return ZELVAN_ERROR_UNSUPPORTED;
+  return calculate(coeff, a, b, guide, square, epsilon, nullptr, window);
+}
+
+Status GuidedFilterCoeff_calcCoeff_two_step(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide, Image* square,
+                                            float epsilon1, float epsilon2, int32_t window) {
+  const Status status = GuidedFilterCoeff_calcCoeff_first_step(coeff, a, b, guide, square, epsilon1, window);
+  if (status != ZELVAN_OK) return status;
+  return GuidedFilterCoeff_calcCoeff_second_step(coeff, a, b, guide, square, epsilon2, window);
+}
+
+Status GuidedFilterCoeff_calcCoeff_two_step_lite_first(GuidedFilterCoeff* coeff, Image* guide, Image* square,
+                                                       float epsilon) {
+  if (coeff == nullptr || guide == nullptr || guide->width < 1 || guide->height < 1 || guide->plane0 == nullptr ||
+      !fits(square, guide->width, guide->height)) {
+    return ZELVAN_ERROR_PARAM;
+  }
+  if (coeff->numShrink < 1 || coeff->numShrink > 2 || !areBlockSums(guide, square)) return ZELVAN_ERROR_UNSUPPORTED;
+  static constexpr PelKernel kRewrite = pelIndexed<RewriteJob, rewriteLite>();
+  RewriteJob job = {guide, square, nullptr, nullptr, 1 << (2 * coeff->numShrink), epsilon};
+  return Pel_execute(coeff->pel, &kRewrite, &job, kLiteJobs);
+}
+
+Status GuidedFilterCoeff_calcCoeff_two_step_lite_second(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide,
+                                                        Image* square, float epsilon, int32_t window) {
+  return GuidedFilterCoeff_calcCoeff_second_step(coeff, a, b, guide, square, epsilon, window);
+}
+
+Status GuidedFilterCoeff_calcCoeff_two_step_lite(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide,
+                                                 Image* square, float epsilon1, float epsilon2, int32_t window) {
+  const Status status = GuidedFilterCoeff_calcCoeff_two_step_lite_first(coeff, guide, square, epsilon1);
+  if (status != ZELVAN_OK) return status;
+  return GuidedFilterCoeff_calcCoeff_two_step_lite_second(coeff, a, b, guide, square, epsilon2, window);
 }

@@ -64,6 +64,33 @@ Status GuidedFilterCoeff_calcCoeff(GuidedFilterCoeff* coeff, Image* a, Image* b,
 Status GuidedFilterCoeff_calcCoeff_with_epsilon_map(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide,
                                                     Image* square, float epsilon, const Image* map, int32_t window)
     ZVT4_NAME(GuidedFilterCoeff_calcCoeff_with_epsilon_map);
+
+// One square window of window x window blocks (odd; 257 at most) instead of the lines: a, b without a map, then a box
+// mean of each over the same window. Takes and gives back one INT32 image of the rectangle's size.
+Status GuidedFilterCoeff_calcCoeff_square(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide, Image* square,
+                                          float epsilon, int32_t window) ZVT4_NAME(GuidedFilterCoeff_calcCoeff_square);
+
+// Two rounds: the first smooths the block sums, the second takes its coefficients from the smooth ones. The first
+// turns guide and square, in place, into the sums of q = a / 128 I + b and of q q, rounded to nearest; its a, b are
+// those of calcCoeff or, in the lite form, of the block alone, which needs no window. guide UINT16, square INT32 only.
+Status GuidedFilterCoeff_calcCoeff_first_step(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide, Image* square,
+                                              float epsilon, int32_t window)
+    ZVT4_NAME(GuidedFilterCoeff_calcCoeff_first_step);
+Status GuidedFilterCoeff_calcCoeff_second_step(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide,
+                                               Image* square, float epsilon, int32_t window)
+    ZVT4_NAME(GuidedFilterCoeff_calcCoeff_second_step);
+Status GuidedFilterCoeff_calcCoeff_two_step(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide, Image* square,
+                                            float epsilon1, float epsilon2, int32_t window)
+    ZVT4_NAME(GuidedFilterCoeff_calcCoeff_two_step);
+Status GuidedFilterCoeff_calcCoeff_two_step_lite_first(GuidedFilterCoeff* coeff, Image* guide, Image* square,
+                                                       float epsilon)
+    ZVT4_NAME(GuidedFilterCoeff_calcCoeff_two_step_lite_first);
+Status GuidedFilterCoeff_calcCoeff_two_step_lite_second(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide,
+                                                        Image* square, float epsilon, int32_t window)
+    ZVT4_NAME(GuidedFilterCoeff_calcCoeff_two_step_lite_second);
+Status GuidedFilterCoeff_calcCoeff_two_step_lite(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide,
+                                                 Image* square, float epsilon1, float epsilon2, int32_t window)
+    ZVT4_NAME(GuidedFilterCoeff_calcCoeff_two_step_lite);
 }
 
 // Releases the images; the record can be initialised again.

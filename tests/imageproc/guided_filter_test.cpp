@@ -44,11 +44,97 @@ int32_t weightOf(int32_t a) {
   return t * t + t + 1;
 }
 
-// y: the luma inside the rectangle. map: epsilon map on the grid, or null.
-Grid filtered(Grid y, int32_t numShrink, float epsilon, Grid* map, int32_t fullWindow) {
-  const int32_t side = 1 << numShrink, area = side * side;
-  const int32_t window = (fullWindow >> numShrink) | 1;
+struct Pair {
+  Grid a, b;
+  Pair(int32_t w, int32_t h) : a(w, h), b(w, h) {}
+};
+
+// One model, from window sums over count blocks.
+void model(Pair* out, int32_t x, int32_t y, int32_t sumGuide, int32_t sumSquare, float inv, float epsilon, Grid* map) {
+  const float m = inv * static_cast<float>(sumGuide);
+  const float v = inv * static_cast<float>(sumSquare) - m * m;
+  const float ratio =
+      v / (map == nullptr ? epsilon + v : v + (epsilon * 0.03125f) * static_cast<float>(map->at(x, y)) + 1e-12f);
+  out->a.at(x, y) = static_cast<uint8_t>(truncToInt32(ratio * 128.0f + 0.5f));
+  out->b.at(x, y) = static_cast<uint8_t>(truncToInt32((1.0f - ratio) * m + 0.5f));
+}
+
+Pair lineModels(Grid& guide, Grid& square, int32_t area, float epsilon, Grid* map, int32_t window) {
   const int32_t radius = window >> 2, count = (window >> 1) | 1, reach = count >> 1;
+  const int32_t w = guide.width, h = guide.height;
+  std::vector<Pair> directions(4, Pair(w, h));
+  for (int32_t d = 0; d < 4; ++d) {
+    for (int32_t i = 0; i < w * h; ++i) {
+      model(&directions[d], i % w, i / w, lineSum(guide, i % w, i / w, kDirections[d], radius),
+            lineSum(square, i % w, i / w, kDirections[d], radius), 1.0f / static_cast<float>(count * area), epsilon,
+            map);
+    }
+  }
+  Pair merged(w, h);
+  for (int32_t i = 0; i < w * h; ++i) {
+    std::vector<std::pair<int32_t, int32_t>> as, bs;
+    for (int32_t d = 0; d < 4; ++d) {
+      for (const int32_t sign : {1, -1}) {
+        const int32_t x = i % w + sign * reach * kDirections[d][0], y = i / w + sign * reach * kDirections[d][1];
+        if (!guide.holds(x, y)) continue;
+        const int32_t a = directions[d].a.at(x, y);
+        as.push_back({weightOf(a), a});
+        bs.push_back({weightOf(a), directions[d].b.at(x, y)});
+      }
+    }
+    merged.a.at(i % w, i / w) = roundedMean(as);
+    merged.b.at(i % w, i / w) = roundedMean(bs);
+  }
+  return merged;
+}
+
+int32_t squareSum(Grid& grid, int32_t x, int32_t y, int32_t radius) {
+  int32_t sum = 0;
+  for (int32_t j = -radius; j <= radius; ++j) {
+    for (int32_t i = -radius; i <= radius; ++i) sum += grid.nearest(x + i, y + j);
+  }
+  return sum;
+}
+
+Grid boxMean(Grid grid, int32_t window) {
+  for (const int32_t d : {0, 1}) {
+    Grid mean(grid.width, grid.height);
+    for (int32_t i = 0; i < grid.width * grid.height; ++i) {
+      const int32_t x = i % grid.width, y = i / grid.width;
+      mean.at(x, y) = (lineSum(grid, x, y, kDirections[d], window / 2) + window / 2) / window;
+    }
+    grid = mean;
+  }
+  return grid;
+}
+
+Pair squareModels(Grid& guide, Grid& square, int32_t area, float epsilon, int32_t window) {
+  Pair models(guide.width, guide.height);
+  for (int32_t i = 0; i < guide.width * guide.height; ++i) {
+    const int32_t x = i % guide.width, y = i / guide.width;
+    model(&models, x, y, squareSum(guide, x, y, window / 2), squareSum(square, x, y, window / 2),
+          1.0f / static_cast<float>(window * window * area), epsilon, nullptr);
+  }
+  models.a = boxMean(models.a, window);
+  models.b = boxMean(models.b, window);
+  return models;
+}
+
+// The sums of a / 128 I + b and of its square, rounded, at most white.
+void smoothSums(Grid* guide, Grid* square, Pair& models, int32_t area) {
+  for (size_t i = 0; i < guide->items.size(); ++i) {
+    const double a = models.a.items[i] / 128.0, b = models.b.items[i], g = guide->items[i], s = square->items[i];
+    guide->items[i] = std::min(static_cast<int32_t>(a * g + b * area + 0.5), 255 * area);
+    square->items[i] = std::min(static_cast<int32_t>(a * a * s + 2 * a * b * g + b * b * area + 0.5), 65025 * area);
+  }
+}
+
+constexpr float kEpsilon2 = 90;
+enum class Form { kLines, kSquare, kTwoStep, kTwoStepLite, kStepByStep };
+
+// y: the luma inside the rectangle. map: epsilon map on the grid, or null.
+Grid filtered(Grid y, int32_t numShrink, Form form, float epsilon, Grid* map, int32_t fullWindow) {
+  const int32_t side = 1 << numShrink, area = side * side, window = (fullWindow >> numShrink) | 1;
   const int32_t w = y.width >> numShrink, h = y.height >> numShrink;
   Grid guide(w, h), square(w, h);
   for (int32_t i = 0; i < w * h * area; ++i) {
@@ -56,32 +142,17 @@ Grid filtered(Grid y, int32_t numShrink, float epsilon, Grid* map, int32_t fullW
     guide.at(px / side, py / side) += v;
     square.at(px / side, py / side) += v * v;
   }
-  std::vector<Grid> da(4, Grid(w, h)), db(4, Grid(w, h));
-  const float inv = 1.0f / static_cast<float>(count * area);
-  for (int32_t d = 0; d < 4; ++d) {
+  Pair models = form == Form::kSquare ? squareModels(guide, square, area, epsilon, window)
+                                      : lineModels(guide, square, area, epsilon, map, window);
+  if (form == Form::kTwoStepLite) {
     for (int32_t i = 0; i < w * h; ++i) {
-      const float m = inv * static_cast<float>(lineSum(guide, i % w, i / w, kDirections[d], radius));
-      const float v = inv * static_cast<float>(lineSum(square, i % w, i / w, kDirections[d], radius)) - m * m;
-      const float divisor =
-          map == nullptr ? epsilon + v : v + (epsilon * 0.03125f) * static_cast<float>(map->at(i % w, i / w)) + 1e-12f;
-      const float ratio = v / divisor;
-      da[d].at(i % w, i / w) = static_cast<uint8_t>(truncToInt32(ratio * 128.0f + 0.5f));
-      db[d].at(i % w, i / w) = static_cast<uint8_t>(truncToInt32((1.0f - ratio) * m + 0.5f));
+      model(&models, i % w, i / w, guide.at(i % w, i / w), square.at(i % w, i / w), 1.0f / static_cast<float>(area),
+            epsilon, nullptr);
     }
   }
-  Grid a(w, h), b(w, h);
-  for (int32_t i = 0; i < w * h; ++i) {
-    std::vector<std::pair<int32_t, int32_t>> as, bs;
-    for (int32_t d = 0; d < 4; ++d) {
-      for (const int32_t sign : {1, -1}) {
-        const int32_t x = i % w + sign * reach * kDirections[d][0], row = i / w + sign * reach * kDirections[d][1];
-        if (!da[d].holds(x, row)) continue;
-        as.push_back({weightOf(da[d].at(x, row)), da[d].at(x, row)});
-        bs.push_back({weightOf(da[d].at(x, row)), db[d].at(x, row)});
-      }
-    }
-    a.at(i % w, i / w) = roundedMean(as);
-    b.at(i % w, i / w) = roundedMean(bs);
+  if (form != Form::kLines && form != Form::kSquare) {
+    smoothSums(&guide, &square, models, area);
+    models = lineModels(guide, square, area, kEpsilon2, nullptr, window);
   }
   // Centre of block k at side * k + side / 2 - 1/2; distances in half pixels.
   Grid out(y.width, y.height);
@@ -99,9 +170,12 @@ Grid filtered(Grid y, int32_t numShrink, float epsilon, Grid* map, int32_t fullW
       return sum;
     };
     const int32_t value = y.at(x, row);
-    out.at(x, row) = numShrink == 0   ? std::min(((a.at(x, row) * value + 64) >> 7) + b.at(x, row), 255)
-                     : numShrink == 1 ? std::min((value * mix(a) + 128 * mix(b) + 1024) >> 11, 255)
-                                      : std::min((value * mix(a) + 128 * mix(b) + 4096) >> 13, 255);
+    if (numShrink == 0) {
+      out.at(x, row) = std::min(((models.a.at(x, row) * value + 64) >> 7) + models.b.at(x, row), 255);
+    } else {
+      const int32_t shift = numShrink == 1 ? 11 : 13;
+      out.at(x, row) = std::min((value * mix(models.a) + 128 * mix(models.b) + (1 << (shift - 1))) >> shift, 255);
+    }
   }
   return out;
 }
@@ -132,16 +206,34 @@ class Filter {
   }
   ~Filter() { EXPECT_EQ(destruct_GuidedFilter(get()), ZELVAN_OK); }
   GuidedFilter* get() { return filter_.get(); }
-  Status run(Image* dst, Image* src, float epsilon, const Image* map, int32_t window) {
+  Env* env() { return arena_.env(); }
+
+  Status run(Image* dst, Image* src, float epsilon, const Image* map, int32_t window, Form form = Form::kLines) {
     const uint32_t before = arena_.used();
-    const Status status = map != nullptr ? GuidedFilter_execute_with_epsilon_map(get(), dst, src, epsilon, map, window)
-                                         : GuidedFilter_execute(get(), dst, src, epsilon, window);
+    const Status status = execute(dst, src, epsilon, map, window, form);
     EXPECT_EQ(arena_.used(), before);
     return status;
   }
-  Env* env() { return arena_.env(); }
 
  private:
+  Status execute(Image* dst, Image* src, float epsilon, const Image* map, int32_t window, Form form) {
+    if (map != nullptr) return GuidedFilter_execute_with_epsilon_map(get(), dst, src, epsilon, map, window);
+    switch (form) {
+      case Form::kLines:
+        return GuidedFilter_execute(get(), dst, src, epsilon, window);
+      case Form::kSquare:
+        return GuidedFilter_execute_square(get(), dst, src, epsilon, window);
+      case Form::kTwoStep:
+        return GuidedFilter_execute_two_step(get(), dst, src, epsilon, kEpsilon2, window);
+      case Form::kTwoStepLite:
+        return GuidedFilter_execute_two_step_lite(get(), dst, src, epsilon, kEpsilon2, window);
+      default:
+        if (const Status s = GuidedFilter_execute_first_step(get(), dst, src, epsilon, window); s != ZELVAN_OK)
+          return s;
+        return GuidedFilter_execute_second_step(get(), dst, src, kEpsilon2, window);
+    }
+  }
+
   TestArena arena_;
   std::unique_ptr<GuidedFilter> filter_ = std::make_unique<GuidedFilter>();
 };
@@ -158,23 +250,32 @@ struct Case {
   float epsilon;
   int32_t mapWidth, mapHeight;  // 0: no map
   int32_t format;
-  ImageRect rect;  // empty: the default
+  ImageRect rect = {};  // empty: the default
+  Form form = Form::kLines;
 };
 const Case kCases[] = {
-    {64, 48, 0, 41, 300, 0, 0, IMAGE_UINT8, {}},
+    {64, 48, 0, 41, 300, 0, 0, IMAGE_UINT8},
     {61, 47, 0, 9, 40, 61, 47, IMAGE_UINT8, {3, 5, 44, 36}},
-    {150, 131, 0, 101, 900, 30, 20, IMAGE_YUV420_SEMIPLANAR, {}},
-    {1100, 14, 0, 6, 900, 0, 0, IMAGE_UINT8, {}},
-    {75, 63, 1, 41, 200, 19, 16, IMAGE_UINT8, {}},
+    {150, 131, 0, 101, 900, 30, 20, IMAGE_YUV420_SEMIPLANAR},
+    {1100, 14, 0, 6, 900, 0, 0, IMAGE_UINT8},
+    {75, 63, 1, 41, 200, 19, 16, IMAGE_UINT8},
     {76, 64, 1, 23, 2000, 0, 0, IMAGE_YVU420_SEMIPLANAR, {7, 9, 67, 58}},
-    {1031, 20, 1, 11, 60, 0, 0, IMAGE_UINT8, {}},
-    {136, 92, 2, 41, 400, 68, 46, IMAGE_YVU420_SEMIPLANAR, {}},
-    {139, 90, 2, 41, 90, 139, 90, IMAGE_UINT8, {}},
-    {138, 93, 2, 3, 90, 0, 0, IMAGE_UINT8, {}},
+    {1031, 20, 1, 11, 60, 0, 0, IMAGE_UINT8},
+    {136, 92, 2, 41, 400, 68, 46, IMAGE_YVU420_SEMIPLANAR},
+    {139, 90, 2, 41, 90, 139, 90, IMAGE_UINT8},
+    {138, 93, 2, 3, 90, 0, 0, IMAGE_UINT8},
     {128, 120, 2, 101, 700, 32, 30, IMAGE_YUV420_PLANAR, {17, 3, 111, 119}},
     {2203, 34, 2, 29, 500, 551, 9, IMAGE_UINT8, {5, 1, 2201, 33}},
-    {90, 90, 2, 41, -60, 0, 0, IMAGE_UINT8, {}},  // quotients out of all range
-    {90, 90, 1, 41, -60, 40, 40, IMAGE_UINT8, {}},
+    {90, 90, 2, 41, -60, 0, 0, IMAGE_UINT8},  // quotients out of all range
+    {90, 90, 1, 41, -60, 40, 40, IMAGE_UINT8},
+    {90, 70, 0, 9, 300, 0, 0, IMAGE_UINT8, {3, 4, 80, 69}, Form::kSquare},
+    {90, 70, 1, 41, 300, 0, 0, IMAGE_UINT8, {}, Form::kSquare},
+    {120, 70, 2, 101, 300, 0, 0, IMAGE_UINT8, {8, 0, 120, 64}, Form::kSquare},
+    {90, 70, 1, 21, 300, 0, 0, IMAGE_UINT8, {}, Form::kTwoStep},
+    {120, 120, 2, 41, 300, 0, 0, IMAGE_UINT8, {4, 8, 116, 120}, Form::kTwoStep},
+    {120, 120, 2, 41, 300, 0, 0, IMAGE_UINT8, {4, 8, 116, 120}, Form::kStepByStep},
+    {90, 70, 1, 21, 300, 0, 0, IMAGE_UINT8, {}, Form::kTwoStepLite},
+    {120, 120, 2, 41, 300, 0, 0, IMAGE_UINT8, {4, 8, 116, 120}, Form::kTwoStepLite},
 };
 
 TEST(GuidedFilter, EqualsTheDefinitionForAnyWorkersInPlaceAndBeside) {
@@ -215,12 +316,12 @@ TEST(GuidedFilter, EqualsTheDefinitionForAnyWorkersInPlaceAndBeside) {
               imageRow(&resized, in.top / s + i / gridMap.width)[in.left / s + i % gridMap.width];
         }
       }
-      Grid expected = filtered(y, c.numShrink, c.epsilon, map != nullptr ? &gridMap : nullptr, c.window);
+      Grid expected = filtered(y, c.numShrink, c.form, c.epsilon, map != nullptr ? &gridMap : nullptr, c.window);
       TestImage dst(c.width, c.height, c.format, 2, 8), place(c.width, c.height, c.format, 1, 3);
       paint(&place, 5);
       const TestImage untouched(c.width, c.height, c.format, 2, 8);
-      ASSERT_EQ(filter.run(&dst, &src, c.epsilon, map.get(), c.window), ZELVAN_OK);
-      ASSERT_EQ(filter.run(nullptr, &place, c.epsilon, map.get(), c.window), ZELVAN_OK);
+      ASSERT_EQ(filter.run(&dst, &src, c.epsilon, map.get(), c.window, c.form), ZELVAN_OK);
+      ASSERT_EQ(filter.run(nullptr, &place, c.epsilon, map.get(), c.window, c.form), ZELVAN_OK);
       for (int32_t row = 0; row < c.height; ++row) {
         for (int32_t x = 0; x < c.width; ++x) {
           const bool inside = x >= in.left && x < in.right && row >= in.top && row < in.bottom;
@@ -255,25 +356,6 @@ TEST(GuidedFilter, FlatPicturesStayAndStrongStructureStays) {
   }
 }
 
-// Noise of +-6 beside a step of 150: each side loses noise and keeps its level right up to the edge.
-TEST(GuidedFilter, SmoothsBesideAnEdgeWithoutBleeding) {
-  TestImage image(160, 120, IMAGE_UINT8);
-  std::mt19937 random(3);
-  for (int32_t i = 0; i < 160 * 120; ++i) {
-    const int32_t level = i % 160 < 80 ? 50 : 200;
-    imageRow(&image, i / 160)[i % 160] = static_cast<uint8_t>(level + static_cast<int32_t>(random() % 13) - 6);
-  }
-  Filter filter(160, 120, 0);  // a shrunk grid would mix the sides inside a block
-  ASSERT_EQ(filter.run(nullptr, &image, 400, nullptr, 41), ZELVAN_OK);
-  double squares = 0;
-  for (int32_t i = 0; i < 160 * 120; ++i) {
-    const int32_t error = imageRow(&image, i / 160)[i % 160] - (i % 160 < 80 ? 50 : 200);
-    EXPECT_LE(std::abs(error), 6) << i % 160;
-    squares += error * error;
-  }
-  EXPECT_LT(squares / (160 * 120), 2.0);  // 14 before
-}
-
 TEST(GuidedFilter, RefusesOrPassesThrough) {
   TestImage src(60, 40, IMAGE_YUV420_SEMIPLANAR, 1), dst(60, 40, IMAGE_YUV420_SEMIPLANAR, 2), map(15, 10, IMAGE_UINT8);
   Filter filter(60, 40, 2);
@@ -300,7 +382,13 @@ TEST(GuidedFilter, RefusesOrPassesThrough) {
   }
   EXPECT_EQ(GuidedFilter_setRect(filter.get(), nullptr), ZELVAN_OK);
   EXPECT_EQ(filter.run(&dst, &src, 100, &map, 41), ZELVAN_ERROR_PARAM);
+  for (const Form form : {Form::kTwoStep, Form::kTwoStepLite, Form::kStepByStep}) {
+    EXPECT_EQ(Filter(60, 40, 0).run(&dst, &src, 100, nullptr, 9, form), ZELVAN_ERROR_UNSUPPORTED);
+  }
+  EXPECT_EQ(GuidedFilter_execute_second_step(Filter(60, 40, 0).get(), &dst, &src, 100, 9), ZELVAN_ERROR_UNSUPPORTED);
   EXPECT_TRUE(dst.unchanged());
+  EXPECT_EQ(GuidedFilter_execute_two_step(Filter(60, 40, 2).get(), &dst, &src, 100, 0, 9), ZELVAN_OK);
+  EXPECT_TRUE(samePixels(dst, src));
   EXPECT_EQ(Filter(60, 40, 3).run(&dst, &src, 100, &map, 41), ZELVAN_ERROR_UNSUPPORTED);
   EXPECT_EQ(Filter(60, 40, 40).run(&dst, &src, 100, &map, 41), ZELVAN_ERROR_PARAM);
 }
@@ -351,21 +439,21 @@ TEST(GuidedFilterCoeff, RefusesImagesThatDoNotFit) {
   TestImage a(20, 12, IMAGE_UINT8), b(20, 12, IMAGE_UINT8), guide(20, 12, IMAGE_UINT16, 1, 4);
   TestImage square(20, 12, IMAGE_INT32, 1, 4), narrow(18, 12, IMAGE_UINT8), map(20, 12, IMAGE_UINT8);
   TestImage wide(20, 12, IMAGE_UINT16, 1, 4);
-  const auto run = [&](Image* a, Image* guide, Image* square, const Image* map) {
-    return GuidedFilterCoeff_calcCoeff_with_epsilon_map(&coeff, a, &b, guide, square, 9.0f, map, 11);
+  const auto refuses = [&](Status expected, Image* a, Image* guide, Image* square, const Image* map) {
+    EXPECT_EQ(GuidedFilterCoeff_calcCoeff_with_epsilon_map(&coeff, a, &b, guide, square, 9.0f, map, 11), expected);
   };
-  EXPECT_EQ(run(&narrow, &guide, &square, &map), ZELVAN_ERROR_PARAM);
-  EXPECT_EQ(run(&a, &guide, &square, &narrow), ZELVAN_ERROR_PARAM);
-  EXPECT_EQ(run(&a, &guide, &square, nullptr), ZELVAN_ERROR_PARAM);
-  EXPECT_EQ(run(&wide, &guide, &square, &map), ZELVAN_ERROR_UNSUPPORTED);
-  EXPECT_EQ(run(&a, &square, &square, &map), ZELVAN_ERROR_UNSUPPORTED);
-  EXPECT_EQ(run(&a, &guide, &a, &map), ZELVAN_ERROR_UNSUPPORTED);
-  EXPECT_EQ(GuidedFilterCoeff_setNumShrink(&coeff, 3), ZELVAN_OK);
-  EXPECT_EQ(run(&a, &guide, &square, &map), ZELVAN_ERROR_UNSUPPORTED);
+  refuses(ZELVAN_ERROR_PARAM, &narrow, &guide, &square, &map);
+  refuses(ZELVAN_ERROR_PARAM, &a, &guide, &square, &narrow);
+  refuses(ZELVAN_ERROR_PARAM, &a, &guide, &square, nullptr);
+  refuses(ZELVAN_ERROR_UNSUPPORTED, &wide, &guide, &square, &map);
+  refuses(ZELVAN_ERROR_UNSUPPORTED, &a, &square, &square, &map);
+  refuses(ZELVAN_ERROR_UNSUPPORTED, &a, &guide, &a, &map);
+  GuidedFilterCoeff_setNumShrink(&coeff, 3);
+  refuses(ZELVAN_ERROR_UNSUPPORTED, &a, &guide, &square, &map);
   const ImageRect beyond = {2, 0, 22, 12};
-  EXPECT_EQ(GuidedFilterCoeff_setNumShrink(&coeff, 2), ZELVAN_OK);
-  EXPECT_EQ(GuidedFilterCoeff_setRect(&coeff, &beyond), ZELVAN_OK);
-  EXPECT_EQ(run(&a, &guide, &square, &map), ZELVAN_ERROR_PARAM);
+  GuidedFilterCoeff_setNumShrink(&coeff, 2);
+  GuidedFilterCoeff_setRect(&coeff, &beyond);
+  refuses(ZELVAN_ERROR_PARAM, &a, &guide, &square, &map);
   EXPECT_TRUE(a.unchanged() && b.unchanged());
   EXPECT_EQ(destruct_GuidedFilterCoeff(&coeff), ZELVAN_OK);
 }

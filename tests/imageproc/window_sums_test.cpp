@@ -3,6 +3,7 @@
 #include <functional>
 #include <string>
 
+#include "base/integer.h"
 #include "support/test_image.h"
 #include "support/test_pel.h"
 
@@ -17,6 +18,7 @@ uint32_t item(const Image& image, int32_t x, int32_t y, int32_t channel = 0) {
       return row[x];
     case IMAGE_UINT88:
       return row[2 * x + channel];
+    case IMAGE_INT16:
     case IMAGE_UINT16:
       return imageRow<const uint16_t>(&image, y)[x];
     default:
@@ -84,7 +86,7 @@ uint32_t expectedSum(const std::string& name, const Image& src, int32_t x, int32
   if (name == "anti") return lineSum(src, x, y, -1, 1, radius);
   uint32_t sum = 0;
   for (int32_t k = -radius; k <= radius; ++k) {
-    sum += lineSum(src, x, std::min(std::max(y + k, 0), src.height - 1), 1, 0, radius);
+    sum += lineSum(src, x, clampInt(y + k, 0, src.height - 1), 1, 0, radius);
   }
   return sum;
 }
@@ -115,35 +117,27 @@ TEST(WindowSums, EveryFormEqualsTheLiteralSum) {
 }
 
 TEST(WindowSums, FrontsTakeExactlyTheFormsOfTheirFamily) {
-  const int32_t formats[] = {IMAGE_UINT8, IMAGE_UINT16, IMAGE_INT32, IMAGE_INT16, IMAGE_UINT88, IMAGE_FLOAT};
-  for (const auto& [name, run] : kFronts) {
-    for (const int32_t in : formats) {
-      for (const int32_t out : formats) {
+  for (const auto& [name, front] : kFronts) {
+    for (const int32_t in : {U8, U16, U32, int32_t{IMAGE_INT16}, int32_t{IMAGE_FLOAT}}) {
+      for (const int32_t out : {U8, U16, U32, int32_t{IMAGE_INT16}, int32_t{IMAGE_FLOAT}}) {
         SCOPED_TRACE(testing::Message() << name << ' ' << in << " to " << out);
         const TestImage src(9, 4, in, 1, kGap);
-        TestImage dst(9, 4, out, 2, kGap), again(9, 4, out, 2, kGap);
-        const Status status = run(&dst, &src, 2, nullptr);
-        bool known = false;
+        TestImage dst(9, 4, out, 2, kGap), same(9, 4, out, 2, kGap);
+        Status expected = ZELVAN_ERROR_UNSUPPORTED;
         for (const Form& form : kForms) {
-          if (form.name != std::string(name) || form.in != in || form.out != out) continue;
-          known = true;
-          ASSERT_EQ(form.run(&again, &src, 2, nullptr), ZELVAN_OK);
-          for (int32_t i = 0; i < 36; ++i) EXPECT_EQ(item(dst, i % 9, i / 9), item(again, i % 9, i / 9));
+          if (form.name == std::string(name) && form.in == in && form.out == out) {
+            expected = form.run(&same, &src, 2, nullptr);
+          }
         }
-        EXPECT_EQ(status, known ? ZELVAN_OK : ZELVAN_ERROR_UNSUPPORTED);
-        if (!known) {
-          EXPECT_TRUE(dst.unchanged());
-        }
+        EXPECT_EQ(front(&dst, &src, 2, nullptr), expected);
+        for (int32_t i = 0; i < 36; ++i) EXPECT_EQ(item(dst, i % 9, i / 9), item(same, i % 9, i / 9));
       }
     }
-    const TestImage src(9, 4, IMAGE_UINT16);
-    TestImage dst(9, 4, IMAGE_UINT16), narrow(8, 4, IMAGE_UINT16), low(9, 3, IMAGE_UINT16);
-    Image none = {};
-    none.format = IMAGE_UINT16;
-    EXPECT_EQ(run(&narrow, &src, 1, nullptr), ZELVAN_ERROR_PARAM);
-    EXPECT_EQ(run(&low, &src, 1, nullptr), ZELVAN_ERROR_PARAM);
-    EXPECT_EQ(run(&dst, &src, -1, nullptr), ZELVAN_ERROR_PARAM);
-    EXPECT_EQ(run(&dst, &none, 1, nullptr), ZELVAN_ERROR_PARAM);
+    const TestImage src(9, 4, U16);
+    TestImage dst(9, 4, U16), narrow(8, 4, U16), low(9, 3, U16);
+    EXPECT_EQ(front(&narrow, &src, 1, nullptr), ZELVAN_ERROR_PARAM);
+    EXPECT_EQ(front(&low, &src, 1, nullptr), ZELVAN_ERROR_PARAM);
+    EXPECT_EQ(front(&dst, &src, -1, nullptr), ZELVAN_ERROR_PARAM);
     EXPECT_TRUE(dst.unchanged());
   }
 }
@@ -158,29 +152,22 @@ TEST(BoxBlur, EqualsTwoRoundedMeansAndMayRunInPlace) {
                            {IMAGE_UINT88, IMAGE_UINT16, 2, box_blur_u88},
                            {IMAGE_UINT16, IMAGE_INT32, 1, box_blur_u16}}) {
     for (const auto& [w, h] : {std::pair{1, 1}, {5, 31}, {37, 6}}) {
-      for (const auto& [across, down] : {std::pair{1, 1}, {3, 8}, {91, 257}}) {
+      for (const auto& [across, down] : {std::pair{1, 1}, {3, 8}, {91, 21}}) {
         TestImage src(w, h, blur.format, 7, 4), dst(w, h, blur.format, 8, 4), scratch(w, h, blur.format, 9, 4);
-        TestImage rows(w, h, blur.format, 10, 4), line(w * blur.channels, 1, blur.rowFormat, 1, 4);
+        TestImage line(w * blur.channels, 1, blur.rowFormat, 1, 4);
         ASSERT_EQ(blur.run(&dst, &src, &scratch, &line, across, down, pel.get()), ZELVAN_OK);
         ASSERT_EQ(blur.run(&src, &src, &scratch, &line, across, down, nullptr), ZELVAN_OK);
         EXPECT_TRUE(dst.guardsUnchanged() && scratch.guardsUnchanged() && line.guardsUnchanged());
         const TestImage original(w, h, blur.format, 7, 4);
         const auto mean = [](uint32_t sum, int32_t radius) { return (sum + radius) / (2 * radius + 1); };
-        for (int32_t pass = 0; pass < 2; ++pass) {
-          for (int32_t i = 0; i < w * h * blur.channels; ++i) {
-            const int32_t c = i % blur.channels, x = i / blur.channels % w, y = i / blur.channels / w;
-            if (pass == 0) {
-              const auto m = mean(lineSum(original, x, y, 1, 0, across / 2, c), across / 2);
-              if (blur.format == IMAGE_UINT16)
-                imageRow<uint16_t>(&rows, y)[x] = static_cast<uint16_t>(m);
-              else
-                imageRow(&rows, y)[x * blur.channels + c] = static_cast<uint8_t>(m);
-            } else {
-              const auto m = mean(lineSum(rows, x, y, 0, 1, down / 2, c), down / 2);
-              ASSERT_EQ(item(dst, x, y, c), m) << across << 'x' << down << " at " << x << ',' << y;
-              ASSERT_EQ(item(src, x, y, c), m);
-            }
+        for (int32_t i = 0; i < w * h * blur.channels; ++i) {
+          const int32_t c = i % blur.channels, x = i / blur.channels % w, y = i / blur.channels / w;
+          uint32_t sum = 0;
+          for (int32_t k = -(down / 2); k <= down / 2; ++k) {
+            sum += mean(lineSum(original, x, clampInt(y + k, 0, h - 1), 1, 0, across / 2, c), across / 2);
           }
+          ASSERT_EQ(item(dst, x, y, c), mean(sum, down / 2)) << across << 'x' << down << " at " << x << ',' << y;
+          ASSERT_EQ(item(src, x, y, c), mean(sum, down / 2));
         }
       }
     }
