@@ -93,7 +93,7 @@ uint32_t expectedSum(const std::string& name, const Image& src, int32_t x, int32
 
 TEST(WindowSums, EveryFormEqualsTheLiteralSum) {
   const TestPel pel(3);
-  const std::pair<int32_t, int32_t> sizes[] = {{1, 1}, {1, 9}, {8, 1}, {2, 5}, {41, 7}, {6, 23}, {33, 35}};
+  const std::pair<int32_t, int32_t> sizes[] = {{1, 1}, {1, 9}, {8, 1}, {2, 5}, {41, 7}, {6, 23}, {19, 21}};
   for (const Form& form : kForms) {
     for (const auto& [w, h] : sizes) {
       for (const int32_t radius : {0, 1, 3, 6, 50}) {
