@@ -162,20 +162,17 @@ double addPair(const double* m, const ProjectiveImage& imageOfU, const Projectiv
     }
     for (int i = 0; i < 5; ++i) {
       const int parameter = i < 3 ? 3 * row + i : 3 + i;
-      places[i] = imageOfU.position < 0 ? -1 : imageOfU.position + parameter;
-      places[5 + i] = imageOfV.position < 0 ? -1 : imageOfV.position + parameter;
+      places[i] = imageOfU.position + parameter;
+      places[5 + i] = imageOfV.position + parameter;
     }
     double product[9];
     for (int i = 0; i < 9; ++i) product[i] = dot9(form[i], coefficients);
     cost += dot9(coefficients, product);
     for (int t = 0; t < 10; ++t) {
-      if (places[t] < 0) continue;
       gradient[places[t]] += dot9(slopes[t], product);
       double formSlope[9];
       for (int i = 0; i < 9; ++i) formSlope[i] = dot9(form[i], slopes[t]);
-      for (int u = 0; u < 10; ++u) {
-        if (places[u] >= 0) matrix[places[t] * n + places[u]] += dot9(slopes[u], formSlope);
-      }
+      for (int u = 0; u < 10; ++u) matrix[places[t] * n + places[u]] += dot9(slopes[u], formSlope);
     }
   }
   return cost;

@@ -32,14 +32,13 @@ void baseRightHandSide(const double* m, double* b);
 void addBaseGradient(const double* m, const double* p, double* gradient);
 double baseCost(const double* m, const double* p);
 
-// Where the parameters of an image go in a linear system; position < 0: the image has none there.
 struct ProjectiveImage {
   double matrix[9];
-  int32_t position;
+  int32_t position;  // of its parameters in a linear system
 };
 
-// The pair of any two images. Adds to matrix, n x n, the Gauss-Newton matrix (half of that of E), to gradient half the
-// gradient of E, and returns E.
+// The pair of two images above 0. Adds to matrix, n x n, the Gauss-Newton matrix (half of that of E), to gradient half
+// the gradient of E, and returns E.
 double addPair(const double* m, const ProjectiveImage& imageOfU, const ProjectiveImage& imageOfV, double* matrix,
                int32_t n, double* gradient);
 
