@@ -123,14 +123,14 @@ inline void addSamples(int32_t* __restrict weights, int32_t* __restrict sumA, in
   }
 }
 
-// min((sum + weight / 2) / weight, 255) in whole numbers. sum < 2^28 and weight < 2^20, so the float quotient, below
-// 257, is off by less than one and the remainder tells which way.
+// (sum + weight / 2) / weight in whole numbers; a mean of bytes, so at most 255. sum < 2^28 and weight < 2^20, so the
+// float quotient is off by less than one and the remainder tells which way.
 inline uint8_t roundedQuotient(int32_t sum, int32_t weight) {
   const int32_t dividend = sum + (weight >> 1);
   int32_t quotient = static_cast<int32_t>(static_cast<float>(dividend) / static_cast<float>(weight));
   const int32_t rest = dividend - quotient * weight;
   quotient += static_cast<int32_t>(rest >= weight) - static_cast<int32_t>(rest < 0);
-  return static_cast<uint8_t>(std::min(quotient, 255));
+  return static_cast<uint8_t>(quotient);
 }
 
 inline void divideRow(uint8_t* __restrict dst, const int32_t* __restrict sums, const int32_t* __restrict weights,

@@ -353,6 +353,11 @@ TEST(GuidedFilter, FlatPicturesStayAndStrongStructureStays) {
     EXPECT_TRUE(samePixels(dst, noise));
     ASSERT_EQ(filter.run(&dst, &noise, 1e6f, &zeros, 41), ZELVAN_OK);
     EXPECT_TRUE(samePixels(dst, noise));
+    Filter narrow(20, 20, numShrink);  // windows of one block, so that the variance is exactly 0
+    TestImage flat(20, 20, IMAGE_UINT8);
+    for (int32_t y = 0; y < 20; ++y) std::fill_n(imageRow(&flat, y), 20, uint8_t{130});
+    ASSERT_EQ(narrow.run(nullptr, &flat, 1e6f, &zeros, 3), ZELVAN_OK);
+    EXPECT_EQ(imageRow(&flat, 9)[9], 130);
   }
 }
 
@@ -427,6 +432,31 @@ TEST(GuidedFilter, TakesNoMoreThanItSaysAndGivesItBackWhenTheArenaEnds) {
     }
     EXPECT_GT(refusedInit, 100);
     EXPECT_GT(refusedRun, 0);
+  }
+}
+
+// Quotients that leave the range of integers saturate there, and what is no number counts as 0; the low byte is kept.
+TEST(GuidedFilterCoeff, StoresTheLowByteOfSaturatedQuotients) {
+  struct Quotient {
+    uint8_t guide;
+    uint16_t square;
+    float epsilon;
+    uint8_t a, b;
+  };
+  TestArena arena;
+  for (const Quotient& q : {Quotient{0, 1, -1, 255, 0}, {0, 0, 0, 0, 0}, {2, 0, 4, 0, 255}, {3, 25, 16, 64, 2}}) {
+    GuidedFilterCoeff coeff;
+    ASSERT_EQ(construct_GuidedFilterCoeff(&coeff, arena.env()), ZELVAN_OK);
+    ASSERT_EQ(GuidedFilterCoeff_init(&coeff, 40, 1, 101), ZELVAN_OK);
+    TestImage a(40, 1, IMAGE_UINT8), b(40, 1, IMAGE_UINT8), guide(40, 1, IMAGE_UINT8), square(40, 1, IMAGE_UINT16);
+    std::fill_n(imageRow(&guide, 0), 40, q.guide);
+    std::fill_n(imageRow<uint16_t>(&square, 0), 40, q.square);
+    EXPECT_EQ(GuidedFilterCoeff_calcCoeff(&coeff, &a, &b, &guide, &square, q.epsilon, 1), ZELVAN_OK);
+    for (int32_t x = 0; x < 40; ++x) {
+      EXPECT_EQ(a.plane0[x], q.a) << x;
+      EXPECT_EQ(b.plane0[x], q.b) << x;
+    }
+    EXPECT_EQ(destruct_GuidedFilterCoeff(&coeff), ZELVAN_OK);
   }
 }
 
