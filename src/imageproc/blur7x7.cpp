@@ -63,7 +63,7 @@ Status ImageProc_filterGaussianBlur7x7_uint8(ImageProc* proc, Image* dst, const 
   }
   if (dst->format != IMAGE_UINT8 || src->format != IMAGE_UINT8) return ZELVAN_ERROR_GENERAL;
   const int32_t height = dst->height;
-  const int32_t slices = std::min({ParallelExecutor_getNumberOfBands(proc->executor), kMostSlices, height});
+  const int32_t slices = clampInt(ParallelExecutor_getNumberOfBands(proc->executor), 1, std::min(kMostSlices, height));
   const size_t perSlice = static_cast<size_t>(kRowsPerSlice) * dst->width;
   const ScopedBlock<int16_t> scratch(proc->env, static_cast<size_t>(slices) * perSlice);
   if (!scratch) return ZELVAN_ERROR_NOMEM;

@@ -1,6 +1,7 @@
 #include "imageproc/resize.h"
 
 #include <algorithm>
+#include <type_traits>
 
 #include "imageproc/arithmetic.h"
 #include "imageproc/plane_view.h"
@@ -38,7 +39,7 @@ template <typename Pixel>
 Status resizeForked(void* context, Image* dst, const Image* src) {
   const ImageProc* proc = static_cast<const ImageProc*>(context);
   ResizeJob job = resizeJob(dst, src, true);
-  job.bands = std::min(ParallelExecutor_getNumberOfBands(proc->executor), dst->height);
+  job.bands = clampInt(ParallelExecutor_getNumberOfBands(proc->executor), 1, dst->height);
   const ScopedBlock<typename Pixel::Sample> scratch(proc->env,
                                                     static_cast<size_t>(job.bands) * resizeScratchSamples<Pixel>(dst));
   if (!scratch) return ZELVAN_OK;  // the plane stays as it is

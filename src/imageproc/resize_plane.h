@@ -2,6 +2,7 @@
 #ifndef ZVT4_IMAGEPROC_RESIZE_PLANE_H_
 #define ZVT4_IMAGEPROC_RESIZE_PLANE_H_
 
+#include <type_traits>
 #include <utility>
 
 #include "base/integer.h"
