@@ -184,7 +184,7 @@ Status Vectral_solveAllLevels(Vectral* self, Mvec8Real* motion, VectralFPList* l
     ZVT4_NAME(Vectral_solveAllLevels);
 }
 
-// Runs the helper of solveMode. width and height are those of the image that the list was tracked on.
+// Runs the solve of solveMode. width and height are those of the image that the list was tracked on.
 Status vectralSolve(Vectral* self, Mvec8Real* motion, VectralFPList* list, int32_t width, int32_t height, MILsm* lsm);
 
 #endif  // ZVT4_TRACKER_VECTRAL_H_

@@ -10,7 +10,7 @@
 #include "support/test_image.h"
 #include "tracker/vectral.h"
 
-// Value noise of a few sizes round 128; it has corners everywhere and never repeats.
+// Value noise of a few sizes, sharpened to blobs with soft edges: strong corners everywhere, and it never repeats.
 inline double sceneAt(double x, double y) {
   const auto lattice = [](int64_t i, int64_t j, uint32_t salt) {
     uint32_t h = static_cast<uint32_t>(i) * 0x9E3779B1u ^ static_cast<uint32_t>(j) * 0x85EBCA77u ^ salt;
@@ -18,17 +18,17 @@ inline double sceneAt(double x, double y) {
     h = (h ^ h >> 12) * 0x297A2D39u;
     return (h >> 8 & 0xFFFF) / 65536.0 - 0.5;
   };
-  double value = 128;
-  for (const double size : {11.0, 23.0, 47.0}) {
+  double value = 0;
+  for (const double size : {9.0, 17.0, 37.0}) {
     const double u = x / size, v = y / size;
     const auto i = static_cast<int64_t>(std::floor(u)), j = static_cast<int64_t>(std::floor(v));
     const double fx = u - static_cast<double>(i), fy = v - static_cast<double>(j);
     const auto salt = static_cast<uint32_t>(size);
     const double top = lattice(i, j, salt) * (1 - fx) + lattice(i + 1, j, salt) * fx;
     const double bottom = lattice(i, j + 1, salt) * (1 - fx) + lattice(i + 1, j + 1, salt) * fx;
-    value += 130 * (top * (1 - fy) + bottom * fy);
+    value += top * (1 - fy) + bottom * fy;
   }
-  return value;
+  return 128 + 120 * std::tanh(4 * value);
 }
 
 inline Mvec8Real sceneMotion(double dx, double dy, double degrees = 0, double zoom = 1) {
@@ -46,7 +46,7 @@ class SceneImage : public TestImage {
       for (int32_t x = 0; x < w; ++x) {
         double u, v;
         Mvec8Real_trans2DReal(&back, &u, &v, x * step, y * step);
-        row(0, y)[x] = static_cast<uint8_t>(std::fmin(std::fmax(sceneAt(u, v), 0), 255));
+        row(0, y)[x] = static_cast<uint8_t>(sceneAt(u, v));
       }
     }
   }
