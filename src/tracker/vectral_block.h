@@ -68,7 +68,7 @@ Status VectralBlock_getFuncTbl(VectralBlockFuncTbl* table, int32_t blockType) ZV
 // init: ZELVAN_ERROR_GENERAL unless the window lies in the image.
 // alignment: visits a square spiral round the whole-pixel part of the prediction; the candidate of least cost wins, the
 //   earlier one on a tie. A prediction closer to the border than range + 3 is returned as it came.
-// alignmentWithRel: the same winner as far as costs differ, and *rel = the margin of the second lowest cost over the
+// alignmentWithRel: the same winner, and *rel = the margin of the second lowest cost over the
 //   lowest, in grey levels summed over the block, rounded up, 0 to 255. rel may be null.
 // evalCandidate: costs one candidate; takes it into bestX, bestY, bestCost if it is strictly better. Candidates whose
 //   window leaves the image are ignored.
