@@ -161,7 +161,7 @@ TEST(FeatDetection, SplitsCellsUntilTheListIsFull) {
 TEST(FeatPntList, AddsTheBestOfACellAndSplitsIt) {
   TestArena arena;
   List list(3, arena.env());
-  TestImage feat(6, 5, IMAGE_INT32);
+  TestImage feat(6, 5, IMAGE_INT32, 1, 4);
   const auto sample = [&](int32_t x, int32_t y) -> int32_t& { return imageRow<int32_t>(&feat, y)[x]; };
   for (int32_t y = 0; y < 5; ++y) std::fill_n(&sample(0, y), 6, 0);
   sample(1, 1) = 10000;
