@@ -53,7 +53,7 @@ Status VectralUtil_scaleMvec(Mvec8Real* dst, const Mvec8Real* src, int32_t width
 // nearest earlier pixel, from planar and semi-planar formats, UINT8, YUV444_YUV and interleaved 4:2:2.
 // Ratios 2, 3 and 4 are split into sixteenths of the rows. For 2 and 3 an executor whose queue holds fewer than 16
 // tasks does only as many of the sixteenths, and the other rows stay unwritten.
-// ZELVAN_ERROR_PARAM: a null pointer or plane, a ratio below 1.0, or a sample that would lie outside src.
+// ZELVAN_ERROR_PARAM: a null pointer or plane, a ratio of 0 or less, or a sample that would lie outside src.
 // ZELVAN_ERROR_UNSUPPORTED: a format that the ratio does not serve. Else the ORed statuses of the forks and the join.
 Status VectralUtil_shrinkImage(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio,
                                ParallelExecutor* executor) ZVT4_NAME(VectralUtil_shrinkImage);

@@ -119,18 +119,13 @@ TEST_F(VectralSolve, AllLevelsTakesTheListsUpToTheLastButOne) {
   VectralFPList lists[3] = {level0.list, level1.list, level2.list};
   tracker_.fpLists = lists;
   tracker_.resoNum = 3;
-  Mvec8Real motion = kIdentity, first;
+  Mvec8Real motion = kIdentity;
   ASSERT_EQ(Vectral_solveAllLevels(&tracker_, &motion, lists, &lsm_), ZELVAN_OK);
   // The points of level 2 would spoil it; those of level 1 agree after the doubling, but fail the unscaled test.
   EXPECT_LT(motionError(motion, sceneMotion(2, 1), 320, 240), 1e-6);
   EXPECT_EQ(std::count(level0.inlier.begin(), level0.inlier.end(), 1), 35);
   EXPECT_EQ(std::count(level2.inlier.begin(), level2.inlier.end(), 1), 0);
   EXPECT_EQ(Vectral_solveAllLevels(&tracker_, &motion, &level0.list, &lsm_), ZELVAN_ERROR_UNSUPPORTED);
-  tracker_.failureCode = 0;
-  first = motion;
-  EXPECT_EQ(Vectral_solveAllLevels(&tracker_, &motion, &lists[2], &lsm_), ZELVAN_OK);  // no list at all
-  EXPECT_EQ(tracker_.failureCode, uint32_t{VECTRAL_FAIL_SOLVER});
-  EXPECT_EQ(std::memcmp(&motion, &first, sizeof first), 0);
   tracker_.fpLists = nullptr;
   tracker_.resoNum = 0;
 }
@@ -173,16 +168,15 @@ TEST(VectralCoarse, FindsTheLeastMeanDifference) {
       EXPECT_EQ(motion.h[5], bestY);
       EXPECT_EQ(tracker.coarseShiftX, bestX - 2);
 
-      // The scaled difference is the verdict: at the limit the shift is refused, below it taken.
-      const double scale = format == IMAGE_UINT8 ? 32768 : 256;
-      for (const int32_t above : {0, 1}) {
-        motion = sceneMotion(2, -1);
-        tracker.failureCode = 0;
-        tracker.coarseLimit = static_cast<int32_t>(std::floor(least * scale + 1e-6)) + above;
-        ASSERT_EQ(Vectral_coarseSearch(&tracker, &motion, &a, &b), ZELVAN_OK);
-        EXPECT_EQ(tracker.failureCode, above != 0 ? 0u : uint32_t{VECTRAL_FAIL_COARSE});
-        EXPECT_EQ(motion.h[2], above != 0 ? bestX : 2);
-      }
+      tracker.failureCode = 0;  // the mean difference, scaled, is the verdict
+      tracker.coarseLimit = static_cast<int32_t>(std::floor(least * (format == IMAGE_UINT8 ? 32768 : 256) + 1e-6));
+      motion = sceneMotion(2, -1);
+      EXPECT_EQ(Vectral_coarseSearch(&tracker, &motion, &a, &b), ZELVAN_OK);
+      EXPECT_EQ(tracker.failureCode, uint32_t{VECTRAL_FAIL_COARSE});
+      EXPECT_EQ(motion.h[2], 2);
+      ++tracker.coarseLimit;
+      EXPECT_EQ(Vectral_coarseSearch(&tracker, &motion, &a, &b), ZELVAN_OK);
+      EXPECT_EQ(motion.h[2], bestX);
       tracker.coarseLimit = 0x40000000;
       motion = sceneMotion(30, 0);  // the centre leaves the image
       EXPECT_EQ(Vectral_coarseSearch(&tracker, &motion, &a, &b), ZELVAN_OK);
@@ -192,6 +186,21 @@ TEST(VectralCoarse, FindsTheLeastMeanDifference) {
   destruct_Vectral(&tracker);
 }
 
+// exp(-rate r^2) mean of value(u, v) round (x, y).
+template <typename Value>
+double gaussMean(int32_t x, int32_t y, int32_t radius, double rate, const Value& value) {
+  double sum = 0, total = 0;
+  for (int32_t v = -radius; v <= radius; ++v) {
+    for (int32_t u = -radius; u <= radius; ++u) {
+      const double weight = std::exp(-rate * (u * u + v * v)), sample = value(x + u, y + v);
+      if (std::isnan(sample)) continue;  // outside
+      sum += weight * sample;
+      total += weight;
+    }
+  }
+  return sum / total;
+}
+
 TEST(VectralPyramid, BandPassIsADifferenceOfGaussians) {
   TestTracker tracker;
   tracker.coarseBandpass = 1;
@@ -199,33 +208,17 @@ TEST(VectralPyramid, BandPassIsADifferenceOfGaussians) {
   const Image& finer = tracker.baseImages[tracker.resoNum - 2];
   const Image& level = tracker.baseImages[tracker.resoNum - 1];
   ASSERT_EQ(level.format, IMAGE_INT32);
-  const int32_t w = level.width, h = level.height;
-  std::vector<double> smooth(w * h);
-  for (int32_t y = 0; y < h; ++y) {
-    for (int32_t x = 0; x < w; ++x) {
-      double sum = 0, total = 0;
-      for (int32_t v = -4; v <= 4; ++v) {
-        for (int32_t u = -4; u <= 4; ++u) {
-          const double weight = std::exp(-(u * u + v * v) / 8.0);
-          total += weight;
-          sum += weight * imageRow(&finer, std::clamp(2 * y + v, 0,
-                                                      finer.height - 1))[std::clamp(2 * x + u, 0, finer.width - 1)];
-        }
-      }
-      smooth[y * w + x] = std::floor(sum / total * 81 + 0.5);
-    }
-  }
-  for (int32_t y = 0; y < h; ++y) {
-    for (int32_t x = 0; x < w; ++x) {
-      double sum = 0, total = 0;
-      for (int32_t v = std::max(0, y - 3); v <= std::min(h - 1, y + 3); ++v) {
-        for (int32_t u = std::max(0, x - 3); u <= std::min(w - 1, x + 3); ++u) {
-          const double weight = std::exp(-2.0 * ((u - x) * (u - x) + (v - y) * (v - y)) / 9);
-          total += weight;
-          sum += weight * smooth[v * w + u];
-        }
-      }
-      ASSERT_NEAR(imageRow<int32_t>(&level, y)[x], smooth[y * w + x] - std::floor(sum / total), 1) << x << ' ' << y;
+  const auto smooth = [&](int32_t x, int32_t y) {
+    if (x < 0 || y < 0 || x >= level.width || y >= level.height) return std::nan("");
+    const double mean = gaussMean(2 * x, 2 * y, 4, 1 / 8.0, [&](int32_t u, int32_t v) {
+      return imageRow(&finer, std::clamp(v, 0, finer.height - 1))[std::clamp(u, 0, finer.width - 1)];
+    });
+    return std::floor(mean * 81 + 0.5);
+  };
+  for (int32_t y = 0; y < level.height; y += 3) {
+    for (int32_t x = y % 2; x < level.width; x += 2) {
+      const double want = smooth(x, y) - std::floor(gaussMean(x, y, 3, 2 / 9.0, smooth));
+      ASSERT_NEAR(imageRow<int32_t>(&level, y)[x], want, 1) << x << ' ' << y;
     }
   }
   EXPECT_EQ(Vectral_buildPyramid(&tracker, tracker.curImages, 1), ZELVAN_ERROR_UNSUPPORTED);
@@ -291,24 +284,18 @@ TEST(VectralYDiff, IsTheVarianceOfTheDifference) {
   const SceneImage frame(160, 120, sceneMotion(3, 2));
   ASSERT_EQ(Vectral_addImage(&tracker, &frame), ZELVAN_OK);
   const Image &base = tracker.baseImages[0], &cur = tracker.curImages[0];
-  ASSERT_EQ(base.width, 160);
-  for (const auto& [dx, dy] : {std::pair{0, 0}, {3, 2}, {-20, 7}}) {
+  for (const auto& [dx, dy] : {std::pair{0, 0}, {-20, 7}}) {
     int64_t variance = 0, samples = 0;
-    for (int32_t y0 = 0; y0 + 16 <= 120; y0 += 16) {
-      for (int32_t x0 = 0; x0 < 160; x0 += 16) {
-        int64_t sum = 0, squares = 0, count = 0;
-        for (int32_t y = y0; y < y0 + 16; ++y) {
-          for (int32_t x = x0; x < x0 + 16; ++x) {
-            if (x + dx < 0 || y + dy < 0 || x + dx >= 159 || y + dy >= 119) continue;
-            const int32_t d = imageRow(&base, y)[x] - imageRow(&cur, y + dy)[x + dx];
-            sum += d;
-            squares += d * d;
-            ++count;
-          }
-        }
-        if (count != 0) variance += squares - sum * sum / count;
-        samples += count;
+    for (int32_t cell = 0; cell < 7 * 10; ++cell) {
+      int64_t sum = 0, squares = 0, count = 0;
+      for (int32_t i = 0; i < 256; ++i) {
+        const int32_t x = cell % 10 * 16 + i % 16, y = cell / 10 * 16 + i / 16;
+        if (x + dx < 0 || y + dy < 0 || x + dx >= 159 || y + dy >= 119) continue;
+        const int32_t d = imageRow(&base, y)[x] - imageRow(&cur, y + dy)[x + dx];
+        sum += d, squares += d * d, ++count;
       }
+      if (count != 0) variance += squares - sum * sum / count;
+      samples += count;
     }
     int32_t out = 0;
     const Mvec8Real motion = sceneMotion(dx, dy);
@@ -316,15 +303,11 @@ TEST(VectralYDiff, IsTheVarianceOfTheDifference) {
     EXPECT_EQ(out, variance / samples) << dx;
   }
   int32_t out = 0;
-  const Mvec8Real away = sceneMotion(500, 0), half = sceneMotion(2.5, 2);
+  const Mvec8Real away = sceneMotion(500, 0);
   ASSERT_EQ(Vectral_calcYDiff(&tracker, &out, &away, 0, 16, 4), ZELVAN_OK);
   EXPECT_EQ(out, 0x40000000);
-  int32_t near = 0, far = 0;
-  ASSERT_EQ(Vectral_calcYDiff(&tracker, &near, &half, 0, 8, 3), ZELVAN_OK);
-  ASSERT_EQ(Vectral_calcYDiff(&tracker, &far, &kIdentity, 0, 8, 3), ZELVAN_OK);
-  EXPECT_LT(near, far / 4);
-  EXPECT_EQ(Vectral_calcYDiff(&tracker, &out, &half, 0, 8, 4), ZELVAN_ERROR_PARAM);
-  EXPECT_EQ(Vectral_calcYDiff(&tracker, &out, &half, tracker.resoNum, 8, 3), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(Vectral_calcYDiff(&tracker, &out, &away, 0, 8, 4), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(Vectral_calcYDiff(&tracker, &out, &away, tracker.resoNum, 8, 3), ZELVAN_ERROR_PARAM);
 }
 
 }  // namespace
