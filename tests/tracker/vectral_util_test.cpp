@@ -268,8 +268,8 @@ TEST(VectralUtilPyramid, LocalContrastSubtractsTheWindowMean) {
     ASSERT_EQ(ImageUint8_calcLocalY(&inPlace, &inPlace), ZELVAN_OK);
     const auto want = [&](int32_t x, int32_t y) {
       int32_t sum = 0, count = 0;
-      for (int32_t v = std::max(y - 2, 0); v <= std::min(y + 2, h - 1); ++v) {
-        for (int32_t u = std::max(x - 2, 0); u <= std::min(x + 2, w - 1); ++u, ++count) sum += src.row(0, v)[u];
+      for (int32_t v = std::max(y - 2, 0); v <= std::min(y + 2, src.height - 1); ++v) {
+        for (int32_t u = std::max(x - 2, 0); u <= std::min(x + 2, src.width - 1); ++u, ++count) sum += src.row(0, v)[u];
       }
       return clampByte(src.row(0, y)[x] - (count == 25 ? (2621 * sum) >> 16 : sum / count) + 128);
     };
