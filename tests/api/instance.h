@@ -1,0 +1,103 @@
+// An instance of the library in a guarded buffer of its own.
+#ifndef ZVT4_TESTS_API_INSTANCE_H_
+#define ZVT4_TESTS_API_INSTANCE_H_
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "support/burst.h"
+
+namespace test {
+
+constexpr uint32_t kOk = ZELVAN_TESSALINE4_OK;
+constexpr uint32_t kParam = ZELVAN_TESSALINE4_ERROR_PARAM;
+constexpr uint32_t kState = ZELVAN_TESSALINE4_ERROR_STATE;
+constexpr uint32_t kUnsupported = ZELVAN_TESSALINE4_ERROR_UNSUPPORTED;
+constexpr uint32_t kResource = ZELVAN_TESSALINE4_ERROR_RESOURCE;
+
+class Instance {
+ public:
+  static constexpr size_t kGuard = 64;
+
+  Instance(int32_t width, int32_t height, int32_t frames, const std::string& format = "YVU420_SEMIPLANAR",
+           uint8_t fill = 0xA5)
+      : size_(zelvan_Tessaline4_getBufferSize(width, height, frames, format.c_str())),
+        memory_(static_cast<size_t>(size_) + 2 * kGuard, fill),
+        fill_(fill) {
+    EXPECT_GT(size_, 0);
+    status_ = zelvan_Tessaline4_initialize(&handle_, memory_.data() + kGuard, size_, width, height);
+    EXPECT_EQ(status_, kOk);
+  }
+  ~Instance() {
+    if (handle_.pointer != nullptr) {
+      EXPECT_EQ(zelvan_Tessaline4_finalize(&handle_), kOk) << "the arena is not empty";
+    }
+    for (size_t i = 0; i < kGuard; ++i) {
+      EXPECT_EQ(memory_[i], fill_);
+      EXPECT_EQ(memory_[memory_.size() - 1 - i], fill_);
+    }
+  }
+  Instance(const Instance&) = delete;
+  Instance& operator=(const Instance&) = delete;
+
+  zelvan_Tessaline4* handle() { return &handle_; }
+
+ private:
+  zelvan_Tessaline4 handle_ = {nullptr};
+  int32_t size_;
+  std::vector<uint8_t> memory_;
+  uint8_t fill_;
+  uint32_t status_ = 0;
+};
+
+using Settings = std::function<void(zelvan_Tessaline4*)>;
+
+// Every setting at its highest.
+inline void highestSettings(zelvan_Tessaline4* handle) {
+  EXPECT_EQ(zelvan_Tessaline4_setAutoScaling(handle, 1), kOk);
+  EXPECT_EQ(zelvan_Tessaline4_setObjBlurCorrectionLevel(handle, 7), kOk);
+  EXPECT_EQ(zelvan_Tessaline4_setLumaNoiseReductionLevel(handle, 7), kOk);
+  EXPECT_EQ(zelvan_Tessaline4_setChromaNoiseReductionLevel(handle, 7), kOk);
+  EXPECT_EQ(zelvan_Tessaline4_setSaturationLevel(handle, 4096), kOk);
+  EXPECT_EQ(zelvan_Tessaline4_setGain(handle, 1000), kOk);
+  EXPECT_EQ(zelvan_Tessaline4_setGamma(handle, 1000), kOk);
+  EXPECT_EQ(zelvan_Tessaline4_setContrast(handle, 2000), kOk);
+  EXPECT_EQ(zelvan_Tessaline4_setSharpnessEnhanceLevel(handle, 10000), kOk);
+  EXPECT_EQ(zelvan_Tessaline4_setRemoveSpikeNoiseLevel_internal(handle, 255), kOk);
+  EXPECT_EQ(zelvan_Tessaline4_setLumaNoiseReductionTimes_internal(handle, 3), kOk);
+}
+
+// The whole road. Returns the picture's bytes; statuses has the merge status of each frame.
+inline std::vector<uint8_t> mergeWith(Instance* instance, const std::vector<Frame>& burst, const std::string& format,
+                                      const Settings& settings, std::vector<int32_t>* statuses = nullptr) {
+  zelvan_Tessaline4* handle = instance->handle();
+  EXPECT_EQ(zelvan_Tessaline4_setImageFormat(handle, format.c_str()), kOk);
+  if (settings) settings(handle);
+  std::vector<Frame> frames = copyBurst(burst);
+  Frame output = makeFrame(format, burst[0].data.width, burst[0].data.height);
+  EXPECT_EQ(zelvan_Tessaline4_start(handle, &output.data, static_cast<int32_t>(frames.size())), kOk);
+  for (Frame& frame : frames) EXPECT_EQ(zelvan_Tessaline4_addImage(handle, &frame.data), kOk);
+  EXPECT_EQ(zelvan_Tessaline4_getResult(handle), kOk);
+  int32_t merged = 0;  // frames are asked for by id, up to the number to merge
+  EXPECT_EQ(zelvan_Tessaline4_getNumberOfMergeImages(handle, &merged), kOk);
+  for (size_t i = 0; statuses != nullptr && i < frames.size() && static_cast<int32_t>(i) <= merged; ++i) {
+    int32_t status = -1;
+    EXPECT_EQ(zelvan_Tessaline4_getMergeStatus(handle, &status, static_cast<int32_t>(i)), kOk);
+    statuses->push_back(status);
+  }
+  return output.bytes;
+}
+
+inline std::vector<uint8_t> mergeOnce(const std::vector<Frame>& burst, const std::string& format,
+                                      const Settings& settings, uint8_t fill = 0xA5,
+                                      std::vector<int32_t>* statuses = nullptr) {
+  Instance instance(burst[0].data.width, burst[0].data.height, static_cast<int32_t>(burst.size()), format, fill);
+  return mergeWith(&instance, burst, format, settings, statuses);
+}
+
+}  // namespace test
+
+#endif  // ZVT4_TESTS_API_INSTANCE_H_
