@@ -57,6 +57,18 @@ extern "C" void* realloc(void* at, size_t size) {
 namespace test {
 namespace {
 
+// A quickly made burst of large frames: bytes of a small one, over and over.
+std::vector<Frame> tiledBurst(const std::string& format, int32_t width, int32_t height, int32_t count) {
+  const std::vector<Frame> tiles = makeBurst(format, 640, 480, count, 0.0);
+  std::vector<Frame> frames;
+  for (const Frame& tile : tiles) {
+    frames.push_back(makeFrame(format, width, height));
+    std::vector<uint8_t>& bytes = frames.back().bytes;
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = tile.bytes[i % tile.bytes.size()];
+  }
+  return frames;
+}
+
 TEST(Memory, BufferSizeFollowsTheStatedSum) {
   // The seam of the area term: two bytes a pixel up to 15,872,256 pixels, three beyond.
   const auto terms = [](int32_t w, int32_t h) {
@@ -83,7 +95,8 @@ TEST(Memory, BufferSizeSuffices) {
       const bool large = size.width > 2000;
       // A large burst differs from format to format by the conversions alone: the packed one is the widest.
       if (large && std::string(format) != "YUV422_YUYV") continue;
-      const std::vector<Frame> all = makeBurst(format, size.width, size.height, 2, 0.0);
+      const std::vector<Frame> all =
+          large ? tiledBurst(format, size.width, size.height, 2) : makeBurst(format, size.width, size.height, 2, 0.0);
       for (int32_t count : counts) {
         if (large && count == 2) continue;
         SCOPED_TRACE(std::string(format) + " " + std::to_string(size.width) + "x" + std::to_string(size.height) + " " +
@@ -161,7 +174,8 @@ TEST(Memory, ARefusedRequestEndsCleanly) {
     failures += burstWithRefusal(burst, format, n) != kOk;
     if (HasFailure()) return;
   }
-  EXPECT_GT(failures, 50);
+  // The refused tasks of forks are passed over, and pools that cannot start are replaced by work in the caller.
+  EXPECT_GT(failures, 20);
 }
 
 }  // namespace
