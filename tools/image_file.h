@@ -15,7 +15,7 @@ namespace tool {
 struct RawLayout {
   int32_t width = 0;
   int32_t height = 0;
-  std::string format;  // "nv21", "nv12", "i420" or "yuyv"
+  std::string format;  // "nv21", "nv12", "i420" or "yuyv"; empty: told by the ending of the file
 };
 
 // Reads the frames named by paths: picture files, raw files, or one Y4M stream ("-" is standard input). Throws Error
@@ -31,7 +31,10 @@ RgbPicture readRgb(const std::string& path);
 // Writes by the ending of path: .jpg .jpeg .png .y4m .nv21 .nv12 .i420 .yuv .yuyv. The file appears whole or not at
 // all. exif goes into a JPEG.
 void writePicture(const std::string& path, const Picture& picture, int jpegQuality = 95);
-// Whether writePicture knows the ending; throws Error naming path otherwise. Call it before long work.
+// Frames of one size as a stream.
+void writeY4m(const std::string& path, const std::vector<Picture>& frames);
+// Throws Error naming path when writePicture does not know the ending or the file cannot be made. Call it before
+// long work.
 void checkWritable(const std::string& path);
 
 Picture toYuv420(const RgbPicture& rgb);

@@ -1,0 +1,283 @@
+#include <csetjmp>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "exif.h"
+#include "image_file_kinds.h"
+
+#include <jpeglib.h>
+
+namespace tool {
+namespace {
+
+constexpr int kExifMarker = JPEG_APP0 + 1;
+constexpr char kExifHeader[6] = {'E', 'x', 'i', 'f', 0, 0};
+
+// libjpeg reports through this and leaves by longjmp. Warnings are errors: they tell of damaged data.
+struct Failure {
+  jpeg_error_mgr manager;
+  jmp_buf escape;
+  char message[JMSG_LENGTH_MAX];
+};
+
+void leave(j_common_ptr info) {
+  auto* failure = reinterpret_cast<Failure*>(info->err);
+  info->err->format_message(info, failure->message);
+  std::longjmp(failure->escape, 1);
+}
+
+jpeg_error_mgr* initFailure(Failure* failure) {
+  jpeg_error_mgr* manager = jpeg_std_error(&failure->manager);
+  manager->error_exit = leave;
+  manager->emit_message = [](j_common_ptr info, int level) {
+    if (level < 0) leave(info);
+  };
+  manager->output_message = [](j_common_ptr) {};
+  return manager;
+}
+
+// Runs a stretch of libjpeg calls. body must not own anything: a failure jumps out of it.
+template <typename Body>
+void guarded(const std::string& name, Failure* failure, const char* what, const Body& body) {
+  if (setjmp(failure->escape) == 0) {
+    body();
+    return;
+  }
+  throw Error(name, std::string(what) + failure->message);
+}
+
+class Decompressor {
+ public:
+  Decompressor(const std::string& name, const Bytes& bytes) : name_(name) {
+    info_.err = initFailure(&failure_);
+    run([&] {
+      jpeg_create_decompress(&info_);
+      jpeg_mem_src(&info_, bytes.data(), static_cast<unsigned long>(bytes.size()));
+      jpeg_save_markers(&info_, kExifMarker, 0xFFFF);
+      jpeg_read_header(&info_, TRUE);
+    });
+    checkPictureSize(name, info_.image_width, info_.image_height);
+    if (info_.jpeg_color_space == JCS_CMYK || info_.jpeg_color_space == JCS_YCCK) {
+      throw Error(name, "CMYK JPEG is not supported");
+    }
+  }
+
+  int32_t width() const { return static_cast<int32_t>(info_.image_width); }
+  int32_t height() const { return static_cast<int32_t>(info_.image_height); }
+  J_COLOR_SPACE colourSpace() const { return info_.jpeg_color_space; }
+
+  bool is420() const {
+    if (info_.jpeg_color_space != JCS_YCbCr || info_.num_components != 3) return false;
+    for (int c = 0; c < 3; ++c) {
+      const int factor = c == 0 ? 2 : 1;
+      if (info_.comp_info[c].h_samp_factor != factor || info_.comp_info[c].v_samp_factor != factor) return false;
+    }
+    return true;
+  }
+
+  Bytes exif() const {
+    for (const jpeg_marker_struct* marker = info_.marker_list; marker != nullptr; marker = marker->next) {
+      if (marker->marker == kExifMarker && marker->data_length > sizeof(kExifHeader) &&
+          std::memcmp(marker->data, kExifHeader, sizeof(kExifHeader)) == 0) {
+        return Bytes(marker->data, marker->data + marker->data_length);
+      }
+    }
+    return {};
+  }
+
+  // Interleaved pixels of all components at full size.
+  Bytes pixels(J_COLOR_SPACE space) {
+    info_.out_color_space = space;
+    // Repeated chroma samples average back to what the file holds; smooth ones are for looking at.
+    info_.do_fancy_upsampling = space == JCS_RGB ? TRUE : FALSE;
+    run([&] { jpeg_start_decompress(&info_); });
+    const size_t rowBytes = static_cast<size_t>(info_.output_width) * static_cast<size_t>(info_.output_components);
+    Bytes out(rowBytes * info_.output_height);
+    run([&] {
+      while (info_.output_scanline < info_.output_height) {
+        JSAMPROW row = out.data() + rowBytes * info_.output_scanline;
+        jpeg_read_scanlines(&info_, &row, 1);
+      }
+      jpeg_finish_decompress(&info_);
+    });
+    return out;
+  }
+
+  void planes(Picture* picture) {
+    info_.raw_data_out = TRUE;
+    info_.out_color_space = JCS_YCbCr;
+    info_.do_fancy_upsampling = FALSE;
+    run([&] { jpeg_start_decompress(&info_); });
+    // libjpeg writes whole blocks: one row of them at a time goes through a strip, and the picture's part is copied.
+    Bytes strips[3];
+    size_t pitches[3];
+    JSAMPROW rows[3][2 * DCTSIZE];
+    JSAMPARRAY arrays[3];
+    for (int c = 0; c < 3; ++c) {
+      const int count = (c == 0 ? 2 : 1) * DCTSIZE;
+      pitches[c] = (static_cast<size_t>(info_.comp_info[c].width_in_blocks) + 2) * DCTSIZE;
+      strips[c].resize(pitches[c] * static_cast<size_t>(count));
+      for (int i = 0; i < count; ++i) rows[c][i] = strips[c].data() + pitches[c] * static_cast<size_t>(i);
+      arrays[c] = rows[c];
+    }
+    Bytes* const targets[3] = {&picture->y, &picture->u, &picture->v};
+    for (int32_t top = 0; top < picture->height; top += 2 * DCTSIZE) {
+      run([&] { jpeg_read_raw_data(&info_, arrays, 2 * DCTSIZE); });
+      for (int c = 0; c < 3; ++c) {
+        const int32_t shrink = c == 0 ? 1 : 2;
+        const int32_t width = c == 0 ? picture->width : picture->chromaWidth();
+        const int32_t height = c == 0 ? picture->height : picture->chromaHeight();
+        for (int32_t i = 0, y = top / shrink; i < 2 * DCTSIZE / shrink && y < height; ++i, ++y) {
+          std::memcpy(targets[c]->data() + static_cast<size_t>(y) * static_cast<size_t>(width), rows[c][i],
+                      static_cast<size_t>(width));
+        }
+      }
+    }
+    run([&] { jpeg_finish_decompress(&info_); });
+  }
+
+ private:
+  // Released also when the constructor throws.
+  struct Info : jpeg_decompress_struct {
+    Info() : jpeg_decompress_struct() {}
+    ~Info() { jpeg_destroy_decompress(this); }
+    Info(const Info&) = delete;
+    Info& operator=(const Info&) = delete;
+  };
+
+  template <typename Body>
+  void run(const Body& body) {
+    guarded(name_, &failure_, "damaged or not a JPEG: ", body);
+  }
+
+  std::string name_;
+  Failure failure_;
+  Info info_;
+};
+
+// Chroma of interleaved YCbCr at full size, averaged to half size; the last column and row count twice at odd sizes.
+void averageChroma(const Bytes& pixels, Picture* picture) {
+  const int32_t w = picture->width;
+  for (int32_t cy = 0; cy < picture->chromaHeight(); ++cy) {
+    const int32_t y0 = 2 * cy;
+    const int32_t y1 = y0 + 1 < picture->height ? y0 + 1 : y0;
+    const uint8_t* rows[2] = {pixels.data() + 3 * static_cast<size_t>(y0) * static_cast<size_t>(w),
+                              pixels.data() + 3 * static_cast<size_t>(y1) * static_cast<size_t>(w)};
+    for (int32_t cx = 0; cx < picture->chromaWidth(); ++cx) {
+      const int32_t x0 = 3 * (2 * cx);
+      const int32_t x1 = 2 * cx + 1 < w ? x0 + 3 : x0;
+      const size_t at = static_cast<size_t>(cy) * static_cast<size_t>(picture->chromaWidth()) + static_cast<size_t>(cx);
+      const auto mean = [&](int32_t c) {
+        return static_cast<uint8_t>((rows[0][x0 + c] + rows[0][x1 + c] + rows[1][x0 + c] + rows[1][x1 + c] + 2) / 4);
+      };
+      picture->u[at] = mean(1);
+      picture->v[at] = mean(2);
+    }
+  }
+}
+
+// One plane grown to whole blocks by repeating its last column and row.
+Bytes padPlane(const Bytes& plane, int32_t width, int32_t height, int32_t paddedWidth, int32_t paddedHeight) {
+  Bytes padded(static_cast<size_t>(paddedWidth) * static_cast<size_t>(paddedHeight));
+  for (int32_t y = 0; y < paddedHeight; ++y) {
+    const uint8_t* from = plane.data() + static_cast<size_t>(y < height ? y : height - 1) * static_cast<size_t>(width);
+    uint8_t* to = padded.data() + static_cast<size_t>(y) * static_cast<size_t>(paddedWidth);
+    std::memcpy(to, from, static_cast<size_t>(width));
+    std::memset(to + width, from[width - 1], static_cast<size_t>(paddedWidth - width));
+  }
+  return padded;
+}
+
+}  // namespace
+
+bool isJpeg(const Bytes& bytes) {
+  return bytes.size() >= 3 && bytes[0] == 0xFF && bytes[1] == 0xD8 && bytes[2] == 0xFF;
+}
+
+Picture decodeJpeg(const std::string& name, const Bytes& bytes) {
+  Decompressor jpeg(name, bytes);
+  Picture picture(jpeg.width(), jpeg.height());
+  if (jpeg.is420()) {
+    jpeg.planes(&picture);
+  } else if (jpeg.colourSpace() == JCS_GRAYSCALE) {
+    picture.y = jpeg.pixels(JCS_GRAYSCALE);
+  } else if (jpeg.colourSpace() == JCS_YCbCr) {
+    const Bytes pixels = jpeg.pixels(JCS_YCbCr);
+    for (size_t i = 0; i < picture.y.size(); ++i) picture.y[i] = pixels[3 * i];
+    averageChroma(pixels, &picture);
+  } else {
+    picture = toYuv420({jpeg.width(), jpeg.height(), jpeg.pixels(JCS_RGB)});
+  }
+  picture.exif = jpeg.exif();
+  return picture;
+}
+
+RgbPicture decodeJpegRgb(const std::string& name, const Bytes& bytes) {
+  Decompressor jpeg(name, bytes);
+  return {jpeg.width(), jpeg.height(), jpeg.pixels(JCS_RGB)};
+}
+
+Bytes encodeJpeg(const std::string& name, const Picture& picture, int quality) {
+  if (picture.width > JPEG_MAX_DIMENSION || picture.height > JPEG_MAX_DIMENSION) {
+    throw Error(name, "larger than a JPEG can be");
+  }
+  const Bytes exif = exifForSize(picture.exif, picture.width, picture.height);
+  const int32_t paddedWidth = (picture.width + 15) / 16 * 16;
+  const int32_t paddedHeight = (picture.height + 15) / 16 * 16;
+  const Bytes padded[3] = {
+      padPlane(picture.y, picture.width, picture.height, paddedWidth, paddedHeight),
+      padPlane(picture.u, picture.chromaWidth(), picture.chromaHeight(), paddedWidth / 2, paddedHeight / 2),
+      padPlane(picture.v, picture.chromaWidth(), picture.chromaHeight(), paddedWidth / 2, paddedHeight / 2)};
+
+  Failure failure;
+  jpeg_compress_struct info;
+  std::memset(&info, 0, sizeof(info));
+  info.err = initFailure(&failure);
+  struct Output {
+    unsigned char* bytes = nullptr;
+    unsigned long size = 0;
+    jpeg_compress_struct* info;
+    ~Output() {
+      jpeg_destroy_compress(info);
+      std::free(bytes);
+    }
+  } output;
+  output.info = &info;
+  guarded(name, &failure, "JPEG writing failed: ", [&] {
+    jpeg_create_compress(&info);
+    jpeg_mem_dest(&info, &output.bytes, &output.size);
+    info.image_width = static_cast<JDIMENSION>(picture.width);
+    info.image_height = static_cast<JDIMENSION>(picture.height);
+    info.input_components = 3;
+    info.in_color_space = JCS_YCbCr;
+    jpeg_set_defaults(&info);
+    jpeg_set_quality(&info, quality, TRUE);
+    info.raw_data_in = TRUE;
+    info.optimize_coding = TRUE;
+    for (int c = 0; c < 3; ++c) {
+      info.comp_info[c].h_samp_factor = c == 0 ? 2 : 1;
+      info.comp_info[c].v_samp_factor = c == 0 ? 2 : 1;
+    }
+    // An EXIF block has to come first in the file.
+    info.write_JFIF_header = exif.empty() ? TRUE : FALSE;
+    jpeg_start_compress(&info, TRUE);
+    if (!exif.empty()) jpeg_write_marker(&info, kExifMarker, exif.data(), static_cast<unsigned>(exif.size()));
+    JSAMPROW rows[3][2 * DCTSIZE];
+    JSAMPARRAY arrays[3] = {rows[0], rows[1], rows[2]};
+    for (int32_t top = 0; top < paddedHeight; top += 2 * DCTSIZE) {
+      for (int c = 0; c < 3; ++c) {
+        const int32_t shrink = c == 0 ? 1 : 2;
+        for (int32_t i = 0; i < 2 * DCTSIZE / shrink; ++i) {
+          rows[c][i] = const_cast<JSAMPROW>(padded[c].data()) +
+                       static_cast<size_t>(top / shrink + i) * static_cast<size_t>(paddedWidth / shrink);
+        }
+      }
+      jpeg_write_raw_data(&info, arrays, 2 * DCTSIZE);
+    }
+    jpeg_finish_compress(&info);
+  });
+  return Bytes(output.bytes, output.bytes + output.size);
+}
+
+}  // namespace tool

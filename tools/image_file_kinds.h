@@ -1,0 +1,40 @@
+// The file kinds behind image_file.h, each between bytes and pictures. name is what error messages call the file.
+#ifndef TESSALINE4_TOOLS_IMAGE_FILE_KINDS_H_
+#define TESSALINE4_TOOLS_IMAGE_FILE_KINDS_H_
+
+#include "image_file.h"
+
+namespace tool {
+
+using Bytes = std::vector<uint8_t>;
+
+bool isJpeg(const Bytes& bytes);
+// The planes as they are stored when the file is 4:2:0; other samplings are averaged down without leaving YCbCr.
+Picture decodeJpeg(const std::string& name, const Bytes& bytes);
+RgbPicture decodeJpegRgb(const std::string& name, const Bytes& bytes);
+Bytes encodeJpeg(const std::string& name, const Picture& picture, int quality);
+
+bool isPng(const Bytes& bytes);
+// 8 bits a channel; grey and palette are expanded, transparency lies over black.
+RgbPicture decodePng(const std::string& name, const Bytes& bytes);
+Bytes encodePng(const std::string& name, const RgbPicture& picture);
+
+// A known format name: nv21, nv12, i420 or yuyv.
+bool isRawFormat(const std::string& format);
+// Rows are dense. Chroma rows of odd widths hold (width + 1) / 2 samples; YUYV rows then hold width + 1 pixels.
+// The two rows of chroma that YUYV has for each row of 4:2:0 are averaged on reading and equal on writing.
+Picture decodeRaw(const std::string& name, const Bytes& bytes, const RawLayout& layout);
+Bytes encodeRaw(const Picture& picture, const std::string& format);
+
+bool isY4m(const Bytes& bytes);
+// C420jpeg, C420, C420mpeg2 and C420paldv; the quarter sample between their chroma sites is ignored. Levels are
+// widened to full range unless the header says XCOLORRANGE=FULL. Throws Error for more than most frames.
+std::vector<Picture> decodeY4m(const std::string& name, const Bytes& bytes, size_t most);
+Bytes encodeY4m(const std::vector<Picture>& frames);
+
+// Refuses sizes that no file of a picture has, before anything is allocated for them.
+void checkPictureSize(const std::string& name, int64_t width, int64_t height);
+
+}  // namespace tool
+
+#endif  // TESSALINE4_TOOLS_IMAGE_FILE_KINDS_H_
