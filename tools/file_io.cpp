@@ -119,8 +119,8 @@ void checkFileWritable(const std::string& path) {
   const std::string target = resolve(path);
   struct stat info;
   if (stat(target.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) failWriting(path, EISDIR);
-  std::string folder = std::filesystem::path(target).parent_path().string();
-  if (folder.empty()) folder = ".";
+  const std::filesystem::path parent = std::filesystem::path(target).parent_path();
+  const std::string folder = parent.empty() ? std::string(".") : parent.string();
   if (stat(folder.c_str(), &info) != 0) failWriting(path, errno);
   if (!S_ISDIR(info.st_mode)) failWriting(path, ENOTDIR);
   if (access(isSpecial(target) ? target.c_str() : folder.c_str(), W_OK) != 0) failWriting(path, errno);
