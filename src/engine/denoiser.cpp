@@ -63,6 +63,8 @@ namespace {
 
 using namespace denoiser;
 
+constexpr int32_t kSpikeReach = 3;
+
 struct SpikeJob {
   Image* dst;
   const Image* src;
@@ -70,17 +72,46 @@ struct SpikeJob {
   uint32_t strength;
 };
 
+// The pixels from kSpikeReach on, whose rings lie inside the row. rows: those at -3 to 3, clamped to the plane.
+inline void spikeInner(uint8_t* __restrict dst, const uint8_t* const* rows, const uint8_t* __restrict map,
+                       uint32_t strength, int32_t end) {
+  const uint8_t* const up3 = rows[0];
+  const uint8_t* const up2 = rows[1];
+  const uint8_t* const up = rows[2];
+  const uint8_t* const row = rows[3];
+  const uint8_t* const down = rows[4];
+  const uint8_t* const down2 = rows[5];
+  const uint8_t* const down3 = rows[6];
+  for (int32_t x = kSpikeReach; x < end; ++x) {
+    const Ring close(row[x - 2], row[x + 2], up2[x], down2[x]);
+    const Ring far(row[x - 3], row[x + 3], up3[x], down3[x]);
+    const int32_t sum = up[x - 1] + up[x] + up[x + 1] + row[x - 1] + row[x + 1] + down[x - 1] + down[x] + down[x + 1];
+    dst[x] = withoutSpike(row[x], close, far, sum, strength, map[x]);
+  }
+}
+
 Status spikeRow(SpikeJob* job, int32_t y, const PelContext*) {
-  const Plane<true> clamped(job->src);
-  const Plane<false> plain(job->src);
+  const Plane<true> luma(job->src);
   const uint8_t* map = imageRow(job->map, y);
   uint8_t* dst = imageRow(job->dst, y);
   const int32_t width = job->src->width;
-  const bool inside = y >= 3 && y < job->src->height - 3;
-  for (int32_t x = 0; x < width; ++x) {
-    dst[x] = inside && x >= 3 && x < width - 3 ? withoutSpike(plain, x, y, job->strength, map[x])
-                                               : withoutSpike(clamped, x, y, job->strength, map[x]);
+  const auto checked = [&](int32_t begin, int32_t end) {
+    for (int32_t x = begin; x < end; ++x) {
+      dst[x] = withoutSpike(luma(x, y), Ring(luma, x, y, 2), Ring(luma, x, y, 3), neighbourSum(luma, x, y),
+                            job->strength, map[x]);
+    }
+  };
+  if (width <= 2 * kSpikeReach) {
+    checked(0, width);
+    return ZELVAN_OK;
   }
+  const uint8_t* rows[2 * kSpikeReach + 1];
+  for (int32_t i = -kSpikeReach; i <= kSpikeReach; ++i) {
+    rows[kSpikeReach + i] = imageRow(job->src, clampInt(y + i, 0, job->src->height - 1));
+  }
+  checked(0, kSpikeReach);
+  spikeInner(dst, rows, map, job->strength, width - kSpikeReach);
+  checked(width - kSpikeReach, width);
   return ZELVAN_OK;
 }
 
@@ -111,11 +142,14 @@ constexpr PelKernel kLumaRow = pelIndexed<LumaJob, lumaRow>();
 struct PairView {
   uint8_t* bytes;
   int32_t pitch;
+  int32_t width;  // of the luma grid that the pairs cover
+  int32_t height;
 };
 
 // The chroma of a semi-planar image, or an "UINT88" image itself.
 PairView pairsOf(const Image* image) {
-  return image->plane1 != nullptr ? PairView{image->plane1, image->pitch1} : PairView{image->plane0, image->pitch0};
+  return image->plane1 != nullptr ? PairView{image->plane1, image->pitch1, image->width, image->height}
+                                  : PairView{image->plane0, image->pitch0, 2 * image->width, 2 * image->height};
 }
 
 struct ChromaJob {
@@ -128,7 +162,10 @@ struct ChromaJob {
 };
 
 Status chromaRow(ChromaJob* job, int32_t row, const PelContext*) {
-  const Plane<true> luma(job->guide);
+  // A chroma view of an odd size ends in front of the guide's last column or row.
+  Plane<true> luma(job->guide);
+  luma.width = luma.width < job->src.width ? luma.width : job->src.width;
+  luma.height = luma.height < job->src.height ? luma.height : job->src.height;
   const PairPlane<true> chroma = {job->src.bytes, job->src.pitch, luma.width, luma.height};
   const int32_t y = 2 * row;
   const uint8_t* map = imageRow(job->map, y);
@@ -154,7 +191,7 @@ Status Tessal4Denoiser_removeSpikePEL(Pel* pel, Image* dst, const Image* src, co
 
 Status Tessal4Denoiser_denoiseYPEL(Pel* pel, const Image* src, Image* dst, const Image* map, double strength,
                                    int32_t kind, int32_t centreWeight) {
-  LumaJob job = {src, dst, map, byteStrength(strength), kind, centreWeight};
+  LumaJob job = {src, dst, map, byteStrength(strength), kind, clampInt(centreWeight, 0, kMaxCentreWeight)};
   return Pel_execute(pel, &kLumaRow, &job, dst->height);
 }
 
@@ -162,5 +199,5 @@ Status Tessal4Denoiser_denoiseUVPEL(Pel* pel, const Image* src, Image* dst, cons
                                     double strength0, double strength1) {
   ChromaJob job = {
       pairsOf(src), pairsOf(dst), guide, map, byteStrength(strength0 * 8.0), byteStrength(strength1 * 8.0)};
-  return Pel_execute(pel, &kChromaRow, &job, (guide->height + 1) / 2);
+  return Pel_execute(pel, &kChromaRow, &job, (job.dst.height + 1) / 2);
 }

@@ -17,9 +17,9 @@ struct Tap {
 };
 
 // 32768 / n, truncated; 0 for n = 0.
-inline constexpr std::array<uint16_t, 257> kReciprocal = [] {
-  std::array<uint16_t, 257> table = {};
-  for (int32_t n = 1; n <= 256; ++n) table[static_cast<size_t>(n)] = static_cast<uint16_t>(32768 / n);
+inline constexpr std::array<uint16_t, 256> kReciprocal = [] {
+  std::array<uint16_t, 256> table = {};
+  for (int32_t n = 1; n < 256; ++n) table[static_cast<size_t>(n)] = static_cast<uint16_t>(32768 / n);
   return table;
 }();
 
@@ -55,6 +55,7 @@ struct LumaKind {
   int32_t count;
 };
 const LumaKind& lumaKind(int32_t kind);
+inline constexpr int32_t kMaxCentreWeight = 255 - 24;  // with all taps of any kind n stays within the table
 
 // The thresholded mean of luma at (x, y): taps nearer to the reference than the threshold, and the centre k times.
 template <bool Clamp>
@@ -99,6 +100,7 @@ struct PairPlane {
 
 inline constexpr int32_t kFarTaps = 12;
 inline constexpr int32_t kChromaTaps = 4 + kFarTaps;
+inline constexpr int32_t kChromaLeftTaps = 2;  // of them straight left of the pair
 // The diagonal of the ring, then the far taps of the pass.
 const Tap* chromaTaps(int32_t pass);
 
@@ -136,29 +138,43 @@ inline void chromaMean(uint8_t* out, const PairPlane<Clamp>& chroma, const Plane
   out[1] = meanOf(sum1, n);
 }
 
+struct ChromaPass {
+  const Tap* taps;
+  int32_t strength0;  // of the two bytes, 0 to 255
+  int32_t strength1;
+};
+
+// Filters the pairs at left, left + 2, .. below right of the even row y in place, from left to right, as chromaMean
+// does. map: the row y of the strength map. Only the samples straight left of a pair change while its row is filtered,
+// so that all others are summed for a run of pairs at once.
+void chromaRowInplace(Image* image, const uint8_t* map, const ChromaPass& pass, int32_t left, int32_t right, int32_t y);
+
 // Least and most of the four pixels at a distance on the axes.
 struct Ring {
   int32_t low;
   int32_t high;
 
-  template <bool Clamp>
-  Ring(const Plane<Clamp>& luma, int32_t x, int32_t y, int32_t d) : low(255), high(0) {
-    for (const int32_t v : {luma(x - d, y), luma(x + d, y), luma(x, y - d), luma(x, y + d)}) {
+  Ring(int32_t a, int32_t b, int32_t c, int32_t d) : low(a), high(a) {
+    for (const int32_t v : {b, c, d}) {
       low = v < low ? v : low;
       high = v > high ? v : high;
     }
   }
+  template <bool Clamp>
+  Ring(const Plane<Clamp>& luma, int32_t x, int32_t y, int32_t d)
+      : Ring(luma(x - d, y), luma(x + d, y), luma(x, y - d), luma(x, y + d)) {}
 };
 
+// Of the eight adjacent pixels.
 template <bool Clamp>
-inline int32_t ringMean(const Plane<Clamp>& luma, int32_t x, int32_t y) {
-  return (luma(x - 1, y - 1) + luma(x, y - 1) + luma(x + 1, y - 1) + luma(x - 1, y) + luma(x + 1, y) +
-          luma(x - 1, y + 1) + luma(x, y + 1) + luma(x + 1, y + 1) + 4) >>
-         3;
+inline int32_t neighbourSum(const Plane<Clamp>& luma, int32_t x, int32_t y) {
+  return luma(x - 1, y - 1) + luma(x, y - 1) + luma(x + 1, y - 1) + luma(x - 1, y) + luma(x + 1, y) +
+         luma(x - 1, y + 1) + luma(x, y + 1) + luma(x + 1, y + 1);
 }
 
-// Pulls c to the mean of its ring by a weight of 0 to 128.
-inline uint8_t pullToMean(int32_t c, int32_t mean, int32_t weight) {
+// Pulls c to the mean of its eight neighbours by a weight of 0 to 128.
+inline uint8_t pullToMean(int32_t c, int32_t sum, int32_t weight) {
+  const int32_t mean = (sum + 4) >> 3;
   return clampByte(c + (((mean - c) * weight + 64) >> 7));
 }
 
@@ -167,11 +183,7 @@ constexpr int32_t excess(int32_t v) {
 }
 
 // A speck must stand out of both rings by more than the rings' own spread.
-template <bool Clamp>
-inline uint8_t withoutSpike(const Plane<Clamp>& luma, int32_t x, int32_t y, uint32_t strength, uint32_t m) {
-  const int32_t c = luma(x, y);
-  const Ring far(luma, x, y, 3);
-  const Ring close(luma, x, y, 2);
+inline uint8_t withoutSpike(int32_t c, const Ring& close, const Ring& far, int32_t sum, uint32_t strength, uint32_t m) {
   const int32_t spread =
       ((far.high < close.high ? far.high : close.high) - (far.low > close.low ? far.low : close.low)) >> 2;
   const int32_t bright2 = excess(c - close.high - spread);
@@ -183,7 +195,7 @@ inline uint8_t withoutSpike(const Plane<Clamp>& luma, int32_t x, int32_t y, uint
   const uint32_t product = strength * m;
   const int32_t gain = static_cast<int32_t>(product < 255 ? product : 255);
   const int32_t weight = gain * (bright > dark ? bright : dark);
-  return pullToMean(c, ringMean(luma, x, y), weight < 128 ? weight : 128);
+  return pullToMean(c, sum, weight < 128 ? weight : 128);
 }
 
 // The one-sided form: only dark specks are lifted.
@@ -195,7 +207,7 @@ inline uint8_t withoutDarkSpike(const Plane<Clamp>& luma, int32_t x, int32_t y, 
   const uint32_t product = first * m;
   const int32_t threshold = static_cast<int32_t>((product < 65535 ? product : 65535) >> 3);
   const int32_t weight = (dark2 > dark3 ? dark2 : dark3) * threshold;
-  return pullToMean(c, ringMean(luma, x, y), weight < 128 ? weight : 128);
+  return pullToMean(c, neighbourSum(luma, x, y), weight < 128 ? weight : 128);
 }
 
 }  // namespace denoiser

@@ -50,33 +50,28 @@ int32_t lastWithinReach(const int32_t* bounds, int32_t i) {
 
 // In place, row by row: a pixel sees its left and upper neighbours already filtered.
 template <bool Clamp>
-void runTile(const TileTask& task) {
+void runLumaTile(const TileTask& task) {
   const TileShared& shared = *task.shared;
-  Image* image = shared.image;
-  const Plane<Clamp> luma(image);
-  const PairPlane<Clamp> chroma = {image->plane1, image->pitch1, image->width, image->height};
+  const Plane<Clamp> luma(shared.image);
   const int32_t left = shared.boundX[task.column];
   const int32_t right = shared.boundX[task.column + 1];
-  const int32_t step = task.stage == STAGE_CHROMA ? 2 : 1;
   const LumaKind& kind = lumaKind(task.kind);
-  const Tap* taps = chromaTaps(task.kind);
-  for (int32_t y = shared.boundY[task.row]; y < shared.boundY[task.row + 1]; y += step) {
+  for (int32_t y = shared.boundY[task.row]; y < shared.boundY[task.row + 1]; ++y) {
     const uint8_t* map = imageRow(shared.map, y);
-    uint8_t* row = imageRow(image, y);
-    if (task.stage == STAGE_CHROMA) {
-      uint8_t* pairs = imageChromaRow(image, y >> 1);
-      for (int32_t x = left; x < right; x += 2) {
-        chromaMean(pairs + x, chroma, luma, x, y, map[x], shared.chromaStrength0, shared.chromaStrength1, taps);
-      }
-    } else if (task.stage == STAGE_LUMA) {
-      for (int32_t x = left; x < right; ++x) {
-        row[x] = lumaMean(luma, x, y, map[x], shared.lumaStrength, kind, shared.centreWeight);
-      }
-    } else {
-      for (int32_t x = left; x < right; ++x) {
-        row[x] = withoutDarkSpike(luma, x, y, static_cast<uint32_t>(shared.first), map[x]);
-      }
+    uint8_t* row = imageRow(shared.image, y);
+    for (int32_t x = left; x < right; ++x) {
+      row[x] = task.stage == STAGE_LUMA ? lumaMean(luma, x, y, map[x], shared.lumaStrength, kind, shared.centreWeight)
+                                        : withoutDarkSpike(luma, x, y, static_cast<uint32_t>(shared.first), map[x]);
     }
+  }
+}
+
+void runChromaTile(const TileTask& task) {
+  const TileShared& shared = *task.shared;
+  const ChromaPass pass = {chromaTaps(task.kind), shared.chromaStrength0, shared.chromaStrength1};
+  for (int32_t y = shared.boundY[task.row]; y < shared.boundY[task.row + 1]; y += 2) {
+    chromaRowInplace(shared.image, imageRow(shared.map, y), pass, shared.boundX[task.column],
+                     shared.boundX[task.column + 1], y);
   }
 }
 
@@ -90,10 +85,12 @@ bool isInside(const TileTask& task) {
 }
 
 Status runTask(TileTask* task, const PelContext*) {
-  if (isInside(*task)) {
-    runTile<false>(*task);
+  if (task->stage == STAGE_CHROMA) {
+    runChromaTile(*task);
+  } else if (isInside(*task)) {
+    runLumaTile<false>(*task);
   } else {
-    runTile<true>(*task);
+    runLumaTile<true>(*task);
   }
   return ZELVAN_OK;
 }
@@ -166,7 +163,7 @@ Status Tessal4Denoiser_denoiseInplace(Pel* pel, Env* env, Image* image, const Im
   shared.map = map;
   fillBoundaries(shared.boundX, image->width);
   fillBoundaries(shared.boundY, image->height);
-  shared.centreWeight = centreWeight;
+  shared.centreWeight = clampInt(centreWeight, 0, kMaxCentreWeight);
   shared.first = first;
   const auto byteStrength = [](double v) { return clampInt(truncToInt32(v), 0, 255); };
   shared.lumaStrength = byteStrength(strengths[0]);
