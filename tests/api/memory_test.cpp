@@ -22,10 +22,6 @@ bool counting = false;
 int64_t arenaRequests = 0;    // calls of Heap2_malloc since the last reset
 int64_t arenaRefusesAt = -1;  // which of them is refused; -1 none
 
-void countRequest() {
-  if (__atomic_load_n(&counting, __ATOMIC_RELAXED)) __atomic_fetch_add(&systemRequests, 1, __ATOMIC_RELAXED);
-}
-
 }  // namespace
 
 // The linker sends the library's requests to the arena here.
@@ -36,6 +32,14 @@ extern "C" void* __wrap_zvt4_Heap2_malloc(Heap2* heap, uint32_t size) {
 }
 
 #if !ZVT4_SANITIZED
+namespace {
+
+void countRequest() {
+  if (__atomic_load_n(&counting, __ATOMIC_RELAXED)) __atomic_fetch_add(&systemRequests, 1, __ATOMIC_RELAXED);
+}
+
+}  // namespace
+
 // Stands in front of the C library's allocator, for its own callers too.
 extern "C" void* __libc_malloc(size_t size);
 extern "C" void* __libc_calloc(size_t count, size_t size);
