@@ -2,6 +2,8 @@
 #include <cstdio>
 #include <exception>
 
+#include <zelvan_tessaline4.h>
+
 #include "commands.h"
 #include "picture.h"
 
@@ -17,7 +19,9 @@ int fail(const char* reason) {
 int main(int argc, char** argv) {
   try {
     CLI::App app("Merges a burst of hand-held frames into one sharper, less noisy still.", "tessaline4");
+    app.set_version_flag("--version", zelvan_Tessaline4_getVersion(), "Show the version of the library");
     app.require_subcommand(1);
+    tool::addMergeCommand(app);
     try {
       app.parse(argc, argv);
     } catch (const CLI::Success& help) {

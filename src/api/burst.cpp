@@ -82,9 +82,11 @@ Status addImage(zelvan_Tessaline4* handle, Data* frame, Status (*initFrame)(zelv
 // Ranks, solves and merges; later steps run even if an earlier one failed.
 Status mergeBurst(Tessal4Handle* self) {
   int32_t order[kTessal4Frames];
-  int32_t scores[kTessal4Frames];
+  int32_t scores[kTessal4Frames] = {};
   for (int32_t i = 0; i < kTessal4Frames; ++i) order[i] = i;
   Status status = Tessal4_getRecommendedOrder(&self->engine, order, scores);
+  std::memcpy(self->order, order, sizeof(self->order));
+  std::memcpy(self->scores, scores, sizeof(self->scores));
   status |= Tessal4_solve(&self->engine, order[0]);
   status |= Tessal4_merge(&self->engine, self->frames, order, self->mergeCount);
   return status;

@@ -60,6 +60,8 @@ struct Tessal4Handle {
   int32_t corePin;
   WeakUvNrParams weakUvNrParams;
   int32_t weakUvNrTimes;
+  int32_t order[kMaxFrames];   // frame ids as the merge went through them
+  int32_t scores[kMaxFrames];  // of order[0], order[1] and so on
 };
 
 // The result goes back into a wrapped format: image is the library's own output record.

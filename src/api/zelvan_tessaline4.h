@@ -92,6 +92,21 @@ ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_enhance(zelvan_Tessaline4* hand
 ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getMergeStatus(zelvan_Tessaline4* handle, int32_t* status,
                                                                 int32_t index);
 
+/* What the merge knew about a frame. Open once it has run; index counts the frames as they were added, from 0.
+ * ZELVAN_TESSALINE4_ERROR_PARAM: a null pointer, or an index outside the burst. ZELVAN_TESSALINE4_ERROR_STATE: before
+ * the merge. */
+typedef struct zelvan_FrameInfo {
+  int32_t score;         /* sharpness; 0 for all with automatic sorting off */
+  int32_t order;         /* place in the merge: 0 is the base, to which the others were aligned */
+  int32_t mergeStatus;   /* as zelvan_Tessaline4_getMergeStatus gives it */
+  uint32_t trackFailure; /* verdict bits of the tracker, 0 for a tracked frame */
+  /* Row-major 3x3 projective motion with motion[8] = 1, from points of the base (with automatic scaling: of the
+   * result) to points of the frame, in pixels. Identity for a frame that was not tracked. */
+  double motion[9];
+} zelvan_FrameInfo;
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getFrameInfo(zelvan_Tessaline4* handle, int32_t index,
+                                                              zelvan_FrameInfo* info);
+
 /* Settings: open between initialize and start. */
 ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setImageFormat(zelvan_Tessaline4* handle, const char* format);
 ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getImageFormat(zelvan_Tessaline4* handle, char* text, int32_t size);

@@ -1,0 +1,93 @@
+// A burst through the public C functions of the library: settings in, merged picture and frame reports out.
+#ifndef TESSALINE4_TOOLS_BURST_H_
+#define TESSALINE4_TOOLS_BURST_H_
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <zelvan_tessaline4.h>
+
+#include "picture.h"
+
+namespace tool {
+
+inline constexpr size_t kMostFrames = 10;
+
+// One field per setter of the library; what is empty is not set, and the library's own default holds.
+struct Settings {
+  std::optional<int32_t> framesToMerge;
+  std::optional<int32_t> threads;  // with processorMask: the core setting
+  std::optional<uint32_t> processorMask;
+  std::optional<int32_t> autoScaling;
+  std::optional<int32_t> autoSorting;
+  std::optional<int32_t> objBlurLevel;
+  std::optional<int32_t> lumaNrLevel;
+  std::optional<int32_t> chromaNrLevel;
+  std::optional<int32_t> saturation;
+  std::optional<int32_t> gain;
+  std::optional<int32_t> gamma;
+  std::optional<int32_t> contrast;
+  std::optional<int32_t> sharpness;
+  // The raw values behind the levels. A level that is set beats them.
+  std::optional<double> objBlurRaw;
+  std::optional<double> lumaNrRaw;
+  std::optional<double> chromaNrRaw;
+  std::optional<int32_t> lumaNrTimes;
+  std::optional<int32_t> chromaNrTimes;
+  std::optional<int32_t> removeSpike;
+  std::optional<std::array<double, 2>> sharpnessSigmas;
+  // Item k: strength where k frames agree.
+  std::vector<float> lumaNrTable;
+  std::vector<int32_t> chromaNrTable;
+};
+
+// The settings that are one number, with the names and ranges of their options.
+template <typename T>
+struct Setting {
+  const char* option;
+  const char* help;
+  T least;
+  T most;
+  std::optional<T> Settings::*field;
+  uint32_t (*set)(zelvan_Tessaline4*, T);
+};
+const std::vector<Setting<int32_t>>& intSettings();
+const std::vector<Setting<double>>& doubleSettings();
+
+// What looks best on bursts of known truth: the tool's defaults, in this one place.
+Settings toolDefaults();
+// Takes the defaults away that would beat a raw value which is set in given, then lays given over the rest.
+Settings overlay(Settings defaults, const Settings& given);
+
+struct FrameReport {
+  int32_t status = 0;  // ZELVAN_TESSALINE4_MERGED and so on
+  int32_t score = 0;
+  int32_t order = 0;  // 0 is the base
+  uint32_t trackFailure = 0;
+  std::array<double, 9> motion{};  // base to frame, row by row
+};
+const char* statusWords(int32_t status);
+
+struct BurstResult {
+  Picture picture;  // with the EXIF block of the base
+  std::vector<FrameReport> frames;
+  size_t base = 0;
+  double intakeSeconds = 0.0;  // start and all frames in
+  double mergeSeconds = 0.0;   // order, motions, merge and finish
+};
+
+// Called before each step with its name, the count of steps done and of all steps.
+using Progress = std::function<void(const char* step, size_t done, size_t all)>;
+
+// Throws Error naming the frame when its size is not one the library takes.
+void checkFrameSize(const std::string& name, const Picture& frame);
+// frames: 1 to kMostFrames of one size that checkFrameSize allows. Throws Error when the library refuses.
+BurstResult runBurst(const std::vector<Picture>& frames, const Settings& settings, const Progress& progress = nullptr);
+
+}  // namespace tool
+
+#endif  // TESSALINE4_TOOLS_BURST_H_

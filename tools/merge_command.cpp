@@ -1,0 +1,151 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+
+#include "burst.h"
+#include "commands.h"
+#include "file_io.h"
+#include "image_file.h"
+#include "options.h"
+#include "report.h"
+
+namespace tool {
+namespace {
+
+struct MergeOptions {
+  std::vector<std::string> frames;
+  std::string output;
+  RawOptions raw;
+  std::string report;
+  int quality = 95;
+  bool libraryDefaults = false;
+  bool quiet = false;
+  Settings settings;
+};
+
+// One line on a terminal, overwritten from step to step.
+class ProgressLine {
+ public:
+  explicit ProgressLine(bool quiet) : shown_(!quiet && isatty(STDERR_FILENO) != 0) {}
+  ~ProgressLine() { clear(); }
+  void show(const std::string& text) const {
+    if (shown_) std::fprintf(stderr, "\r\033[K%s", text.c_str());
+  }
+  void finish(const std::string& text) {
+    if (shown_) std::fprintf(stderr, "\r\033[K%s\n", text.c_str());
+    shown_ = false;
+  }
+
+ private:
+  void clear() const {
+    if (shown_) std::fputs("\r\033[K", stderr);
+  }
+  bool shown_;
+};
+
+std::string summary(const BurstResult& result) {
+  const auto merged = std::count_if(result.frames.begin(), result.frames.end(),
+                                    [](const FrameReport& frame) { return frame.status == ZELVAN_TESSALINE4_MERGED; });
+  char text[128];
+  std::snprintf(text, sizeof(text), "%d of %zu frames merged, base is frame %zu, %.2f s", static_cast<int>(merged),
+                result.frames.size(), result.base + 1, result.intakeSeconds + result.mergeSeconds);
+  return text;
+}
+
+void merge(const MergeOptions& options) {
+  checkWritable(options.output);
+  if (!options.report.empty()) checkFileWritable(options.report);
+  ProgressLine line(options.quiet);
+  line.show("reading frames");
+  const std::vector<Picture> frames = readFrames(options.frames, options.raw.layout(), kMostFrames);
+  if (frames.size() < 2) {
+    throw Error(displayName(options.frames[0]), "one frame only; a burst has 2 to " + std::to_string(kMostFrames));
+  }
+  checkFrameSize(displayName(options.frames[0]), frames[0]);
+  const Settings settings = overlay(options.libraryDefaults ? Settings() : toolDefaults(), options.settings);
+  const BurstResult result = runBurst(frames, settings, [&](const char* step, size_t done, size_t all) {
+    line.show(std::string(step) + " (" + std::to_string(done) + "/" + std::to_string(all) + ")");
+  });
+  line.show("writing " + options.output);
+  writePicture(options.output, result.picture, options.quality);
+  if (!options.report.empty()) writeReport(options.report, options.frames, options.output, settings, result);
+  line.finish(summary(result));
+}
+
+// "--gain" with its default: the tool's where it has one.
+template <typename T>
+void addSettings(CLI::App& command, const std::vector<Setting<T>>& table, Settings* given) {
+  static const Settings defaults = toolDefaults();
+  for (const Setting<T>& s : table) {
+    std::string help = s.help;
+    if (const auto& value = defaults.*s.field) help += " (default " + std::to_string(*value) + ")";
+    command.add_option(s.option, given->*s.field, help)->check(CLI::Range(s.least, s.most))->group("Settings");
+  }
+}
+
+}  // namespace
+
+void addMergeCommand(CLI::App& app) {
+  CLI::App* command = app.add_subcommand("merge", "Merge the frames of a burst into one picture");
+  const auto options = std::make_shared<MergeOptions>();
+  command->footer(
+      "Frames are JPEG or PNG files, raw files (with --size), or one Y4M stream from a file or standard input (-): 2 "
+      "to "
+      "10 of them,\nof one size, 640x480 or larger, and in the same orientation. The sharpest becomes the base to "
+      "which "
+      "the others are\naligned; a JPEG result carries its EXIF block. Pixels are not rotated.\n\nExample: tessaline4 "
+      "merge "
+      "IMG_*.jpg -o merged.jpg --report merged.json");
+  command->add_option("FRAME", options->frames, "Frames of the burst, or one Y4M stream")->required();
+  command
+      ->add_option("-o,--output", options->output,
+                   "Result; its ending tells the kind: .jpg .jpeg .png .y4m .nv21 .nv12 .i420 .yuv .yuyv")
+      ->required()
+      ->type_name("FILE");
+  options->raw.addTo(*command);
+  command->add_option("--quality", options->quality, "JPEG quality of the result (default 95)")
+      ->check(CLI::Range(1, 100));
+  command->add_option("--report", options->report, "Write what became of each frame, as JSON")->type_name("FILE");
+  command->add_flag("--quiet", options->quiet, "No progress on the terminal");
+
+  Settings* given = &options->settings;
+  command->add_option("--threads", given->threads, "Worker threads (default: one per processor)")
+      ->check(CLI::Range(1, 64));
+  command->add_option("--processor-mask", given->processorMask, "Bit mask of the processors to pin threads to");
+  command->add_flag("--library-defaults", options->libraryDefaults,
+                    "Start from the library's defaults instead of the tool's, which are chosen for looks");
+  addSettings(*command, intSettings(), given);
+  addSettings(*command, doubleSettings(), given);
+  command
+      ->add_option_function<std::vector<double>>(
+          "--sharpness-sigmas",
+          [given](const std::vector<double>& values) {
+            given->sharpnessSigmas = {values[0], values[1]};
+          },
+          "Inner and outer radius of the sharpening")
+      ->expected(2)
+      ->group("Settings");
+  command
+      ->add_option("--luma-nr-table", given->lumaNrTable,
+                   "Brightness denoising where 0, 1, 2 ... frames agree, separated by commas")
+      ->delimiter(',')
+      ->expected(1, 33)
+      ->group("Settings");
+  command
+      ->add_option("--chroma-nr-table", given->chromaNrTable,
+                   "Colour denoising where 0, 1, 2 ... frames agree, separated by commas")
+      ->delimiter(',')
+      ->expected(1, 33)
+      ->group("Settings");
+  for (const auto& [level, raw] :
+       {std::pair{"--obj-blur-level", "--obj-blur-raw"}, std::pair{"--luma-nr-level", "--luma-nr-raw"},
+        std::pair{"--luma-nr-level", "--luma-nr-times"}, std::pair{"--chroma-nr-level", "--chroma-nr-raw"},
+        std::pair{"--chroma-nr-level", "--chroma-nr-times"}}) {
+    command->get_option(level)->excludes(raw);
+  }
+  command->callback([options] { merge(*options); });
+}
+
+}  // namespace tool
