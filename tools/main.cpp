@@ -22,6 +22,8 @@ int main(int argc, char** argv) {
     app.set_version_flag("--version", zelvan_Tessaline4_getVersion(), "Show the version of the library");
     app.require_subcommand(1);
     tool::addMergeCommand(app);
+    tool::addSimulateCommand(app);
+    tool::addCompareCommand(app);
     try {
       app.parse(argc, argv);
     } catch (const CLI::Success& help) {

@@ -1,0 +1,165 @@
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+#include "commands.h"
+#include "file_io.h"
+#include "image_file.h"
+#include "options.h"
+#include "quality.h"
+#include "truth.h"
+
+namespace tool {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct Options {
+  std::string result;
+  std::string truthFolder;
+  std::string report;
+  std::string json;
+  RawOptions raw;
+};
+
+// What compare reads of a report of merge.
+struct MergeReport {
+  size_t base = 0;
+  struct Frame {
+    std::string status;
+    Homography motion;  // base to frame
+  };
+  std::vector<Frame> frames;
+};
+
+MergeReport readReport(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) throw Error(path, "cannot be read");
+  try {
+    const Json json = Json::parse(file);
+    MergeReport report;
+    report.base = json.at("base");
+    for (const Json& entry : json.at("frames")) {
+      MergeReport::Frame frame;
+      frame.status = entry.at("status");
+      for (size_t i = 0; i < 9; ++i) frame.motion[i] = entry.at("motion").at(i / 3).at(i % 3);
+      report.frames.push_back(frame);
+    }
+    return report;
+  } catch (const nlohmann::json::exception& error) {
+    throw Error(path, std::string("is no report of merge: ") + error.what());
+  }
+}
+
+// Largest error at the four corners, in pixels.
+double cornerError(const Homography& found, const Homography& truth, int32_t width, int32_t height) {
+  double worst = 0;
+  for (const Point corner :
+       {Point{0, 0}, Point{width - 1.0, 0}, Point{0, height - 1.0}, Point{width - 1.0, height - 1.0}}) {
+    const Point a = mapPoint(found, corner);
+    const Point b = mapPoint(truth, corner);
+    worst = std::max(worst, std::hypot(a.x - b.x, a.y - b.y));
+  }
+  return worst;
+}
+
+std::vector<double> motionErrors(const MergeReport& report, const Truth& truth) {
+  std::vector<double> errors;
+  const Homography fromBase = inverse(truth.frames[report.base].motion);
+  for (size_t i = 0; i < report.frames.size(); ++i) {
+    if (i == report.base || report.frames[i].status != "merged") continue;
+    errors.push_back(
+        cornerError(report.frames[i].motion, compose(truth.frames[i].motion, fromBase), truth.width, truth.height));
+  }
+  std::sort(errors.begin(), errors.end());
+  return errors;
+}
+
+Json qualityJson(const Quality& q) {
+  return {
+      {"lumaPsnr", q.lumaPsnr}, {"chromaPsnr", q.chromaPsnr}, {"lumaSsim", q.lumaSsim}, {"chromaSsim", q.chromaSsim}};
+}
+
+void run(const Options& o) {
+  const Truth truth = readTruth(o.truthFolder);
+  const std::optional<RawLayout> raw = o.raw.layout();
+  const Picture result = readPicture(o.result, raw);
+  if (result.width != truth.width || result.height != truth.height) {
+    throw Error(o.result, "is not of the size of the burst in " + o.truthFolder);
+  }
+  const auto clean = [&](size_t i) { return readPicture(o.truthFolder + "/" + truth.frames[i].clean); };
+
+  size_t base = 0;
+  MergeReport report;
+  if (!o.report.empty()) {
+    report = readReport(o.report);
+    if (report.frames.size() != truth.frames.size() || report.base >= truth.frames.size()) {
+      throw Error(o.report, "is not about the burst in " + o.truthFolder);
+    }
+    base = report.base;
+  } else {
+    // The frame that the result shows is the one it is nearest to.
+    double best = -1;
+    for (size_t i = 0; i < truth.frames.size(); ++i) {
+      const double psnr = lumaPsnr(result, clean(i));
+      if (psnr > best) {
+        best = psnr;
+        base = i;
+      }
+    }
+  }
+  const Picture reference = clean(base);
+  const RawLayout own = {truth.width, truth.height, truth.frameFormat};
+  const bool rawFrames = truth.frameFormat == "nv21";
+  const Picture noisy = readPicture(o.truthFolder + "/" + truth.frames[base].file,
+                                    rawFrames ? std::optional<RawLayout>(own) : std::nullopt);
+  const Quality before = compareWithTruth(noisy, reference);
+  const Quality after = compareWithTruth(result, reference);
+
+  std::printf("Against %s, the clean frame of the base:\n\n", truth.frames[base].clean.c_str());
+  std::printf("                 luma PSNR  chroma PSNR  luma SSIM  chroma SSIM\n");
+  for (const auto& [name, q] :
+       {std::pair<const char*, const Quality&>{"one noisy frame", before}, {"the result", after}}) {
+    std::printf("%-16s %6.2f dB    %6.2f dB     %.4f       %.4f\n", name, q.lumaPsnr, q.chromaPsnr, q.lumaSsim,
+                q.chromaSsim);
+  }
+  std::printf("%-16s %+6.2f dB    %+6.2f dB\n", "gain", after.lumaPsnr - before.lumaPsnr,
+              after.chromaPsnr - before.chromaPsnr);
+
+  Json json = {{"base", base}, {"noisy", qualityJson(before)}, {"result", qualityJson(after)}};
+  if (!o.report.empty()) {
+    const std::vector<double> errors = motionErrors(report, truth);
+    if (errors.empty()) {
+      std::printf("\nNo frame but the base was merged.\n");
+    } else {
+      const double median = errors[errors.size() / 2];
+      std::printf("\nMotions of %zu merged frames: corners off by %.2f pixels in the median, %.2f at most.\n",
+                  errors.size(), median, errors.back());
+      json["cornerErrors"] = {{"median", median}, {"most", errors.back()}};
+    }
+  }
+  if (!o.json.empty()) {
+    const std::string text = json.dump(2) + "\n";
+    writeFile(o.json, std::vector<uint8_t>(text.begin(), text.end()));
+  }
+}
+
+}  // namespace
+
+void addCompareCommand(CLI::App& app) {
+  CLI::App* command = app.add_subcommand("compare", "Compare a merged picture with the truth of a simulated burst");
+  const auto o = std::make_shared<Options>();
+  command->add_option("RESULT", o->result, "The merged picture")->required();
+  command->add_option("TRUTH-DIR", o->truthFolder, "Folder that simulate wrote")->required();
+  command->add_option("--report", o->report, "Report of the merge: names the base, and its motions are checked")
+      ->type_name("FILE");
+  command->add_option("--json", o->json, "Write the numbers as JSON, too")->type_name("FILE");
+  o->raw.addTo(*command);
+  command->callback([o] { run(*o); });
+}
+
+}  // namespace tool

@@ -1,0 +1,33 @@
+// truth.json: what the simulator knows about a burst, and where its pictures lie.
+#ifndef TESSALINE4_TOOLS_TRUTH_H_
+#define TESSALINE4_TOOLS_TRUTH_H_
+
+#include <string>
+#include <vector>
+
+#include "burst_simulator.h"
+
+namespace tool {
+
+struct TruthFrame {
+  std::string file;   // as simulated, in the folder of the truth
+  std::string clean;  // without noise
+  Homography motion;  // frame 0 to this frame
+};
+
+struct Truth {
+  std::string folder;
+  int32_t width = 0;
+  int32_t height = 0;
+  std::string frameFormat;  // ending of the frames
+  std::vector<TruthFrame> frames;
+};
+
+void writeTruth(const Truth& truth, const std::string& scene, const Simulation& simulation,
+                const SimulatedBurst& burst);
+// Throws Error naming the file.
+Truth readTruth(const std::string& folder);
+
+}  // namespace tool
+
+#endif  // TESSALINE4_TOOLS_TRUTH_H_
