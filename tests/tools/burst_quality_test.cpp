@@ -1,0 +1,126 @@
+// Simulated bursts with limits on noise, motion, ghosts and refusals.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "burst.h"
+#include "burst_simulator.h"
+#include "quality.h"
+
+namespace tool {
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kQuick = true;
+#else
+constexpr bool kQuick = false;
+#endif
+constexpr int32_t kWidth = kQuick ? 640 : 1280;
+constexpr int32_t kHeight = kQuick ? 480 : 960;
+
+const RgbPicture& scene() {
+  static const RgbPicture picture = builtInScene(kWidth, kHeight, 3);
+  return picture;
+}
+
+Simulation medium(uint32_t seed) {
+  Simulation s;
+  s.width = kWidth;
+  s.height = kHeight;
+  s.seed = seed;
+  s.frames = kQuick ? 4 : 8;
+  return s;
+}
+
+// The library's defaults without sharpening.
+BurstResult mergePlain(const SimulatedBurst& burst) {
+  std::vector<Picture> frames;
+  for (const SimulatedFrame& frame : burst.frames) frames.push_back(frame.noisy);
+  Settings settings;
+  settings.sharpness = 0;
+  return runBurst(frames, settings);
+}
+
+double cornerError(const SimulatedBurst& burst, const BurstResult& result, size_t i) {
+  const Homography truth = compose(burst.frames[i].motion, inverse(burst.frames[result.base].motion));
+  double worst = 0;
+  for (const Point corner :
+       {Point{0, 0}, Point{kWidth - 1, 0}, Point{0, kHeight - 1}, Point{kWidth - 1, kHeight - 1}}) {
+    const Point a = mapPoint(result.frames[i].motion, corner);
+    const Point b = mapPoint(truth, corner);
+    worst = std::max(worst, std::hypot(a.x - b.x, a.y - b.y));
+  }
+  return worst;
+}
+
+TEST(BurstQuality, NoiseFallsAndMotionsAreFound) {
+  std::vector<double> errors;
+  for (const uint32_t seed : {4u, 5u}) {
+    const SimulatedBurst burst = simulateBurst(scene(), {}, medium(seed));
+    const BurstResult result = mergePlain(burst);
+    const Picture& truth = burst.frames[result.base].clean;
+    const Quality before = compareWithTruth(burst.frames[result.base].noisy, truth);
+    const Quality after = compareWithTruth(result.picture, truth);
+    EXPECT_GE(after.lumaPsnr - before.lumaPsnr, kQuick ? 3.0 : 6.0);
+    EXPECT_GE(after.chromaPsnr - before.chromaPsnr, kQuick ? 5.0 : 8.0);
+    EXPECT_GT(after.lumaSsim, before.lumaSsim);
+    for (size_t i = 0; i < result.frames.size(); ++i) {
+      if (i != result.base && result.frames[i].status == ZELVAN_TESSALINE4_MERGED) {
+        errors.push_back(cornerError(burst, result, i));
+      }
+    }
+    if (kQuick) break;
+  }
+  ASSERT_GE(errors.size(), kQuick ? 2u : 10u) << "too few frames were accepted";
+  std::sort(errors.begin(), errors.end());
+  EXPECT_LT(errors.back(), 2.5);
+  EXPECT_LT(errors[errors.size() / 2], 1.5);
+}
+
+// Mean squared luma error within the discs round the object's places in all frames, seen from the base.
+double errorWhereTheObjectWas(const SimulatedBurst& burst, size_t base, const Picture& picture) {
+  const Picture& truth = burst.frames[base].clean;
+  double sum = 0;
+  int64_t count = 0;
+  std::vector<Point> places;
+  for (const SimulatedFrame& frame : burst.frames) {
+    if (frame.object.x < 0) continue;
+    places.push_back(mapPoint(compose(burst.frames[base].motion, inverse(frame.motion)), frame.object));
+  }
+  for (int32_t y = 0; y < kHeight; ++y) {
+    for (int32_t x = 0; x < kWidth; ++x) {
+      if (std::none_of(places.begin(), places.end(),
+                       [&](Point p) { return std::hypot(x - p.x, y - p.y) < burst.objectRadius; })) {
+        continue;
+      }
+      const size_t at = static_cast<size_t>(y) * kWidth + static_cast<size_t>(x);
+      const double d = static_cast<double>(picture.y[at]) - truth.y[at];
+      sum += d * d;
+      ++count;
+    }
+  }
+  return sum / static_cast<double>(count);
+}
+
+TEST(BurstQuality, WhatMovedOrDoesNotFitStaysOut) {
+  Simulation s = medium(6);
+  s.movingObject = true;
+  s.blurredFrame = 1;
+  s.foreignFrame = 3;
+  const SimulatedBurst burst = simulateBurst(scene(), builtInScene(kWidth, kHeight, 99), s);
+  const BurstResult result = mergePlain(burst);
+  EXPECT_EQ(result.frames[1].status, ZELVAN_TESSALINE4_BLURRED);
+  EXPECT_TRUE(result.frames[3].status == ZELVAN_TESSALINE4_BAD_MOTION ||
+              result.frames[3].status == ZELVAN_TESSALINE4_GHOST)
+      << result.frames[3].status;
+  const auto merged = std::count_if(result.frames.begin(), result.frames.end(),
+                                    [](const FrameReport& f) { return f.status == ZELVAN_TESSALINE4_MERGED; });
+  EXPECT_GE(merged, kQuick ? 2 : 4);
+  // A double image would be far above the noise of one frame.
+  EXPECT_LT(errorWhereTheObjectWas(burst, result.base, result.picture),
+            errorWhereTheObjectWas(burst, result.base, burst.frames[result.base].noisy));
+}
+
+}  // namespace
+}  // namespace tool

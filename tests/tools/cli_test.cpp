@@ -1,0 +1,141 @@
+// The program as a stranger meets it: good bursts, and every bad input with one clear line.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "image_file.h"
+
+namespace tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string textOf(const fs::path& path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class Cli : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    folder_ = fs::temp_directory_path() / ("tessaline4-cli-" + std::to_string(::getpid()));
+    fs::create_directories(folder_);
+    ASSERT_EQ(run("simulate --built-in -o burst --size 640x480 --frames 3 --seed 2"), 0) << textOf(folder_ / "err");
+  }
+  static void TearDownTestSuite() { fs::remove_all(folder_); }
+
+  // Exit status of the tool, run in the folder; its standard error lands in err.
+  static int run(const std::string& arguments) {
+    const std::string command =
+        "cd '" + folder_.string() + "' && '" TESSALINE4_TOOL "' " + arguments + " >out 2>err </dev/null";
+    const int status = std::system(command.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  static void write(const std::string& name, const std::string& bytes) { std::ofstream(folder_ / name) << bytes; }
+
+  static fs::path folder_;
+};
+fs::path Cli::folder_;
+
+TEST_F(Cli, BadInputGivesOneLineAndNoOutput) {
+  const std::string good = "burst/frame00.png burst/frame01.png ";
+  writePicture((folder_ / "small.png").string(), Picture(320, 240));
+  writePicture((folder_ / "other.png").string(), Picture(800, 600));
+  writePicture((folder_ / "whole.jpg").string(), readPicture((folder_ / "burst/frame00.png").string()));
+  const std::string jpeg = textOf(folder_ / "whole.jpg");
+  write("cut.jpg", jpeg.substr(0, jpeg.size() / 2));
+  write("text.png", "no picture at all");
+  write("raw.nv21", std::string(1000, 'x'));
+  write("bad.y4m", "YUV4MPEG2 W640 H480 F25:1 C444\nFRAME\n");
+  fs::create_directories(folder_ / "folder.png");
+  struct Row {
+    std::string arguments;
+    std::string names;  // what the line must name
+  };
+  const Row rows[] = {
+      {"merge " + good + "missing.png -o o.png", "missing.png"},
+      {"merge " + good + "other.png -o o.png", "other.png"},
+      {"merge small.png small.png -o o.png", "small.png"},
+      {"merge " + good + "cut.jpg -o o.png", "cut.jpg"},
+      {"merge " + good + "text.png -o o.png", "text.png"},
+      {"merge raw.nv21 raw.nv21 --size 640x480 --format nv21 -o o.png", "raw.nv21"},
+      {"merge bad.y4m -o o.png", "bad.y4m"},
+      {"merge burst/frame00.png -o o.png", ""},
+      {"merge " + good + good + good + good + good + "burst/frame02.png -o o.png", ""},
+      {"merge " + good + "-o o.tiff", "o.tiff"},
+      {"merge " + good + "-o nowhere/o.png", "nowhere/o.png"},
+      {"merge " + good + "-o folder.png", "folder.png"},
+      {"merge " + good + "-o o.png --gain 2000", "gain"},
+      {"merge " + good + "-o o.png --report nowhere/r.json", "nowhere/r.json"},
+      {"compare burst/frame00.png nowhere", "nowhere"},
+      {"compare small.png burst", "small.png"},
+      {"simulate missing.jpg -o s", "missing.jpg"},
+      {"simulate small.png -o s", "small.png"},
+      {"frobnicate", ""},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.arguments);
+    EXPECT_NE(run(row.arguments), 0);
+    const std::string line = textOf(folder_ / "err");
+    EXPECT_EQ(line.rfind("tessaline4: ", 0), 0u) << line;
+    EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1) << line;
+    EXPECT_NE(line.find(row.names), std::string::npos) << line;
+    for (const char* output : {"o.png", "o.tiff", "r.json", "s/truth.json"}) EXPECT_FALSE(fs::exists(folder_ / output));
+  }
+}
+
+TEST_F(Cli, MergesComparesAndReports) {
+  ASSERT_EQ(run("merge burst/frame00.png burst/frame01.png burst/frame02.png -o m.png --report r.json --quiet"), 0)
+      << textOf(folder_ / "err");
+  EXPECT_EQ(textOf(folder_ / "err"), "");
+  const std::string report = textOf(folder_ / "r.json");
+  for (const char* key : {"\"base\"", "\"score\"", "\"order\"", "\"status\"", "\"motion\"", "merged"}) {
+    EXPECT_NE(report.find(key), std::string::npos) << key;
+  }
+  ASSERT_EQ(run("compare m.png burst --report r.json --json c.json"), 0) << textOf(folder_ / "err");
+  EXPECT_NE(textOf(folder_ / "out").find("the result"), std::string::npos);
+  EXPECT_NE(textOf(folder_ / "c.json").find("cornerErrors"), std::string::npos);
+}
+
+// Every kind that loses nothing comes back as it was, and a burst in any of them merges to the same picture.
+TEST_F(Cli, KindsOfFilesAgree) {
+  std::vector<Picture> frames;
+  for (const char* name : {"burst/frame00.png", "burst/frame01.png", "burst/frame02.png"}) {
+    frames.push_back(readPicture((folder_ / name).string()));
+  }
+  ASSERT_EQ(run("merge burst/frame00.png burst/frame01.png burst/frame02.png -o expected.i420"), 0);
+  for (const std::string kind : {"nv21", "nv12", "i420", "y4m"}) {
+    SCOPED_TRACE(kind);
+    std::string names;
+    for (size_t i = 0; i < frames.size(); ++i) {
+      const std::string name = "f" + std::to_string(i) + "." + kind;
+      writePicture((folder_ / name).string(), frames[i]);
+      names += " " + name;
+      const Picture back = kind == "y4m" ? readPicture((folder_ / name).string())
+                                         : readPicture((folder_ / name).string(), RawLayout{640, 480, kind});
+      EXPECT_EQ(back.y, frames[i].y);
+      EXPECT_EQ(back.u, frames[i].u);
+      EXPECT_EQ(back.v, frames[i].v);
+    }
+    std::string arguments = "merge" + names + " --size 640x480 --format " + kind;
+    if (kind == "y4m") {
+      // One stream of three frames, through standard input.
+      std::ofstream stream(folder_ / "all.y4m");
+      stream << textOf(folder_ / "f0.y4m");
+      for (const char* name : {"f1.y4m", "f2.y4m"}) {
+        const std::string text = textOf(folder_ / name);
+        stream << text.substr(text.find("FRAME"));
+      }
+      arguments = "merge all.y4m";
+    }
+    ASSERT_EQ(run(arguments + " -o result.i420"), 0) << textOf(folder_ / "err");
+    EXPECT_EQ(textOf(folder_ / "result.i420"), textOf(folder_ / "expected.i420"));
+  }
+}
+
+}  // namespace
+}  // namespace tool
