@@ -5,38 +5,40 @@ namespace {
 #define ALWAYS_INLINE [[gnu::always_inline]] inline
 
 // Upper half of a product, which vector units have for 16-bit lanes.
-ALWAYS_INLINE int16_t mulHigh(int16_t a, int16_t b) {
-  return static_cast<int16_t>((int32_t{a} * b) >> 16);
-}
-ALWAYS_INLINE uint16_t mulHighUnsigned(uint16_t a, uint16_t b) {
+ALWAYS_INLINE uint16_t mulHigh(uint16_t a, uint16_t b) {
   return static_cast<uint16_t>((uint32_t{a} * b) >> 16);
 }
 
+// A signed difference goes through an unsigned product moved up by 0x8000; what this adds to the upper half is a whole
+// number, b / 2, and is taken off again: (difference x b) >> 16 for an even b.
+ALWAYS_INLINE uint16_t mulHighDifference(int32_t difference, uint16_t b) {
+  return static_cast<uint16_t>(mulHigh(static_cast<uint16_t>(difference + 0x8000), b) - (b >> 1));
+}
+
 struct Coarse {
-  // Only bits 8 to 14 of a position matter, so that 16 bits of it are enough.
-  ALWAYS_INLINE static int16_t fraction(uint16_t position) { return static_cast<int16_t>((position >> 8) & 127); }
+  // Bits 8 to 14 of a position, so that 16 bits of it are enough.
+  ALWAYS_INLINE static uint16_t fraction(uint16_t position) { return (position >> 8) & 127; }
 
   // With top and bottom at most 128 x 255 and p = (bottom - top) fy, the result is (128 top + p + 8192) >> 14, that is
-  // (top + (p >> 7) + 64) >> 7. p >> 7 comes from an unsigned product with the difference moved up by 0x8000, which
-  // adds 0x8000 fy >> 7 = fy << 8 without a rest.
-  ALWAYS_INLINE static uint8_t mix(int16_t a, int16_t b, int16_t c, int16_t d, int16_t fx, int16_t fy) {
+  // (top + (p >> 7) + 64) >> 7.
+  ALWAYS_INLINE static uint8_t mix(uint8_t a, uint8_t b, uint8_t c, uint8_t d, uint16_t fx, uint16_t fy) {
     const auto top = static_cast<uint16_t>(128 * a + fx * (b - a));
     const auto bottom = static_cast<uint16_t>(128 * c + fx * (d - c));
-    const uint16_t moved =
-        mulHighUnsigned(static_cast<uint16_t>(bottom - top + 0x8000), static_cast<uint16_t>(fy << 9));
-    return static_cast<uint8_t>(static_cast<uint16_t>(top + moved - (fy << 8) + 64) >> 7);
+    const uint16_t down = mulHighDifference(bottom - top, static_cast<uint16_t>(fy << 9));
+    return static_cast<uint8_t>(static_cast<uint16_t>(top + down + 64) >> 7);
   }
 };
 
 struct Fine {
-  ALWAYS_INLINE static int16_t fraction(uint16_t position) { return static_cast<int16_t>(position & 0x7fff); }
+  ALWAYS_INLINE static uint16_t fraction(uint16_t position) { return position & 0x7fff; }
 
-  // top = 32 a + ((b - a) fx >> 10), at most 8160; the result is (top + ((bottom - top) fy >> 15)) >> 5. Both products
-  // are upper halves once the difference is multiplied by 64 and by 2.
-  ALWAYS_INLINE static uint8_t mix(int16_t a, int16_t b, int16_t c, int16_t d, int16_t fx, int16_t fy) {
-    const auto top = static_cast<int16_t>(32 * a + mulHigh(static_cast<int16_t>((b - a) * 64), fx));
-    const auto bottom = static_cast<int16_t>(32 * c + mulHigh(static_cast<int16_t>((d - c) * 64), fx));
-    return static_cast<uint8_t>(static_cast<int16_t>(top + mulHigh(static_cast<int16_t>((bottom - top) * 2), fy)) >> 5);
+  // top = 32 a + ((b - a) fx >> 10), at most 8160; the result is (top + ((bottom - top) fy >> 15)) >> 5.
+  ALWAYS_INLINE static uint8_t mix(uint8_t a, uint8_t b, uint8_t c, uint8_t d, uint16_t fx, uint16_t fy) {
+    const auto fx2 = static_cast<uint16_t>(fx << 1);
+    const auto top = static_cast<uint16_t>(32 * a + mulHighDifference(32 * (b - a), fx2));
+    const auto bottom = static_cast<uint16_t>(32 * c + mulHighDifference(32 * (d - c), fx2));
+    const uint16_t down = mulHighDifference(bottom - top, static_cast<uint16_t>(fy << 1));
+    return static_cast<uint8_t>(static_cast<uint16_t>(top + down) >> 5);
   }
 };
 
@@ -64,8 +66,8 @@ ALWAYS_INLINE void warpRow(uint8_t* __restrict dst, const WarpTaps& taps, const 
   const auto dy = static_cast<uint16_t>(line.dy);
   for (int32_t j = 0; j < count; ++j) {
     const auto k = static_cast<uint16_t>(j / Channels);
-    const int16_t fx = Weights::fraction(static_cast<uint16_t>(x + uint32_t{k} * dx));
-    const int16_t fy = Weights::fraction(static_cast<uint16_t>(y + uint32_t{k} * dy));
+    const uint16_t fx = Weights::fraction(static_cast<uint16_t>(x + uint32_t{k} * dx));
+    const uint16_t fy = Weights::fraction(static_cast<uint16_t>(y + uint32_t{k} * dy));
     dst[j] = Put::put(dst[j], Weights::mix(a[j], b[j], c[j], d[j], fx, fy), weights, j);
   }
 }

@@ -119,21 +119,42 @@ struct WarpTaps {
   const uint8_t* corner[4];
 };
 
+inline constexpr int32_t kWarpChunk = 16;  // bytes that are copied at once
+
 struct WarpTapBuffer {
-  uint8_t corner[4][kWarpSpan];
+  uint8_t corner[4][kWarpSpan + kWarpChunk];
 };
 
-// How many pixels from this one on, itself included, have the same offset between pixel and source byte.
+// How many items from this one on, itself included, have the same offset between item and source byte.
 inline int32_t runLength(int32_t px, int32_t py, const WarpLine& line) {
-  const auto inCell = [](int32_t fraction, int32_t drift) {
+  constexpr int32_t kLimit = 0x8000 / 8;  // with more drift runs are too short to be worth their search
+  const auto inCell = [](int32_t position, int32_t drift) {
+    const int32_t fraction = position & 0x7fff;
     if (drift == 0) return kWarpSpan;
     return drift > 0 ? (0x7fff - fraction) / drift + 1 : fraction / -drift + 1;
   };
   const int64_t drift = int64_t{line.dx} - 0x8000;
-  if (drift <= -0x8000 || drift >= 0x8000 || line.dy <= -0x8000 || line.dy >= 0x8000) return 1;
-  const int32_t across = inCell(px & 0x7fff, static_cast<int32_t>(drift));
-  const int32_t down = inCell(py & 0x7fff, line.dy);
+  if (drift < -kLimit || drift > kLimit || line.dy < -kLimit || line.dy > kLimit) return 1;
+  const int32_t across = inCell(px, static_cast<int32_t>(drift));
+  const int32_t down = inCell(py, line.dy);
   return across < down ? across : down;
+}
+
+// Copies the neighbours of a run of bytes that begins at upper and lower. With room for them, up to kWarpChunk - 1 more
+// bytes than asked for are copied: whatever stands behind the run in the buffer is written later.
+template <int32_t Channels>
+inline void copyRun(WarpTapBuffer* buffer, int32_t at, const uint8_t* upper, const uint8_t* lower, int32_t bytes,
+                    bool room) {
+  const uint8_t* const from[4] = {upper, upper + Channels, lower, lower + Channels};
+  if (bytes == Channels) {
+    for (int32_t i = 0; i < 4; ++i) std::memcpy(buffer->corner[i] + at, from[i], Channels);
+  } else if (room) {
+    for (int32_t j = 0; j < bytes; j += kWarpChunk) {
+      for (int32_t i = 0; i < 4; ++i) std::memcpy(buffer->corner[i] + at + j, from[i] + j, kWarpChunk);
+    }
+  } else {
+    for (int32_t i = 0; i < 4; ++i) std::memcpy(buffer->corner[i] + at, from[i], static_cast<size_t>(bytes));
+  }
 }
 
 // count items of Channels bytes each, at most kWarpSpan bytes. Items without four neighbours inside the plane are left
@@ -141,6 +162,8 @@ inline int32_t runLength(int32_t px, int32_t py, const WarpLine& line) {
 template <int32_t Channels, typename Edge>
 inline WarpTaps collectTaps(WarpTapBuffer* buffer, const WarpPlane& plane, const WarpLine& line, int32_t count,
                             const Edge& edge) {
+  constexpr int32_t kRowsOfPair = Channels == 1 ? 2 : 1;  // luma, chroma
+  constexpr int32_t kCacheLine = 64;
   for (int32_t k = 0; k < count;) {
     const int32_t px = wrapAdd(line.x, wrapMul(k, line.dx));
     const int32_t py = wrapAdd(line.y, wrapMul(k, line.dy));
@@ -160,11 +183,15 @@ inline WarpTaps collectTaps(WarpTapBuffer* buffer, const WarpPlane& plane, const
     const uint8_t* upper = plane.at<Channels>(ix, iy);
     const uint8_t* lower = upper + plane.pitch;
     if (run == count) return {{upper, upper + Channels, lower, lower + Channels}};
-    const auto bytes = static_cast<size_t>(run * Channels);
-    std::memcpy(buffer->corner[0] + at, upper, bytes);
-    std::memcpy(buffer->corner[1] + at, upper + Channels, bytes);
-    std::memcpy(buffer->corner[2] + at, lower, bytes);
-    std::memcpy(buffer->corner[3] + at, lower + Channels, bytes);
+    const int32_t bytes = run * Channels;
+    copyRun<Channels>(buffer, at, upper, lower, bytes,
+                      (ix + 1) * Channels + bytes + kWarpChunk <= plane.width * Channels);
+    // What the next row pair reads here. Each source row of a sloping line is read a short piece at a time, too short
+    // for the processor to see a stream.
+    if (run > 1 && iy + 1 + kRowsOfPair < plane.height) {
+      const uint8_t* next = lower + kRowsOfPair * plane.pitch;
+      for (int32_t j = 0; j < bytes + kCacheLine; j += kCacheLine) __builtin_prefetch(next + j);
+    }
     k += run;
   }
   return {{buffer->corner[0], buffer->corner[1], buffer->corner[2], buffer->corner[3]}};

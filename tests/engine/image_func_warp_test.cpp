@@ -2,6 +2,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <random>
 
 #include "engine/image_func.h"
 #include "engine/warp_rows.h"
@@ -259,5 +260,56 @@ TEST_P(ImageFuncWarp, RenderAccumMatchesPixelByPixel) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, ImageFuncWarp, testing::ValuesIn(kFormats));
+
+// Every build of the row kernels against the formulas, on bytes that favour the extremes.
+TEST(ImageFuncWarpRows, AllTablesFollowTheFormulas) {
+  constexpr int32_t kMost = 256;
+  std::mt19937 random(12);
+  const auto byte = [&] { return static_cast<uint8_t>(random() % 3 == 0 ? random() : random() % 2 * 255); };
+  for (int32_t round = 0; round < 400; ++round) {
+    uint8_t corners[4][kMost + 3], before[kMost + 8], weights[kMost];
+    for (auto& row : corners) std::generate(std::begin(row), std::end(row), byte);
+    std::generate(std::begin(before), std::end(before), byte);
+    for (uint8_t& w : weights) w = static_cast<uint8_t>(random() % 3 != 0 ? random() % 129 : random() % 2 * 128);
+    const int32_t offset = static_cast<int32_t>(random() % 4);
+    const int32_t count = static_cast<int32_t>(random() % (kMost / 2) + 1) * 2;
+    const WarpTaps taps = {{corners[0] + offset, corners[1] + 1, corners[2] + 2, corners[3] + offset}};
+    const WarpLine line = {static_cast<int32_t>(random()), static_cast<int32_t>(random()),
+                           static_cast<int32_t>(random() % 90000), static_cast<int32_t>(random() % 90000) - 45000};
+    const auto expected = [&](Weights kind, int32_t channels, bool blend, uint8_t* out) {
+      std::copy_n(before, kMost + 8, out);
+      for (int32_t j = 0; j < count; ++j) {
+        // The four neighbours as a plane of 2 x 2.
+        const uint8_t square[4] = {taps.corner[0][j], taps.corner[1][j], taps.corner[2][j], taps.corner[3][j]};
+        const auto [px, py] = Line{line.x, line.y, line.dx, line.dy}.at(j / channels);
+        const int64_t v = bilinear({square, 2, 2, 2, 1}, kind, px & 0x7fff, py & 0x7fff, 0);
+        if (blend) {
+          blendByte(out + 4 + j, weights[j], v);
+        } else {
+          out[4 + j] = static_cast<uint8_t>(v);
+        }
+      }
+    };
+    for (int32_t i = 0; const WarpRows* rows = warpRowsAt(i); ++i) {
+      const auto check = [&](const char* kernel, Weights kind, int32_t channels, bool blend, const auto& run) {
+        uint8_t out[kMost + 8], want[kMost + 8];
+        std::copy_n(before, kMost + 8, out);
+        run(out + 4);
+        expected(kind, channels, blend, want);
+        ASSERT_TRUE(std::equal(std::begin(out), std::end(out), want)) << rows->name << ' ' << kernel << ' ' << count;
+      };
+      const auto store = [&](WarpRow row) { return [=, &taps](uint8_t* out) { row(out, taps, line, count); }; };
+      const auto blend = [&](WarpBlendRow row) {
+        return [=, &taps, &weights](uint8_t* out) { row(out, taps, line, weights, count); };
+      };
+      check("coarseLuma", Weights::kCoarse, 1, false, store(rows->coarseLuma));
+      check("coarseChroma", Weights::kCoarse, 2, false, store(rows->coarseChroma));
+      check("fineLuma", Weights::kFine, 1, false, store(rows->fineLuma));
+      check("fineChroma", Weights::kFine, 2, false, store(rows->fineChroma));
+      check("blendLuma", Weights::kCoarse, 1, true, blend(rows->blendLuma));
+      check("blendChroma", Weights::kFine, 2, true, blend(rows->blendChroma));
+    }
+  }
+}
 
 }  // namespace
