@@ -181,10 +181,11 @@ const std::vector<Setting<double>>& doubleSettings() {
 
 Settings toolDefaults() {
   Settings settings;
-  settings.sharpness = 300;
-  settings.lumaNrLevel = 2;
+  settings.sharpness = 80;
+  settings.lumaNrLevel = 4;
   settings.chromaNrLevel = 3;
-  settings.objBlurLevel = 2;
+  settings.objBlurLevel = 1;
+  settings.removeSpike = 1;
   return settings;
 }
 
