@@ -4,33 +4,6 @@
 
 namespace {
 
-// One row of a dispatcher: the source formats first to last have this worker.
-struct Route {
-  int32_t first;
-  int32_t last;
-  Status (*convert)(Image* dst, const Image* src);
-};
-
-constexpr Route kToYuv422Interleaved[] = {
-    {IMAGE_YUV420_SEMIPLANAR, IMAGE_YUV420_SEMIPLANAR, ImageYuv420Semiplanar_toYuv422yuyv},
-};
-constexpr Route kToYuv420Planar[] = {
-    {IMAGE_YUV420_SEMIPLANAR, IMAGE_YUV420_SEMIPLANAR, ImageYuv420Semiplanar_toYuv420Planar},
-};
-constexpr Route kToYuv420Semiplanar[] = {
-    {IMAGE_YUV422_YUYV, IMAGE_YUV422_YUYV, ImageYuv422yuyv_toYuv420Semiplanar},
-    {IMAGE_YUV420_PLANAR, IMAGE_YUV420_PLANAR, ImageYuv420Planar_toYuv420Semiplanar},
-};
-
-template <size_t N>
-Status dispatch(Image* dst, const Image* src, const Route (&routes)[N]) {
-  if (dst->format == src->format) return ZELVAN_OK;
-  for (const Route& route : routes) {
-    if (src->format >= route.first && src->format <= route.last) return route.convert(dst, src);
-  }
-  return ZELVAN_ERROR_UNSUPPORTED;
-}
-
 void interleaveRow(uint8_t* __restrict uv, const uint8_t* __restrict u, const uint8_t* __restrict v, int32_t pairs) {
   for (int32_t x = 0; x < pairs; ++x) {
     uv[2 * x] = u[x];
@@ -80,21 +53,6 @@ void copyLuma(const Image* dst, const Image* src) {
 }
 
 }  // namespace
-
-Status Image_conv_toYuv422Interleaved(Image* dst, const Image* src) {
-  if (dst == nullptr || src == nullptr || Image_isYuv422Interleaved(src->format) != 0) return ZELVAN_ERROR_PARAM;
-  return dispatch(dst, src, kToYuv422Interleaved);
-}
-
-Status Image_conv_toYuv420Planar(Image* dst, const Image* src) {
-  if (dst == nullptr || src == nullptr || dst->format != IMAGE_YUV420_PLANAR) return ZELVAN_ERROR_PARAM;
-  return dispatch(dst, src, kToYuv420Planar);
-}
-
-Status Image_conv_toYuv420Semiplanar(Image* dst, const Image* src) {
-  if (dst == nullptr || src == nullptr || dst->format != IMAGE_YUV420_SEMIPLANAR) return ZELVAN_ERROR_PARAM;
-  return dispatch(dst, src, kToYuv420Semiplanar);
-}
 
 Status ImageYuv420Planar_toYuv420Semiplanar(Image* dst, const Image* src) {
   copyLuma(dst, src);

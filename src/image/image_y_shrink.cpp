@@ -1,6 +1,7 @@
 #include <cstring>
 
 #include "image/image_conv.h"
+#include "image/pixel_rows.h"
 
 namespace {
 
@@ -12,8 +13,18 @@ struct Member {
 
 // Source formats and their members; ids without a row are not supported.
 constexpr Member kMembers[] = {
+    {IMAGE_RGB565, IMAGE_RGB565, ImageRgb565_toYUint8Shrink},
+    {IMAGE_RGB888, IMAGE_BGR888, ImageRgb888_toYUint8Shrink},
+    {IMAGE_BGRA8888, IMAGE_ARGB8888, ImageUint8888_toYUint8Shrink},
+    {IMAGE_YUV422_YUYV, IMAGE_YUV422_UVYY, ImageYuv422Interleaved_toYUint8Shrink},
     {IMAGE_YUV422_PLANAR, IMAGE_YVU420_SEMIPLANAR, ImageYuvPlanarSemiplanar_toYUint8Shrink},
-    {IMAGE_YUV444_PLANAR, IMAGE_YUV444_PLANAR, ImageYuvPlanarSemiplanar_toYUint8Shrink},
+    {IMAGE_YUV444_YUV, IMAGE_YUV444_VUY, ImageYuv444Interleaved_toYUint8Shrink},
+    {IMAGE_YUV444_PLANAR, IMAGE_YUV444_PLANAR, ImageYuv444Planar_toYUint8Shrink},
+    {IMAGE_BAYER8_RGGB, 40, ImageBayer8_toYUint8Shrink},
+    {41, 44, ImageBayer10Unpacked_toYUint8Shrink},
+    {45, 48, ImageBayer10M8L2Packed_toYUint8Shrink},
+    {49, 52, ImageBayer12Unpacked_toYUint8Shrink},
+    {53, 56, ImageBayer16_toYUint8Shrink},
     {IMAGE_UINT8, IMAGE_UINT8, ImageUint8_toYUint8Shrink},
 };
 
@@ -44,15 +55,46 @@ void nearestRow(uint8_t* __restrict dst, const uint8_t* __restrict src, ptrdiff_
 
 constexpr RowFunction kRows[] = {copyRow, diagonalRow, cornersRow<3>, cornersRow<4>, nearestRow};
 
-Status shrinkPlane0(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
+Status initShrunk(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
   if (dst == nullptr || src == nullptr || rect == nullptr || ratio < 1) return ZELVAN_ERROR_PARAM;
   const int64_t width = (int64_t{rect->right} - rect->left) / ratio;
   const int64_t height = (int64_t{rect->bottom} - rect->top) / ratio;
   if (width < 0 || height < 0 || width > INT32_MAX || height > INT32_MAX) return ZELVAN_ERROR_PARAM;
-  const Status status =
-      Image_init(dst, static_cast<int32_t>(width), static_cast<int32_t>(height), nullptr, IMAGE_UINT8);
-  if (status != ZELVAN_OK) return status;
+  return Image_init(dst, static_cast<int32_t>(width), static_cast<int32_t>(height), nullptr, IMAGE_UINT8);
+}
 
+// The mean of a luma over each block.
+template <typename Luma>
+Status shrinkMean(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio, const Luma& luma) {
+  if (const Status s = initShrunk(dst, src, rect, ratio); s != ZELVAN_OK) return s;
+  for (int32_t y = 0; y < dst->height; ++y) {
+    for (int32_t x = 0; x < dst->width; ++x) {
+      int64_t sum = 0;
+      for (int32_t i = 0; i < ratio; ++i) {
+        for (int32_t j = 0; j < ratio; ++j) sum += luma(rect->left + ratio * x + j, rect->top + ratio * y + i);
+      }
+      imageRow(dst, y)[x] = static_cast<uint8_t>(sum / (int64_t{ratio} * ratio));
+    }
+  }
+  return ZELVAN_OK;
+}
+
+Status shrinkRgb(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
+  const ReadRgbRow read = src != nullptr ? readerOf(src->format) : nullptr;
+  if (read == nullptr) return ZELVAN_ERROR_PARAM;
+  return shrinkMean(dst, src, rect, ratio, [=](int32_t x, int32_t y) {
+    uint8_t rgb[3];
+    read(src, x, y, 1, rgb);
+    return lumaOfRgb(rgb);
+  });
+}
+
+Status shrinkBayer(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
+  return shrinkMean(dst, src, rect, ratio, [=](int32_t x, int32_t y) { return bayerSample(src, x, y); });
+}
+
+Status shrinkPlane0(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
+  if (const Status s = initShrunk(dst, src, rect, ratio); s != ZELVAN_OK) return s;
   const RowFunction row = kRows[ratio < 5 ? ratio - 1 : 4];
   for (int32_t y = 0; y < dst->height; ++y) {
     const uint8_t* const from = imageRow(src, rect->top) + ptrdiff_t{y} * ratio * src->pitch0 + rect->left;
@@ -77,4 +119,51 @@ Status ImageYuvPlanarSemiplanar_toYUint8Shrink(Image* dst, const Image* src, con
 
 Status ImageUint8_toYUint8Shrink(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
   return shrinkPlane0(dst, src, rect, ratio);
+}
+
+Status ImageYuv444Planar_toYUint8Shrink(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
+  return shrinkPlane0(dst, src, rect, ratio);
+}
+
+Status ImageRgb565_toYUint8Shrink(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
+  return shrinkRgb(dst, src, rect, ratio);
+}
+Status ImageRgb888_toYUint8Shrink(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
+  return shrinkRgb(dst, src, rect, ratio);
+}
+Status ImageUint8888_toYUint8Shrink(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
+  return shrinkRgb(dst, src, rect, ratio);
+}
+
+Status ImageYuv422Interleaved_toYUint8Shrink(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
+  int32_t y0, y1, u, v;
+  if (src == nullptr || ImageYuv422Interleaved_getYuvIndex(&y0, &y1, &u, &v, src->format) != ZELVAN_OK) {
+    return ZELVAN_ERROR_PARAM;
+  }
+  return shrinkMean(dst, src, rect, ratio,
+                    [=](int32_t x, int32_t y) { return imageRow(src, y)[x / 2 * 4 + ((x & 1) != 0 ? y1 : y0)]; });
+}
+
+Status ImageYuv444Interleaved_toYUint8Shrink(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
+  int32_t at, u, v;
+  if (src == nullptr || ImageYuv444Interleaved_getYuvIndex(&at, &u, &v, src->format) != ZELVAN_OK) {
+    return ZELVAN_ERROR_PARAM;
+  }
+  return shrinkMean(dst, src, rect, ratio, [=](int32_t x, int32_t y) { return imageRow(src, y)[3 * x + at]; });
+}
+
+Status ImageBayer8_toYUint8Shrink(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
+  return shrinkBayer(dst, src, rect, ratio);
+}
+Status ImageBayer10Unpacked_toYUint8Shrink(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
+  return shrinkBayer(dst, src, rect, ratio);
+}
+Status ImageBayer10M8L2Packed_toYUint8Shrink(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
+  return shrinkBayer(dst, src, rect, ratio);
+}
+Status ImageBayer12Unpacked_toYUint8Shrink(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
+  return shrinkBayer(dst, src, rect, ratio);
+}
+Status ImageBayer16_toYUint8Shrink(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
+  return shrinkBayer(dst, src, rect, ratio);
 }

@@ -1,0 +1,143 @@
+// Conversions through colour: known colours, round trips over every target, rectangles.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "image/image_conv.h"
+#include "support/test_arena.h"
+#include "support/test_image.h"
+
+namespace {
+
+using Convert = Status (*)(Image*, const Image*);
+using ConvertRect = Status (*)(Image*, const Image*, const ImageRect*);
+
+void fill(const TestImage& rgb, int32_t r, int32_t g, int32_t b) {
+  for (int32_t y = 0; y < rgb.height; ++y) {
+    for (int32_t x = 0; x < rgb.width; ++x) {
+      uint8_t* p = rgb.row(0, y) + 3 * x;
+      p[0] = static_cast<uint8_t>(r);
+      p[1] = static_cast<uint8_t>(g);
+      p[2] = static_cast<uint8_t>(b);
+    }
+  }
+}
+
+struct Target {
+  int32_t first;
+  int32_t last;
+  Convert convert;
+  ConvertRect withRect;
+  int32_t tolerance;  // of a colour's way there and back
+};
+
+#define TARGET(name) Image_conv_to##name, Image_conv_to##name##_withRect
+const Target kTargets[] = {
+    {1, 1, TARGET(Rgb565), 7},
+    {4, 15, TARGET(Uint8888), 0},
+    {16, 23, TARGET(Yuv422Interleaved), 3},
+    {24, 24, TARGET(Yuv422Planar), 3},
+    {25, 25, TARGET(Yuv422Semiplanar), 3},
+    {26, 26, TARGET(Yuv420Planar), 3},
+    {27, 27, TARGET(Yuv420Semiplanar), 3},
+    {28, 28, TARGET(Yvu422Semiplanar), 3},
+    {29, 29, TARGET(Yvu420Semiplanar), 3},
+    {37, 40, TARGET(Bayer8), 0},
+    {41, 44, TARGET(Bayer16), 0},
+    {49, 56, TARGET(Bayer16), 0},
+};
+
+TEST(ConvRgb, ColoursComeBackFromEveryTarget) {
+  const int32_t colours[][3] = {{0, 0, 0},     {255, 255, 255}, {128, 128, 128},
+                                {250, 20, 40}, {10, 200, 30},   {30, 60, 220}};
+  for (const Target& target : kTargets) {
+    for (int32_t format = target.first; format <= target.last; ++format) {
+      SCOPED_TRACE(Image_getImageFormatStr(format));
+      for (const auto& c : colours) {
+        TestImage rgb(13, 7, IMAGE_RGB888, 1);
+        TestImage back(13, 7, IMAGE_RGB888, 2);
+        TestImage other(13, 7, format, 3, 6);
+        fill(rgb, c[0], c[1], c[2]);
+        ASSERT_EQ(target.convert(&other, &rgb), ZELVAN_OK);
+        EXPECT_TRUE(other.guardsUnchanged());
+        ASSERT_EQ(Image_conv_toRgb888(&back, &other), ZELVAN_OK);
+        EXPECT_TRUE(back.guardsUnchanged());
+        for (int32_t i = 0; i < 3 * 13; ++i) ASSERT_LE(std::abs(back.row(0, 6)[i] - c[i % 3]), target.tolerance);
+        // The same through the orders of 32 bits.
+        if (format > 23) continue;
+        TestImage wide(13, 7, IMAGE_ARGB8888, 4);
+        ASSERT_EQ(Image_conv_toUint8888(&wide, &rgb), ZELVAN_OK);
+        EXPECT_EQ(wide.row(0, 3)[0], 255) << "alpha";
+        EXPECT_EQ(wide.row(0, 3)[1], c[0]);
+      }
+    }
+  }
+}
+
+TEST(ConvRgb, FormulasOfKnownColours) {
+  TestImage rgb(2, 2, IMAGE_RGB888);
+  TestImage yuv(2, 2, IMAGE_YUV420_SEMIPLANAR);
+  fill(rgb, 255, 0, 0);
+  rgb.row(0, 0)[3] = 0;  // the second pixel of the pair is black
+  ASSERT_EQ(Image_conv_toYuv420Semiplanar(&yuv, &rgb), ZELVAN_OK);
+  EXPECT_EQ(yuv.row(0, 0)[0], (9798 * 255) >> 15);
+  EXPECT_EQ(yuv.row(0, 0)[1], 0);
+  EXPECT_EQ(yuv.row(1, 0)[0], ((-5538 * 255) >> 16) + 128);
+  EXPECT_EQ(yuv.row(1, 0)[1], ((16384 * 255) >> 16) + 128);
+}
+
+TEST(ConvRgb, RectanglesWriteNothingElse) {
+  const ImageRect rect = {4, 2, 10, 6};
+  for (const Target& target : kTargets) {
+    SCOPED_TRACE(Image_getImageFormatStr(target.first));
+    TestImage rgb(16, 8, IMAGE_RGB888, 7);
+    TestImage whole(16, 8, target.first, 5, 6);
+    TestImage part(16, 8, target.first, 5, 6);
+    TestImage fresh(16, 8, target.first, 5, 6);
+    ASSERT_EQ(target.convert(&whole, &rgb), ZELVAN_OK);
+    ASSERT_EQ(target.withRect(&part, &rgb, &rect), ZELVAN_OK);
+    EXPECT_EQ(target.withRect(&part, &rgb, nullptr), ZELVAN_ERROR_PARAM);
+    const int32_t bytes = part.pixelBytes(0) / 16;
+    for (int32_t y = 0; y < 8; ++y) {
+      for (int32_t i = 0; i < part.pixelBytes(0); ++i) {
+        const bool inside = y >= 2 && y < 6 && i >= 4 * bytes && i < 10 * bytes;
+        ASSERT_EQ(part.row(0, y)[i], inside ? whole.row(0, y)[i] : fresh.row(0, y)[i]) << i << " " << y;
+      }
+    }
+  }
+}
+
+TEST(ConvRgb, StatusesAndDepths) {
+  TestImage rgb(8, 8, IMAGE_RGB888);
+  TestImage gray(8, 8, IMAGE_UINT8);
+  TestImage deep(8, 8, IMAGE_UINT16, 1, 6);
+  EXPECT_EQ(Image_conv_toRgb888(&rgb, &gray), ZELVAN_ERROR_UNSUPPORTED);
+  EXPECT_EQ(Image_conv_toRgb565(&rgb, &rgb), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(Image_conv_toRgb888(&rgb, &rgb), ZELVAN_OK);
+  EXPECT_TRUE(rgb.unchanged());
+  ASSERT_EQ(Image_conv_toUint16(&deep, &gray), ZELVAN_OK);
+  EXPECT_EQ(imageRow<uint16_t>(&deep, 7)[7], gray.row(0, 7)[7]);
+  imageRow<uint16_t>(&deep, 0)[0] = 900;
+  ASSERT_EQ(Image_conv_toUint8(&gray, &deep), ZELVAN_OK);
+  EXPECT_EQ(gray.row(0, 0)[0], 255);
+}
+
+TEST(ConvRgb, ShrunkLumaIsTheMeanOfItsBlock) {
+  TestArena arena;
+  const ImageRect rect = {2, 2, 14, 8};
+  for (const int32_t format : {1, 2, 3, 4, 11, 16, 22, 30, 35, 37, 42, 46, 51, 56}) {
+    SCOPED_TRACE(Image_getImageFormatStr(format));
+    TestImage src(16, 8, format, 9, 6);
+    ScopedImage one(arena.env());
+    ScopedImage three(arena.env());
+    ASSERT_EQ(Image_toYUint8Shrink(&one, &src, &rect, 1), ZELVAN_OK);
+    ASSERT_EQ(Image_toYUint8Shrink(&three, &src, &rect, 3), ZELVAN_OK);
+    ASSERT_EQ(three.width, 4);
+    ASSERT_EQ(three.height, 2);
+    int32_t sum = 0;
+    for (int32_t i = 0; i < 9; ++i) sum += imageRow(&one, 3 + i / 3)[6 + i % 3];
+    EXPECT_EQ(imageRow(&three, 1)[2], sum / 9);
+  }
+}
+
+}  // namespace
