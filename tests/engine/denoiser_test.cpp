@@ -206,14 +206,15 @@ class Denoiser : public testing::Test {
 
 TEST_F(Denoiser, TilesInPlaceEqualTheTasksOneByOne) {
   const Work chroma = {"chroma", 0, {}, 3, 7, {4.0, 4.0, 2.9}};
+  const Work few = {"few", 90, {4}, 3, 2, {4.5, 4.0, 3.0}};
   const Work all = {"all", 90, {0, 2, 4, 3, 1}, 3, 2, {4.5, 300.0, 6.0}};
   const Work many = {"many", 0, std::vector<int32_t>(33, 4), 2, 0, {3.0, 5.0, 5.0}};
   struct {
     int32_t w, h;
     const Work* run;
-  } const cases[] = {{640, 480, &chroma}, {480, 640, &all}, {397, 385, &all},  {402, 400, &chroma}, {181, 99, &all},
-                     {131, 97, &chroma},  {96, 96, &all},   {61, 45, &chroma}, {30, 200, &all},     {200, 31, &chroma},
-                     {47, 20, &all},      {3, 1, &chroma},  {120, 90, &many}};
+  } const cases[] = {{640, 480, &few},   {480, 640, &few}, {397, 305, &all},  {402, 300, &chroma}, {181, 99, &all},
+                     {131, 97, &chroma}, {96, 96, &few},   {61, 45, &chroma}, {30, 200, &few},     {200, 31, &few},
+                     {47, 20, &few},     {3, 1, &few},     {120, 90, &many}};
   for (const auto& [w, h, run] : cases) {
     SCOPED_TRACE(testing::Message() << run->name << ' ' << w << 'x' << h);
     TestImage map(w, h, IMAGE_UINT8, 3);
@@ -222,7 +223,7 @@ TEST_F(Denoiser, TilesInPlaceEqualTheTasksOneByOne) {
     fillScene(expected, 5, 12);
     reference(expected, map, *run);
     withPools([&](Pel* pel) {
-      if (run == &many && Pel_getNumberOfWorkers(pel) > 3) return;
+      if (run == &many && pel != nullptr && Pel_getNumberOfWorkers(pel) != 3) return;
       TestImage image(w, h, IMAGE_YVU420_SEMIPLANAR, 6);
       fillScene(image, 5, 12);
       ASSERT_EQ(denoise(pel, arena_.env(), &image, &map, *run), ZELVAN_OK);
