@@ -15,18 +15,11 @@ namespace {
 template <typename T>
 struct Grid {
   int32_t width, height, n;
-  std::vector<T> values;
-  Grid(int32_t w, int32_t h, int32_t items) : width(w), height(h), n(items) {
-    values.resize(static_cast<size_t>(w) * static_cast<size_t>(h) * static_cast<size_t>(n));
-  }
-  T& at(int32_t x, int32_t y, int32_t item) {
-    return values[(static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x)) *
-                      static_cast<size_t>(n) +
-                  static_cast<size_t>(item)];
-  }
+  std::vector<T> values = std::vector<T>(static_cast<size_t>(width * height * n));
+  T& operator()(int32_t x, int32_t y, int32_t item) { return values[static_cast<size_t>((y * width + x) * n + item)]; }
 };
 
-// The line of length `count` through get(i) replaced by its window sums times scale.
+// The line get(0) to get(count - 1) replaced by its window sums times scale.
 template <typename T, typename Get>
 void slide(int32_t count, int32_t radius, T scale, const Get& get) {
   std::vector<T> line;
@@ -34,11 +27,10 @@ void slide(int32_t count, int32_t radius, T scale, const Get& get) {
   const auto edge = [&](int32_t i) { return line[static_cast<size_t>(std::clamp(i, 0, count - 1))]; };
   T sum = static_cast<T>(radius + 1) * line[0];
   for (int32_t k = 1; k <= radius; ++k) sum += edge(k);
-  for (int32_t i = 0; i < count; ++i) {
-    if (i > 0) {
-      sum += edge(i + radius);
-      sum -= edge(i - radius - 1);
-    }
+  get(0) = sum * scale;
+  for (int32_t i = 1; i < count; ++i) {
+    sum += edge(i + radius);
+    sum -= edge(i - radius - 1);
     get(i) = sum * scale;
   }
 }
@@ -47,10 +39,10 @@ template <typename T>
 void box(Grid<T>& grid, int32_t radius, T scale) {
   for (int32_t item = 0; item < grid.n; ++item) {
     for (int32_t y = 0; y < grid.height; ++y) {
-      slide<T>(grid.width, radius, scale, [&](int32_t x) -> T& { return grid.at(x, y, item); });
+      slide<T>(grid.width, radius, scale, [&](int32_t x) -> T& { return grid(x, y, item); });
     }
     for (int32_t x = 0; x < grid.width; ++x) {
-      slide<T>(grid.height, radius, scale, [&](int32_t y) -> T& { return grid.at(x, y, item); });
+      slide<T>(grid.height, radius, scale, [&](int32_t y) -> T& { return grid(x, y, item); });
     }
   }
 }
@@ -109,25 +101,25 @@ void reference(Env* env, const TestImage& dst, const TestImage& src, const TestI
   if (map != nullptr) shrink(&smallMap, map, w, h, IMAGE_UINT8);
 
   const int32_t cw = w / 2, ch = h / 2, radius = p.window >> 1;
-  Grid<int32_t> sums(cw, ch, 9);
+  Grid<int32_t> sums{cw, ch, 9};
   for (int32_t y = 0; y < 2 * ch; ++y) {
     for (int32_t x = 0; x < 2 * cw; ++x) {
       const int32_t v[3] = {imageRow(&luma, y)[x], imageRow(&chroma, y)[2 * x], imageRow(&chroma, y)[2 * x + 1]};
       const int32_t items[9] = {v[0],        v[1],        v[2],        v[0] * v[0], v[1] * v[1],
                                 v[2] * v[2], v[0] * v[1], v[0] * v[2], v[1] * v[2]};
-      for (int32_t i = 0; i < 9; ++i) sums.at(x / 2, y / 2, i) += items[i];
+      for (int32_t i = 0; i < 9; ++i) sums(x / 2, y / 2, i) += items[i];
     }
   }
   box<int32_t>(sums, radius, 1);
-  Grid<float> model(cw, ch, 8);
+  Grid<float> model{cw, ch, 8};
   for (int32_t y = 0; y < ch; ++y) {
     for (int32_t x = 0; x < cw; ++x) {
       std::array<float, 9> s;
-      for (int32_t i = 0; i < 9; ++i) s[static_cast<size_t>(i)] = static_cast<float>(sums.at(x, y, i));
+      for (int32_t i = 0; i < 9; ++i) s[static_cast<size_t>(i)] = static_cast<float>(sums(x, y, i));
       const float m = map != nullptr ? imageRow(&smallMap, y)[x] : 32.0f;
       const auto cell = solve(s, static_cast<float>(4 * p.window * p.window),
                               {p.regularisationY, p.regularisationU, p.regularisationV}, m);
-      for (int32_t i = 0; i < 8; ++i) model.at(x, y, i) = cell[static_cast<size_t>(i)];
+      for (int32_t i = 0; i < 8; ++i) model(x, y, i) = cell[static_cast<size_t>(i)];
     }
   }
   box<float>(model, radius, 1.0f / static_cast<float>(2 * radius + 1));
@@ -141,11 +133,11 @@ void reference(Env* env, const TestImage& dst, const TestImage& src, const TestI
     for (int32_t x = 0; x < width; ++x) {
       const int64_t px = (int64_t{cw} - width) * 32768 / (2 * int64_t{width}) + x * (int64_t{cw} * 32768 / width);
       const auto stretched = [&](int32_t row, int32_t item) {
-        if (px < 0) return model.at(0, row, item);
-        if (px >= (int64_t{cw} - 1) * 32768) return model.at(cw - 1, row, item);
+        if (px < 0) return model(0, row, item);
+        if (px >= (int64_t{cw} - 1) * 32768) return model(cw - 1, row, item);
         const float g = static_cast<float>(px & 0x7fff) * 3.0517578e-05f;
         const auto i = static_cast<int32_t>(px >> 15);
-        return (1 - g) * model.at(i, row, item) + g * model.at(i + 1, row, item);
+        return (1 - g) * model(i, row, item) + g * model(i + 1, row, item);
       };
       const float y0 = imageRow(&halfLuma, y)[x];
       const float c0 = imageRow(&chromaView, y)[2 * x], c1 = imageRow(&chromaView, y)[2 * x + 1];
@@ -167,11 +159,10 @@ constexpr WeakUvNrParams kDefaults = {1, 4, 25, 2.0f, 2.0f, 1.0f, 1.0f};
 class WeakUvNr : public testing::Test {
  protected:
   WeakUvNr() : arena_(8u << 20), engine_(new Tessal4()) { engine_->env = arena_.env(); }
-  Status run(const TestImage& dst, const TestImage& src, const TestImage* map, const WeakUvNrParams& params,
+  Status run(TestImage& dst, const TestImage& src, const TestImage* map, const WeakUvNrParams& params,
              Pel* pel = nullptr) {
     engine_->pel = pel;
-    TestImage* out = const_cast<TestImage*>(&dst);
-    return zelvan_Tessaline4Internal_weakUvNr(engine_.get(), out, &src, map, &params);
+    return zelvan_Tessaline4Internal_weakUvNr(engine_.get(), &dst, &src, map, &params);
   }
   TestArena arena_;
   std::unique_ptr<Tessal4> engine_;
@@ -192,13 +183,11 @@ TEST_F(WeakUvNr, EqualsTheLiteralFormForAnySplitAndInPlace) {
                      {64, 64, {1, 4, 0, 2.0f, 2.0f, 1.0f, 1.0f}, false},
                      {64, 64, {1, 4, 3, 0.0f, 0.0f, 0.0f, 1.0f}, true}};
   std::unique_ptr<TestPel> pools[std::size(kFinishWorkers)];
-  for (size_t i = 0; i < std::size(pools); ++i) {
-    if (kFinishWorkers[i] > 0) pools[i] = std::make_unique<TestPel>(kFinishWorkers[i]);
-  }
+  for (size_t i = 1; i < std::size(pools); ++i) pools[i] = std::make_unique<TestPel>(kFinishWorkers[i]);
   for (const auto& [w, h, params, withMap] : cases) {
     SCOPED_TRACE(testing::Message() << w << 'x' << h << " shrink " << params.shrink << " window " << params.window);
     for (const int32_t noise : {12, 127}) {
-      const auto scene = [&, w = w, h = h] {
+      const auto scene = [w = w, h = h, noise] {
         auto image = std::make_unique<TestImage>(w, h, IMAGE_YVU420_SEMIPLANAR, 3);
         fillScene(*image, 4, noise);
         return image;
@@ -224,91 +213,66 @@ TEST_F(WeakUvNr, EqualsTheLiteralFormForAnySplitAndInPlace) {
   }
 }
 
-// Chroma rows of an image within [low, high].
-void expectChroma(const TestImage& image, int32_t low, int32_t high) {
-  for (int32_t y = 0; y < image.height / 2; ++y) {
-    for (int32_t x = 0; x < image.width; ++x) {
-      ASSERT_GE(image.row(1, y)[x], low) << x << ',' << y;
-      ASSERT_LE(image.row(1, y)[x], high) << x << ',' << y;
-    }
-  }
-}
-
 TEST_F(WeakUvNr, FlatAndNoisyPictures) {
-  TestImage image(240, 160, IMAGE_YUV420_SEMIPLANAR, 3);
-  TestImage map(240, 160, IMAGE_UINT8);
-  fillMap(map, 1, 32);
-  for (int32_t y = 0; y < 80; ++y) std::fill_n(image.row(1, y), 240, uint8_t{90});
+  TestImage image(240, 160, IMAGE_YUV420_SEMIPLANAR);
+  std::mt19937 random(5);
+  // value(), everywhere in chroma.
+  const auto fill = [&](const auto& value) {
+    for (int32_t i = 0; i < 240 * 80; ++i) image.row(1, i / 240)[i % 240] = static_cast<uint8_t>(value());
+  };
+  // Sum of the distances of a byte of all pairs from a level, in halves.
+  const auto spread = [&](int32_t byte, int32_t level) {
+    int64_t sum = 0;
+    for (int32_t i = byte; i < 240 * 80; i += 2) sum += std::abs(2 * image.row(1, i / 240)[i % 240] - level);
+    return sum;
+  };
   for (int32_t y = 0; y < 160; ++y) std::fill_n(image.row(0, y), 240, uint8_t{50});
+  fill([] { return 90; });
   ASSERT_EQ(run(image, image, nullptr, kDefaults), ZELVAN_OK);
-  expectChroma(image, 89, 90);  // the last step truncates
+  EXPECT_EQ(spread(0, 179) + spread(1, 179), 240 * 80) << "90, or 89 by the truncation of the last step";
 
   // Fine noise of variance v in the small copy is kept by a share of about v / (v + R): v is 2.5 here, R is 4 for byte
   // 0 and 1 for byte 1.
-  const auto spread = [&](int32_t byte) {
-    int64_t sum = 0;
-    for (int32_t y = 0; y < 80; ++y) {
-      for (int32_t x = byte; x < 240; x += 2) sum += std::abs(2 * image.row(1, y)[x] - 239);
-    }
-    return sum;
-  };
-  std::mt19937 random(5);
-  for (int32_t y = 0; y < 80; ++y) {
-    for (int32_t x = 0; x < 240; ++x) image.row(1, y)[x] = static_cast<uint8_t>(120 + random() % 11 - 5);
-  }
-  const int64_t before0 = spread(0), before1 = spread(1);
+  fill([&] { return 120 + random() % 11 - 5; });
+  const int64_t before[2] = {spread(0, 239), spread(1, 239)};
   ASSERT_EQ(run(image, image, nullptr, kDefaults), ZELVAN_OK);
-  EXPECT_LT(spread(0) * 100, before0 * 50);
-  EXPECT_GT(spread(0) * 100, before0 * 25);
-  EXPECT_LT(spread(1) * 100, before1 * 80);
-  EXPECT_GT(spread(1) * 100, before1 * 60);
+  EXPECT_NEAR(static_cast<double>(spread(0, 239)) / static_cast<double>(before[0]), 0.38, 0.12);
+  EXPECT_NEAR(static_cast<double>(spread(1, 239)) / static_cast<double>(before[1]), 0.71, 0.12);
 
   WeakUvNrParams noGain = kDefaults;
   noGain.gain = 0.0f;
-  ASSERT_EQ(run(image, image, &map, noGain), ZELVAN_OK);
-  expectChroma(image, 128, 128);
+  ASSERT_EQ(run(image, image, nullptr, noGain), ZELVAN_OK);
+  EXPECT_EQ(spread(0, 256) + spread(1, 256), 0);
 }
 
 TEST_F(WeakUvNr, Refusals) {
-  TestImage image(160, 120, IMAGE_YUV420_SEMIPLANAR);
-  TestImage map(160, 120, IMAGE_UINT8);
-  TestImage small(158, 120, IMAGE_YUV420_SEMIPLANAR);
-  TestImage planar(160, 120, IMAGE_YUV420_PLANAR);
-  EXPECT_EQ(zelvan_Tessaline4Internal_weakUvNr(nullptr, &image, &image, nullptr, &kDefaults), ZELVAN_ERROR_PARAM);
-  EXPECT_EQ(zelvan_Tessaline4Internal_weakUvNr(engine_.get(), nullptr, &image, nullptr, &kDefaults),
-            ZELVAN_ERROR_PARAM);
-  EXPECT_EQ(zelvan_Tessaline4Internal_weakUvNr(engine_.get(), &image, nullptr, nullptr, &kDefaults),
-            ZELVAN_ERROR_PARAM);
-  EXPECT_EQ(zelvan_Tessaline4Internal_weakUvNr(engine_.get(), &image, &image, nullptr, nullptr), ZELVAN_ERROR_PARAM);
+  TestImage image(160, 120, IMAGE_YUV420_SEMIPLANAR), small(158, 120, IMAGE_YUV420_SEMIPLANAR);
+  TestImage planar(160, 120, IMAGE_YUV420_PLANAR), map(160, 120, IMAGE_UINT8);
+  constexpr auto kCall = zelvan_Tessaline4Internal_weakUvNr;
+  EXPECT_EQ(kCall(nullptr, &image, &image, nullptr, &kDefaults), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(kCall(engine_.get(), nullptr, &image, nullptr, &kDefaults), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(kCall(engine_.get(), &image, nullptr, nullptr, &kDefaults), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(kCall(engine_.get(), &image, &image, nullptr, nullptr), ZELVAN_ERROR_PARAM);
   EXPECT_EQ(run(small, image, nullptr, kDefaults), ZELVAN_ERROR_PARAM);
   EXPECT_EQ(run(planar, planar, nullptr, kDefaults), ZELVAN_ERROR_UNSUPPORTED);
-  for (const int32_t shrink : {1, 0, -4, 100}) {
-    WeakUvNrParams params = kDefaults;
-    params.shrink = shrink;
-    EXPECT_EQ(run(image, image, nullptr, params), ZELVAN_ERROR_PARAM) << shrink;
+  for (const auto& [shrink, window] : {std::array{1, 25}, {0, 25}, {-4, 25}, {100, 25}, {4, -1}}) {
+    const WeakUvNrParams params = {1, shrink, window, 2.0f, 2.0f, 1.0f, 1.0f};
+    EXPECT_EQ(run(image, image, nullptr, params), ZELVAN_ERROR_PARAM) << shrink << ' ' << window;
   }
-  WeakUvNrParams params = kDefaults;
-  params.window = -1;
-  EXPECT_EQ(run(image, image, nullptr, params), ZELVAN_ERROR_PARAM);
   EXPECT_TRUE(image.unchanged());
-}
 
-TEST_F(WeakUvNr, AnyRequestThatTheArenaRefusesEndsTheRun) {
-  TestImage map(160, 120, IMAGE_UINT8, 6);
-  int32_t refusals = 0;
+  // Arenas in which one request more succeeds from time to time.
   Status status = ZELVAN_ERROR_NOMEM;
-  for (uint32_t size = 2048; status != ZELVAN_OK && size < (1u << 20); size += 512) {
+  uint32_t size = 2048;
+  for (; status != ZELVAN_OK && size < (1u << 20); size += 512) {
+    ASSERT_TRUE(image.unchanged());
     TestArena arena(size);
     engine_->env = arena.env();
-    TestImage image(160, 120, IMAGE_YUV420_SEMIPLANAR);
     status = run(image, image, &map, kDefaults);
-    if (status == ZELVAN_OK) break;
-    ++refusals;
-    ASSERT_EQ(status, ZELVAN_ERROR_NOMEM) << size;
-    ASSERT_TRUE(image.unchanged());
+    ASSERT_TRUE(status == ZELVAN_OK || status == ZELVAN_ERROR_NOMEM) << size;
   }
   EXPECT_EQ(status, ZELVAN_OK);
-  EXPECT_GT(refusals, 20);
+  EXPECT_GT(size, 20000u);
 }
 
 }  // namespace
