@@ -253,13 +253,16 @@ struct RewriteJob {
 };
 
 // Sums over a block of q = a / 128 I + b and of q q, rounded, and limited to those of white, since merged a and b may
-// overshoot. a, b < 256 and square < 2^20: the wide sum stays below 2^41.
+// overshoot. The squares are put together from the sum as it was rounded and the deviations inside the block: with the
+// exact sum, half a unit of rounding would pass for a variance of dozens. a, b < 256 and the deviations, times area,
+// < 2^24: the product stays below 2^40.
 inline void rewriteBlock(uint16_t* guide, int32_t* square, int32_t a, int32_t b, int32_t area) {
-  const int64_t b128 = 128 * b;
   const int64_t sum = *guide;
-  const int64_t sumSquare = int64_t{a * a} * *square + 2 * a * b128 * sum + b128 * b128 * area;
-  *square = static_cast<int32_t>(std::min<int64_t>((sumSquare + 8192) >> 14, 255 * 255 * area));
-  *guide = static_cast<uint16_t>(std::min<int64_t>((a * sum + b128 * area + 64) >> 7, 255 * area));
+  const int64_t deviations = *square * int64_t{area} - sum * sum;
+  const int64_t newSum = std::min<int64_t>((a * sum + int64_t{128 * b} * area + 64) >> 7, 255 * area);
+  const int64_t newSquare = (newSum * newSum + ((a * a * deviations + 8192) >> 14) + area / 2) / area;
+  *guide = static_cast<uint16_t>(newSum);
+  *square = static_cast<int32_t>(std::min<int64_t>(newSquare, 255 * 255 * area));
 }
 
 void rewriteRows(const RewriteJob& job, int32_t begin, int32_t end) {

@@ -71,8 +71,9 @@ Status GuidedFilterCoeff_calcCoeff_square(GuidedFilterCoeff* coeff, Image* a, Im
                                           float epsilon, int32_t window) ZVT4_NAME(GuidedFilterCoeff_calcCoeff_square);
 
 // Two rounds: the first smooths the block sums, the second takes its coefficients from the smooth ones. The first
-// turns guide and square, in place, into the sums of q = a / 128 I + b and of q q, rounded to nearest; its a, b are
-// those of calcCoeff or, in the lite form, of the block alone, which needs no window. guide UINT16, square INT32 only.
+// turns guide and square, in place, into the sums of q = a / 128 I + b and of q q, the latter about the rounded former,
+// so that their variance is that of q; its a, b are those of calcCoeff or, in the lite form, of the block alone, which
+// needs no window. guide UINT16, square INT32 only.
 Status GuidedFilterCoeff_calcCoeff_first_step(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide, Image* square,
                                               float epsilon, int32_t window)
     ZVT4_NAME(GuidedFilterCoeff_calcCoeff_first_step);

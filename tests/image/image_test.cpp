@@ -13,6 +13,22 @@ namespace {
 
 constexpr int32_t kHighest = std::numeric_limits<int32_t>::max();
 
+std::array<uint8_t*, 3> planesOf(const Image& i) {
+  return {i.plane0, i.plane1, i.plane2};
+}
+std::array<int32_t, 3> pitchesOf(const Image& i) {
+  return {i.pitch0, i.pitch1, i.pitch2};
+}
+
+// Where the unit that holds pixel (x, y) starts; null for a plane that the format has not.
+uint8_t* unitAt(const TestImage& image, int32_t p, int32_t x, int32_t y) {
+  const LayoutModel model = layoutOf(Image_getImageFormatStr(image.format));
+  const LayoutModel::Plane& plane = model.plane[p];
+  if (p >= model.planes) return nullptr;
+  return image.row(p, y / plane.unitHeight) +
+         (plane.unitBytes == 5 ? x + x / 4 : x / plane.unitWidth * plane.unitBytes);
+}
+
 TEST(ImageInit, PlanesAndPitches) {
   TestArena arena;
   uint8_t memory[3] = {};
@@ -32,15 +48,11 @@ TEST(ImageInit, PlanesAndPitches) {
     EXPECT_TRUE(own.external == 0 && dense.external == 1 && pitched.external == 1);
     int64_t offset = 0;
     for (int32_t p = 0; p < 3; ++p) {
-      const auto plane = [p](const Image& i) { return p == 0 ? i.plane0 : p == 1 ? i.plane1 : i.plane2; };
-      const auto pitch = [p](const Image& i) { return p == 0 ? i.pitch0 : p == 1 ? i.pitch1 : i.pitch2; };
       const bool present = p < model.planes;
-      EXPECT_EQ(plane(own), present ? own.plane0 + offset : nullptr);
-      EXPECT_EQ(plane(dense), present ? memory + p : nullptr);
-      EXPECT_EQ(plane(pitched), present ? memory + p : nullptr);
-      EXPECT_EQ(pitch(own), model.rowBytes(p, 37));
-      EXPECT_EQ(pitch(dense), model.rowBytes(p, 37));
-      EXPECT_EQ(pitch(pitched), present ? 100 + p : 0);
+      EXPECT_EQ(planesOf(own)[p], present ? own.plane0 + offset : nullptr);
+      EXPECT_TRUE(planesOf(dense)[p] == (present ? planes[p] : nullptr) && planesOf(pitched) == planesOf(dense));
+      EXPECT_TRUE(pitchesOf(own)[p] == model.rowBytes(p, 37) && pitchesOf(dense) == pitchesOf(own));
+      EXPECT_EQ(pitchesOf(pitched)[p], present ? 100 + p : 0);
       offset += model.rowBytes(p, 37) * model.rows(p, 21);
     }
     EXPECT_GE(arena.used(), offset);
@@ -54,14 +66,11 @@ TEST(ImageInit, ABlockOfTheSameSizeIsKept) {
   ASSERT_EQ(Image_init(&image, 32, 24, nullptr, IMAGE_YUV420_PLANAR), ZELVAN_OK);
   ASSERT_EQ(Image_init(&barrier, 64, 1, nullptr, IMAGE_UINT8), ZELVAN_OK);
   uint8_t* const block = image.plane0;
-  const int32_t same[][3] = {{32, 24, IMAGE_YUV420_SEMIPLANAR}, {48, 24, IMAGE_UINT8}, {16, 18, IMAGE_FLOAT}};
-  for (const auto& [w, h, format] : same) {
+  const int32_t sizes[][3] = {{32, 24, 27}, {48, 24, 57}, {16, 18, 63}, {49, 24, 57}};
+  for (const auto& [w, h, format] : sizes) {
     ASSERT_EQ(Image_init(&image, w, h, nullptr, format), ZELVAN_OK);
-    EXPECT_TRUE(image.plane0 == block && image.format == format);
+    EXPECT_TRUE(image.format == format && (image.plane0 == block) == (w != 49));
   }
-  ASSERT_EQ(Image_init(&image, 49, 24, nullptr, IMAGE_UINT8), ZELVAN_OK);
-  EXPECT_NE(image.plane0, block);
-
   // To foreign memory of the same size and back: the block goes, and the foreign plane is never taken for it.
   uint8_t foreign[49 * 24];
   for (const auto& [w, h] : {std::pair{49, 24}, {0, 9}}) {
@@ -69,8 +78,7 @@ TEST(ImageInit, ABlockOfTheSameSizeIsKept) {
     EXPECT_EQ(image.plane0, foreign);
     EXPECT_EQ(arena.used(), 80u) << "more than the barrier";
     ASSERT_EQ(Image_init(&image, w, h, nullptr, IMAGE_UINT8), ZELVAN_OK);
-    EXPECT_NE(image.plane0, foreign);
-    EXPECT_EQ(image.plane0 == nullptr, w == 0);
+    EXPECT_TRUE(image.plane0 != foreign && (image.plane0 == nullptr) == (w == 0));
   }
 }
 
@@ -79,32 +87,19 @@ TEST(ImageInit, RefusesAndRecovers) {
   EXPECT_EQ(Image_init(nullptr, 1, 1, nullptr, IMAGE_UINT8), ZELVAN_ERROR_PARAM);
   TestArena arena(4096);
   ScopedImage image(arena.env());
-  const struct {
-    int32_t w, h, format;
-    Status status;
-  } cases[] = {
-      {-1, 4, 57, ZELVAN_ERROR_PARAM},       {4, -1, 57, ZELVAN_ERROR_PARAM},
-      {4, 4, 68, ZELVAN_ERROR_PARAM},        {4, 4, -1, ZELVAN_ERROR_PARAM},
-      {64, 64, 57, ZELVAN_ERROR_NOMEM},      {65536, 65536, 57, ZELVAN_ERROR_NOMEM},  // 0 in 32 bits
-      {kHighest, 2, 57, ZELVAN_ERROR_NOMEM}, {kHighest, kHighest, IMAGE_LAB, ZELVAN_ERROR_NOMEM},
-  };
-  for (const auto& c : cases) {
+  const int32_t cases[][4] = {{-1, 4, 57, 0},       {4, -1, 57, 0},
+                              {4, 4, 68, 0},        {4, 4, -1, 0},
+                              {64, 64, 57, 1},      {65536, 65536, 57, 1},  // 0 in 32 bits
+                              {kHighest, 2, 57, 1}, {kHighest, kHighest, IMAGE_LAB, 1}};
+  for (const auto& [w, h, format, noMemory] : cases) {
+    const Status status = noMemory ? ZELVAN_ERROR_NOMEM : ZELVAN_ERROR_PARAM;
     ASSERT_EQ(Image_init(&image, 20, 10, nullptr, IMAGE_UINT16), ZELVAN_OK);
-    EXPECT_EQ(Image_init(&image, c.w, c.h, nullptr, c.format), c.status) << c.w << 'x' << c.h << ' ' << c.format;
-    EXPECT_EQ(Image_initWithPitch(&image, c.w, c.h, nullptr, c.format), c.status);
-    EXPECT_EQ(image.plane0 == nullptr, c.status == ZELVAN_ERROR_NOMEM);
+    EXPECT_EQ(Image_init(&image, w, h, nullptr, format), status) << w << 'x' << h << ' ' << format;
+    EXPECT_EQ(Image_initWithPitch(&image, w, h, nullptr, format), status);
+    EXPECT_EQ(image.plane0 == nullptr, noMemory != 0);
   }
   uint8_t pixel = 0;
   EXPECT_EQ(Image_init(&image, 0x20000000, 1, &pixel, IMAGE_INT32), ZELVAN_ERROR_PARAM);  // no pitch is that long
-}
-
-// Where the unit that holds pixel (x, y) starts; null for a plane that the format has not.
-const uint8_t* unitAt(const TestImage& image, int32_t p, int32_t x, int32_t y) {
-  const LayoutModel model = layoutOf(Image_getImageFormatStr(image.format));
-  const LayoutModel::Plane& plane = model.plane[p];
-  if (p >= model.planes) return nullptr;
-  const int32_t column = plane.unitBytes == 5 ? x + x / 4 : x / plane.unitWidth * plane.unitBytes;
-  return image.row(p, y / plane.unitHeight) + column;
 }
 
 TEST(SubImage, StartsAtTheUnitOfItsOrigin) {
@@ -115,14 +110,13 @@ TEST(SubImage, StartsAtTheUnitOfItsOrigin) {
       SCOPED_TRACE(testing::Message() << Image_getImageFormatStr(id) << " at " << x << ',' << y);
       ASSERT_EQ(Image_initSubImage(&view, &src, x, y, 41 - x, 30 - y), ZELVAN_OK);
       EXPECT_TRUE(view.external == 1 && view.format == id && view.width == 41 - x && view.height == 30 - y);
-      EXPECT_TRUE(view.pitch0 == src.pitch0 && view.pitch1 == src.pitch1 && view.pitch2 == src.pitch2);
+      EXPECT_EQ(pitchesOf(view), pitchesOf(src));
       // A view of a view, into its own record.
       ASSERT_EQ(Image_initSubImage(&inner, &src, 4, 8, 37, 22), ZELVAN_OK);
       ASSERT_EQ(Image_initSubImage(&inner, &inner, x, y, 3, 2), ZELVAN_OK);
       for (int32_t p = 0; p < 3; ++p) {
-        const auto plane = [p](const Image& i) { return p == 0 ? i.plane0 : p == 1 ? i.plane1 : i.plane2; };
-        EXPECT_EQ(plane(view), unitAt(src, p, x, y));
-        EXPECT_EQ(plane(inner), unitAt(src, p, 4 + x, 8 + y));
+        EXPECT_EQ(planesOf(view)[p], unitAt(src, p, x, y));
+        EXPECT_EQ(planesOf(inner)[p], unitAt(src, p, 4 + x, 8 + y));
       }
     }
   }
@@ -132,19 +126,17 @@ TEST(SubImage, PlaneViews) {
   const struct {
     Status (*init)(Image*, const Image*, int32_t, int32_t, int32_t, int32_t);
     int32_t plane, format;
-    bool (*serves)(int32_t id);
-  } views[] = {
-      {Image_initSubImageY, 0, 57, [](int32_t id) { return (id >= 24 && id <= 29) || id == 36 || id == 57; }},
-      {Image_initSubImageU, 1, 57, [](int32_t id) { return id == 24 || id == 26 || id == 36; }},
-      {Image_initSubImageV, 2, 57, [](int32_t id) { return id == 24 || id == 26 || id == 36; }},
-      {Image_initSubImageUV, 1, 64, [](int32_t id) { return id == 25 || (id >= 27 && id <= 29); }},
-  };
+    std::vector<int32_t> served;
+  } views[] = {{Image_initSubImageY, 0, 57, {24, 25, 26, 27, 28, 29, 36, 57}},
+               {Image_initSubImageU, 1, 57, {24, 26, 36}},
+               {Image_initSubImageV, 2, 57, {24, 26, 36}},
+               {Image_initSubImageUV, 1, 64, {25, 27, 28, 29}}};
   for (const auto& v : views) {
-    for (int32_t id = 1; id < 68; ++id) {
+    for (int32_t id = 0; id < 68; ++id) {
       SCOPED_TRACE(testing::Message() << Image_getImageFormatStr(id) << " plane " << v.plane);
       TestImage src(22, 18, id);
       ScopedImage view(nullptr);
-      if (!v.serves(id)) {
+      if (std::find(v.served.begin(), v.served.end(), id) == v.served.end()) {
         EXPECT_EQ(v.init(&view, &src, 0, 0, 4, 4), ZELVAN_ERROR_UNSUPPORTED);
         continue;
       }
@@ -156,32 +148,29 @@ TEST(SubImage, PlaneViews) {
         EXPECT_TRUE(view.width == w / unit.unitWidth && view.height == h / unit.unitHeight);
       }
       EXPECT_EQ(v.init(&view, &src, 14, 0, 9, 4), ZELVAN_ERROR_PARAM);
-      EXPECT_EQ(v.init(nullptr, &src, 0, 0, 4, 4), ZELVAN_ERROR_PARAM);
+      EXPECT_EQ(v.init(nullptr, &src, 0, 0, 4, 4) & v.init(&view, nullptr, 0, 0, 4, 4), ZELVAN_ERROR_PARAM);
     }
-    EXPECT_EQ(v.init(nullptr, nullptr, 0, 0, 4, 4), ZELVAN_ERROR_PARAM);
   }
 }
 
 TEST(SubImage, Bounds) {
   TestImage src(20, 10, IMAGE_YUV420_PLANAR), yuv9(20, 12, IMAGE_YUV9_44_VU);
   ScopedImage view(nullptr);
-  const int32_t inside[][4] = {{0, 0, 20, 10}, {20, 10, 0, 0}, {3, 3, 0, 4}};
-  for (const auto& [x, y, w, h] : inside) {
-    EXPECT_EQ(Image_initSubImage(&view, &src, x, y, w, h), ZELVAN_OK);
-    EXPECT_EQ(view.plane2 == nullptr, w == 0);
-  }
-  const int32_t outside[][4] = {{-1, 0, 4, 4}, {0, -1, 4, 4}, {0, 0, -1, 4}, {0, 0, 4, -1},
-                                {17, 0, 4, 4}, {0, 7, 4, 4},  {21, 0, 0, 0}, {1, 0, kHighest, 4}};
-  for (const auto& [x, y, w, h] : outside) {
-    EXPECT_EQ(Image_initSubImage(&view, &src, x, y, w, h), ZELVAN_ERROR_PARAM) << x << ' ' << y << ' ' << w;
+  const int32_t rects[][5] = {{0, 0, 20, 10, 1}, {20, 10, 0, 0, 1}, {3, 3, 0, 4, 1},       {-1, 0, 4, 4, 0},
+                              {0, -1, 4, 4, 0},  {0, 0, -1, 4, 0},  {0, 0, 4, -1, 0},      {17, 0, 4, 4, 0},
+                              {0, 7, 4, 4, 0},   {21, 0, 0, 0, 0},  {1, 0, kHighest, 4, 0}};
+  for (const auto& [x, y, w, h, inside] : rects) {
+    EXPECT_EQ(Image_initSubImage(&view, &src, x, y, w, h), inside ? ZELVAN_OK : ZELVAN_ERROR_PARAM) << x << ' ' << y;
+    EXPECT_TRUE(!inside || (view.plane2 == nullptr) == (w == 0));
   }
   EXPECT_EQ(Image_initSubImage(&view, nullptr, 0, 0, 4, 4), ZELVAN_ERROR_PARAM);
   EXPECT_EQ(Image_initSubImage(&view, &yuv9, 0, 0, 4, 4), ZELVAN_ERROR_UNSUPPORTED);
-  for (const auto spoil : {+[](Image* i) { i->plane0 = nullptr; }, +[](Image* i) { i->plane1 = nullptr; },
-                           +[](Image* i) { i->plane2 = nullptr; }, +[](Image* i) { i->pitch0 = 0; },
-                           +[](Image* i) { i->pitch1 = 0; }, +[](Image* i) { i->pitch2 = -1; }}) {
+  for (int32_t i = 0; i < 6; ++i) {
     Image broken = src;
-    spoil(&broken);
+    uint8_t** const planes[] = {&broken.plane0, &broken.plane1, &broken.plane2};
+    int32_t* const pitches[] = {&broken.pitch0, &broken.pitch1, &broken.pitch2};
+    if (i < 3) *planes[i] = nullptr;
+    if (i >= 3) *pitches[i - 3] = 0;
     EXPECT_EQ(Image_initSubImage(&view, &broken, 0, 0, 4, 4), ZELVAN_ERROR_PARAM);
   }
 }
@@ -194,14 +183,11 @@ TEST(ImageCopy, PixelsOnlyForEveryFormat) {
       const TestImage src(w, h, id, 1, 3);
       TestImage dst(w, h, id, 2, 8), again(w, h, id, 2, 8), expected(w, h, id, 2, 8);
       for (int32_t p = 0; p < imagePlaneCount(id); ++p) {
-        for (int32_t y = 0; y < src.pixelRows(p); ++y)
-          std::memcpy(expected.row(p, y), src.row(p, y), src.pixelBytes(p));
+        for (int32_t y = 0; y < src.pixelRows(p); ++y) memcpy(expected.row(p, y), src.row(p, y), src.pixelBytes(p));
       }
       ScopedImage own(arena.env());
-      EXPECT_EQ(Image_copy(&dst, &src), ZELVAN_OK);
-      EXPECT_TRUE(dst.sameBytes(expected));
-      EXPECT_EQ(Image_copy(&own, &src) | Image_copy(&again, &own), ZELVAN_OK);
-      EXPECT_TRUE(own.external == 0 && again.sameBytes(expected));
+      EXPECT_EQ(Image_copy(&dst, &src) | Image_copy(&own, &src) | Image_copy(&again, &own), ZELVAN_OK);
+      EXPECT_TRUE(own.external == 0 && dst.sameBytes(expected) && again.sameBytes(expected));
     }
   }
 }
@@ -216,8 +202,7 @@ TEST(ImageCopy, RefusesOtherShapes) {
   for (const Image& src : {Image(narrow), Image(low), Image(other), Image(none), Image(empty), headless, unknown}) {
     EXPECT_EQ(Image_copy(&dst, &src), ZELVAN_ERROR_PARAM) << src.width << 'x' << src.height << ' ' << src.format;
   }
-  EXPECT_EQ(Image_copy(&dst, nullptr), ZELVAN_ERROR_PARAM);
-  EXPECT_EQ(Image_copy(nullptr, &dst), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(Image_copy(&dst, nullptr) & Image_copy(nullptr, &dst), ZELVAN_ERROR_PARAM);
   EXPECT_EQ(Image_copy(&headless, &dst), ZELVAN_ERROR_PARAM);  // as a target
   twin.plane0 = dst.plane0;  // the same plane counts as the same picture, whatever the rest says
   EXPECT_EQ(Image_copy(&dst, &twin), ZELVAN_OK);
@@ -232,11 +217,9 @@ TEST(PartialCopy, MovesOneRectangle) {
     const TestImage src(24, 16, id, 1), shape(7, 5, id);
     TestImage dst(28, 20, id, 2), expected(28, 20, id, 2);
     for (int32_t p = 0; p < model.planes; ++p) {
-      const LayoutModel::Plane& unit = model.plane[p];
       for (int32_t y = 0; y < shape.pixelRows(p); ++y) {
-        std::memcpy(expected.row(p, dstY / unit.unitHeight + y) + dstX / unit.unitWidth * unit.unitBytes,
-                    src.row(p, top / unit.unitHeight + y) + left / unit.unitWidth * unit.unitBytes,
-                    shape.pixelBytes(p));
+        const int32_t down = y * model.plane[p].unitHeight;
+        memcpy(unitAt(expected, p, dstX, dstY + down), unitAt(src, p, left, top + down), shape.pixelBytes(p));
       }
     }
     EXPECT_EQ(Image_partialCopy(&dst, &src, dstX, dstY, &rect), ZELVAN_OK);
@@ -247,20 +230,17 @@ TEST(PartialCopy, MovesOneRectangle) {
 TEST(PartialCopy, Refuses) {
   const TestImage src(16, 16, 27, 1), other(16, 16, 57, 1);
   TestImage dst(16, 16, 27, 2);
-  const ImageRect rect = {0, 0, 4, 4};
-  const struct {
-    int32_t x, y;
-    ImageRect rect;
-    bool refused;
-  } cases[] = {{1, 0, rect, true},          {0, 1, rect, true},          {0, 0, {1, 0, 4, 4}, true},
-               {0, 0, {0, 3, 4, 4}, true},  {-2, 0, rect, true},         {0, 0, {-2, 0, 4, 4}, true},
-               {14, 0, rect, true},         {0, 0, {0, 0, 18, 4}, true}, {0, 0, {-kHighest - 1, 0, kHighest, 4}, true},
-               {1, 1, {5, 5, 5, 9}, false}, {1, 1, {5, 9, 9, 8}, false}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(Image_partialCopy(&dst, &src, c.x, c.y, &c.rect), c.refused ? ZELVAN_ERROR_PARAM : ZELVAN_OK) << c.x;
+  const std::pair<std::array<int32_t, 2>, ImageRect> refused[] = {
+      {{1, 0}, {0, 0, 4, 4}},  {{0, 1}, {0, 0, 4, 4}},  {{0, 0}, {1, 0, 4, 4}},
+      {{0, 0}, {0, 3, 4, 4}},  {{-2, 0}, {0, 0, 4, 4}}, {{0, 0}, {-2, 0, 4, 4}},
+      {{14, 0}, {0, 0, 4, 4}}, {{0, 0}, {0, 0, 18, 4}}, {{0, 0}, {-kHighest - 1, 0, kHighest, 4}}};
+  for (const auto& [at, rect] : refused) {
+    EXPECT_EQ(Image_partialCopy(&dst, &src, at[0], at[1], &rect), ZELVAN_ERROR_PARAM) << at[0] << ' ' << rect.left;
   }
+  const ImageRect rect = {0, 0, 4, 4}, narrow = {5, 5, 5, 9}, inverted = {5, 9, 9, 8};
   EXPECT_EQ(Image_partialCopy(&dst, &other, 0, 0, &rect), ZELVAN_ERROR_PARAM);
   EXPECT_EQ(Image_partialCopy(&dst, &src, 0, 0, nullptr), ZELVAN_ERROR_PARAM);
+  for (const ImageRect& empty : {narrow, inverted}) EXPECT_EQ(Image_partialCopy(&dst, &src, 1, 1, &empty), ZELVAN_OK);
   EXPECT_EQ(Image_partialCopy(&dst, &dst, 4, 4, &rect), ZELVAN_OK);
   EXPECT_TRUE(dst.unchanged());
 }
