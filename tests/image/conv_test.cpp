@@ -49,20 +49,20 @@ TEST(Conversion, MovesSamplesAndNothingElse) {
 }
 
 TEST(Conversion, Dispatch) {
+  constexpr Convert kTo420 = Image_conv_toYuv420Semiplanar, kToPlanar = Image_conv_toYuv420Planar;
+  constexpr Convert kTo422 = Image_conv_toYuv422Interleaved;
   const struct {
     Convert convert;
     int32_t to, from;
     Status status;
-  } cases[] = {
-      {Image_conv_toYuv420Semiplanar, 29, 26, ZELVAN_ERROR_PARAM},
-      {Image_conv_toYuv420Semiplanar, 26, 26, ZELVAN_ERROR_PARAM},
-      {Image_conv_toYuv420Semiplanar, 27, 27, ZELVAN_OK},
-      {Image_conv_toYuv420Semiplanar, 27, 29, ZELVAN_ERROR_UNSUPPORTED},
-      {Image_conv_toYuv420Planar, 27, 27, ZELVAN_ERROR_PARAM},
-      {Image_conv_toYuv420Planar, 26, 29, ZELVAN_ERROR_UNSUPPORTED},
-      {Image_conv_toYuv422Interleaved, 17, 23, ZELVAN_ERROR_PARAM},
-      {Image_conv_toYuv422Interleaved, 16, 29, ZELVAN_ERROR_UNSUPPORTED},
-  };
+  } cases[] = {{kTo420, 29, 26, ZELVAN_ERROR_PARAM},
+               {kTo420, 26, 26, ZELVAN_ERROR_PARAM},
+               {kTo420, 27, 27, ZELVAN_OK},
+               {kTo420, 27, 29, ZELVAN_ERROR_UNSUPPORTED},
+               {kToPlanar, 27, 27, ZELVAN_ERROR_PARAM},
+               {kToPlanar, 26, 29, ZELVAN_ERROR_UNSUPPORTED},
+               {kTo422, 17, 23, ZELVAN_ERROR_PARAM},
+               {kTo422, 16, 29, ZELVAN_ERROR_UNSUPPORTED}};
   for (const auto& c : cases) {
     TestImage dst(6, 4, c.to, 2), src(6, 4, c.from, 1);
     EXPECT_EQ(c.convert(&dst, &src), c.status) << c.from << " to " << c.to;

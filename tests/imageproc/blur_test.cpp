@@ -18,15 +18,14 @@ constexpr Blur kBlurs[] = {ImageProc_pgaussBlur, ImageProc_gaussBlur2, ImageProc
 Plane filtered(const Plane& src, const std::vector<int32_t>& taps, int32_t rowRound) {
   const auto pass = [&](const Plane& in, int32_t dx, int32_t dy, int64_t round, int32_t shift) {
     Plane out(in.width, in.height, in.channels);
-    for (int32_t i = 0; i < static_cast<int32_t>(out.values.size()); ++i) {
-      const int32_t c = i % in.channels, x = i / in.channels % in.width, y = i / in.channels / in.width;
+    out.fill([&](int32_t x, int32_t y, int32_t c) {
       int64_t sum = round;
       for (int32_t t = 0; t < static_cast<int32_t>(taps.size()); ++t) {
         const int32_t k = t - static_cast<int32_t>(taps.size() / 2);
         sum += taps[t] * in.edge(x + k * dx, y + k * dy, c);
       }
-      out.values[i] = sum >> shift;
-    }
+      return sum >> shift;
+    });
     return out;
   };
   return pass(pass(src, 1, 0, rowRound, 10), 0, 1, 0x80000, 20);
@@ -75,15 +74,13 @@ TEST(GaussTaps, SumToOneAndFollowTheCurve) {
   for (const double sigma : {0.1, 0.5, 1.0, 1.7, 4.0, 60.0}) {
     for (const int32_t radius : {2, 3}) {
       const auto g = [sigma](int32_t i) { return std::exp(-i * i / (2 * sigma * sigma)); };
-      int32_t taps[7], total = 0;
+      int32_t taps[7], rest = 32768;
       gaussTaps(taps, radius, sigma);
-      double sum = 0;
-      for (int32_t i = -radius; i <= radius; ++i) sum += g(i);
-      for (int32_t i = -radius; i <= radius; ++i) {
+      const double sum = 1 + 2 * (g(1) + g(2) + (radius > 2 ? g(3) : 0));
+      for (int32_t i = -radius; i <= radius; rest -= taps[i++ + radius]) {
         EXPECT_NEAR(taps[i + radius], g(i) / sum * 32768, i == 0 ? 3.5 : 0.51);
-        total += taps[i + radius];
       }
-      EXPECT_EQ(total, 32768);
+      EXPECT_EQ(rest, 0);
     }
   }
 }
@@ -154,13 +151,10 @@ TEST(Blur, IsAGaussian) {
     for (int32_t x = 40; x < 120; ++x) {
       EXPECT_NEAR(dst.row(0, 60)[x], 128 + wanted * std::cos(kWave * (x - 80)), slack) << sigma << " at " << x;
     }
-    for (const uint8_t value : {0, 1, 128, 254, 255}) {
-      TestImage flat(90, 70, 57), out(90, 70, 57);
-      fillLuma(flat, value);
-      for (const Blur blur : kBlurs) {
-        ASSERT_EQ(blur(&rig.proc, &out, &flat, sigma), ZELVAN_OK);
-        EXPECT_EQ(planesOf(out)[0], planesOf(flat)[0]) << sigma << ' ' << int{value};
-      }
+    for (const Blur blur : kBlurs) {
+      fillLuma(dst, 254);
+      ASSERT_EQ(blur(&rig.proc, &dst, &dst, sigma), ZELVAN_OK);
+      EXPECT_EQ(planesOf(dst)[0].values, std::vector<int64_t>(160 * 120, 254)) << sigma;
     }
   }
 }

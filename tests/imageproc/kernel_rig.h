@@ -59,6 +59,13 @@ struct Plane {
     }
     return sum;
   }
+  // values = f(x, y, channel).
+  template <typename F>
+  void fill(const F& f) {
+    for (int32_t i = 0; i < static_cast<int32_t>(values.size()); ++i) {
+      values[static_cast<size_t>(i)] = f(i / channels % width, i / channels / width, i % channels);
+    }
+  }
   bool operator==(const Plane&) const = default;
 };
 
@@ -75,14 +82,13 @@ inline std::vector<Plane> planesOf(const Image& image) {
     Plane plane(image.width >> d.shiftX, image.height >> d.shiftY, d.bytes / bytes);
     const uint8_t* base = p == 0 ? image.plane0 : p == 1 ? image.plane1 : image.plane2;
     const ptrdiff_t pitch = p == 0 ? image.pitch0 : p == 1 ? image.pitch1 : image.pitch2;
-    const int32_t perRow = plane.width * plane.channels;
-    for (int32_t i = 0; i < perRow * plane.height; ++i) {
+    plane.fill([&](int32_t x, int32_t y, int32_t c) -> int64_t {
       int32_t word = 0;
-      memcpy(&word, base + i / perRow * pitch + i % perRow * bytes, static_cast<size_t>(bytes));
+      memcpy(&word, base + y * pitch + (x * plane.channels + c) * bytes, static_cast<size_t>(bytes));
       float real = 0;
       memcpy(&real, &word, 4);
-      plane.values[static_cast<size_t>(i)] = image.format == IMAGE_FLOAT ? static_cast<int64_t>(real) : word;
-    }
+      return image.format == IMAGE_FLOAT ? static_cast<int64_t>(real) : word;
+    });
     planes.push_back(std::move(plane));
   }
   return planes;

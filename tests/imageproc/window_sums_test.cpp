@@ -10,45 +10,19 @@ namespace {
 constexpr int32_t kGap = 12;  // keeps rows of 32-bit items aligned
 
 using Run = std::function<Status(Image*, const Image*, int32_t, Pel*)>;
-struct Form {
-  std::string name;
-  int32_t in, out;
-  Run run;
-};
 Run alone(Status (*sum)(Image*, const Image*, int32_t)) {
   return [sum](Image* dst, const Image* src, int32_t radius, Pel*) { return sum(dst, src, radius); };
 }
-Run square(Status (*sum)(Image*, const Image*, Image*, int32_t, Pel*)) {
-  return [sum](Image* dst, const Image* src, int32_t radius, Pel* pel) {
-    TestImage scratch(dst->width, dst->height, dst->format, 3, kGap);
-    const Status status = sum(dst, src, &scratch, radius, pel);
-    EXPECT_TRUE(scratch.guardsUnchanged());
-    return status;
-  };
+Status square(Image* dst, const Image* src, int32_t radius, Pel* pel) {
+  TestImage scratch(dst->width, dst->height, dst->format, 3, kGap);
+  const Status status = sum_sqre(dst, src, &scratch, radius, pel);
+  EXPECT_TRUE(scratch.guardsUnchanged());
+  return status;
 }
+const std::pair<std::string, Run> kFronts[] = {
+    {"hori", sum_hori}, {"vert", sum_vert}, {"diag", alone(sum_diag)}, {"anti", alone(sum_anti)}, {"sqre", square}};
 
-constexpr int32_t U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_INT32;
-const Form kForms[] = {
-    {"hori", U8, U16, sum_hori_u8_to_u16},           {"hori", U16, U16, sum_hori_u16_to_u16},
-    {"hori", U16, U32, sum_hori_u16_to_u32},         {"hori", U32, U32, sum_hori_u32_to_u32},
-    {"vert", U8, U16, sum_vert_u8_to_u16},           {"vert", U16, U16, sum_vert_u16_to_u16},
-    {"vert", U16, U32, sum_vert_u16_to_u32},         {"vert", U32, U32, sum_vert_u32_to_u32},
-    {"diag", U8, U16, alone(sum_diag_u8_to_u16)},    {"diag", U16, U16, alone(sum_diag_u16_to_u16)},
-    {"diag", U8, U32, alone(sum_diag_u8_to_u32)},    {"diag", U16, U32, alone(sum_diag_u16_to_u32)},
-    {"diag", U32, U32, alone(sum_diag_u32_to_u32)},  {"anti", U8, U16, alone(sum_anti_u8_to_u16)},
-    {"anti", U16, U16, alone(sum_anti_u16_to_u16)},  {"anti", U8, U32, alone(sum_anti_u8_to_u32)},
-    {"anti", U16, U32, alone(sum_anti_u16_to_u32)},  {"anti", U32, U32, alone(sum_anti_u32_to_u32)},
-    {"sqre", U8, U16, square(sum_sqre_u8_to_u16)},   {"sqre", U16, U16, square(sum_sqre_u16_to_u16)},
-    {"sqre", U8, U32, square(sum_sqre_u8_to_u32)},   {"sqre", U16, U32, square(sum_sqre_u16_to_u32)},
-    {"sqre", U32, U32, square(sum_sqre_u32_to_u32)},
-};
-const std::pair<std::string, Run> kFronts[] = {{"hori", sum_hori},
-                                               {"vert", sum_vert},
-                                               {"diag", alone(sum_diag)},
-                                               {"anti", alone(sum_anti)},
-                                               {"sqre", square(sum_sqre)}};
-
-int64_t expectedSum(const std::string& name, const Plane& src, int32_t x, int32_t y, int32_t radius) {
+int64_t literalSum(const std::string& name, const Plane& src, int32_t x, int32_t y, int32_t radius) {
   if (name == "vert") return src.lineSum(x, y, 0, 1, radius);
   if (name == "diag") return src.lineSum(x, y, 1, 1, radius);
   if (name == "anti") return src.lineSum(x, y, -1, 1, radius);
@@ -59,47 +33,37 @@ int64_t expectedSum(const std::string& name, const Plane& src, int32_t x, int32_
   return sum;
 }
 
+// Through the fronts, which must pick the form of the formats and refuse what their family has not.
 TEST(WindowSums, EveryFormEqualsTheLiteralSum) {
   const TestPel pel(3);
-  for (const Form& form : kForms) {
-    for (const auto& [w, h] : {std::pair{1, 1}, {1, 9}, {8, 1}, {41, 7}, {6, 23}, {19, 21}}) {
-      for (const int32_t radius : {0, 1, 3, 6, 50}) {
-        SCOPED_TRACE(testing::Message() << form.name << form.in << ' ' << w << 'x' << h << " radius " << radius);
-        const TestImage src(w, h, form.in, static_cast<uint32_t>(w + radius), kGap);
-        const Plane from = planesOf(src)[0];
-        Plane expected(w, h);
-        for (int32_t i = 0; i < w * h; ++i) {
-          const auto sum = static_cast<uint64_t>(expectedSum(form.name, from, i % w, i / w, radius));
-          expected.values[i] = form.out == U16 ? static_cast<uint16_t>(sum) : static_cast<int32_t>(sum);
-        }
-        for (Pel* with : {static_cast<Pel*>(nullptr), pel.get()}) {
-          TestImage dst(w, h, form.out, 2, kGap);
-          ASSERT_EQ(form.run(&dst, &src, radius, with), ZELVAN_OK);
-          EXPECT_TRUE(planesOf(dst)[0] == expected && dst.guardsUnchanged());
-        }
-      }
-    }
-  }
-}
-
-TEST(WindowSums, FrontsTakeExactlyTheFormsOfTheirFamily) {
   for (const auto& [name, front] : kFronts) {
-    for (const int32_t in : {U8, U16, U32, int32_t{IMAGE_INT16}, int32_t{IMAGE_FLOAT}}) {
-      for (const int32_t out : {U8, U16, U32, int32_t{IMAGE_INT16}, int32_t{IMAGE_FLOAT}}) {
-        const TestImage src(9, 4, in, 1, kGap);
-        TestImage dst(9, 4, out, 2, kGap), same(9, 4, out, 2, kGap);
-        Status expected = ZELVAN_ERROR_UNSUPPORTED;
-        for (const Form& form : kForms) {
-          if (form.name == name && form.in == in && form.out == out) expected = form.run(&same, &src, 2, nullptr);
+    const std::string forms =
+        name == "hori" || name == "vert" ? "57-61 61-61 61-58 58-58" : "57-61 61-61 57-58 61-58 58-58";
+    for (const int32_t in : {57, 61, 58, 65, 63}) {
+      for (const int32_t out : {57, 61, 58, 65, 63}) {
+        const bool served = forms.find(std::to_string(in) + "-" + std::to_string(out)) != std::string::npos;
+        for (const auto& [w, h] : {std::pair{1, 1}, {1, 9}, {8, 1}, {41, 7}, {6, 23}, {19, 21}}) {
+          for (const int32_t radius : {0, 1, 3, 6, 50}) {
+            SCOPED_TRACE(testing::Message() << name << in << '-' << out << ' ' << w << 'x' << h << " by " << radius);
+            const TestImage src(w, h, in, static_cast<uint32_t>(w + radius), kGap);
+            TestImage dst(w, h, out, 2, kGap);
+            ASSERT_EQ(front(&dst, &src, radius, nullptr), served ? ZELVAN_OK : ZELVAN_ERROR_UNSUPPORTED);
+            if (!served) continue;
+            const Plane from = planesOf(src)[0];
+            Plane expected(w, h);
+            expected.fill([&](int32_t x, int32_t y, int32_t) -> int64_t {
+              const auto sum = static_cast<uint64_t>(literalSum(name, from, x, y, radius));
+              return out == IMAGE_UINT16 ? static_cast<uint16_t>(sum) : static_cast<int32_t>(sum);
+            });
+            EXPECT_TRUE(planesOf(dst)[0] == expected && dst.guardsUnchanged());
+            ASSERT_EQ(front(&dst, &src, radius, pel.get()), ZELVAN_OK);
+            EXPECT_TRUE(planesOf(dst)[0] == expected && dst.guardsUnchanged());
+          }
         }
-        EXPECT_EQ(front(&dst, &src, 2, nullptr), expected) << name << ' ' << in << " to " << out;
-        EXPECT_TRUE(dst.sameBytes(same));
       }
     }
-    const TestImage src(9, 4, U16);
-    TestImage dst(9, 4, U16), narrow(8, 4, U16), low(9, 3, U16);
-    EXPECT_EQ(front(&narrow, &src, 1, nullptr), ZELVAN_ERROR_PARAM);
-    EXPECT_EQ(front(&low, &src, 1, nullptr), ZELVAN_ERROR_PARAM);
+    TestImage src(9, 4, 61), dst(9, 4, 61), narrow(8, 4, 61), low(9, 3, 61);
+    EXPECT_EQ(front(&narrow, &src, 1, nullptr) & front(&low, &src, 1, nullptr), ZELVAN_ERROR_PARAM);
     EXPECT_EQ(front(&dst, &src, -1, nullptr), ZELVAN_ERROR_PARAM);
   }
 }
@@ -120,11 +84,9 @@ TEST(BoxBlur, EqualsTwoRoundedMeansAndMayRunInPlace) {
       for (const int32_t isDown : {0, 1}) {
         const Plane from = expected;
         const int32_t radius = (isDown ? down : across) / 2;
-        for (size_t i = 0; i < expected.values.size(); ++i) {
-          const auto pixel = static_cast<int32_t>(i) / blur.channels, c = static_cast<int32_t>(i) % blur.channels;
-          const int64_t sum = from.lineSum(pixel % w, pixel / w, 1 - isDown, isDown, radius, c);
-          expected.values[i] = (sum + radius) / (2 * radius + 1);
-        }
+        expected.fill([&](int32_t x, int32_t y, int32_t c) {
+          return (from.lineSum(x, y, 1 - isDown, isDown, radius, c) + radius) / (2 * radius + 1);
+        });
       }
       ASSERT_EQ(blur.run(&dst, &src, &scratch, &line, across, down, pel.get()), ZELVAN_OK);
       ASSERT_EQ(blur.run(&src, &src, &scratch, &line, across, down, nullptr), ZELVAN_OK);
