@@ -89,16 +89,13 @@ TEST(Table, LooksUpWhatTheTableHolds) {
   for (int32_t i = 0; i < 300; ++i) table[i] = static_cast<uint8_t>(i * 7 + 3);
   for (KernelRig& rig : rigs) {
     for (const int32_t entries : {0, 32, 33, 100, 256, 300}) {
-      const TestImage src(33, 70, 57, 5);
-      TestImage dst(33, 70, 57, 6);
-      Plane expected = planesOf(entries < 33 ? dst : src)[0];
+      TestImage image(33, 70, 57), words(4, 4, 61);
+      Plane expected = planesOf(image)[0];
       for (int64_t& v : expected.values) v = entries < 33 ? v : v < entries ? table[v] : 0;
-      ASSERT_EQ(ImageProc_table(&rig.proc, &dst, &src, table, entries), ZELVAN_OK);
-      EXPECT_EQ(planesOf(dst)[0], expected) << entries;
-      EXPECT_TRUE(dst.guardsUnchanged());
+      ASSERT_EQ(ImageProc_table(&rig.proc, &image, &image, table, entries), ZELVAN_OK);
+      EXPECT_TRUE(planesOf(image)[0] == expected && image.guardsUnchanged()) << entries;
+      EXPECT_EQ(ImageProc_table(&rig.proc, &words, &words, table, entries), ZELVAN_ERROR_UNSUPPORTED);
     }
-    TestImage words(4, 4, 61, 1, 8);
-    EXPECT_EQ(ImageProc_table(&rig.proc, &words, &words, table, 256), ZELVAN_ERROR_UNSUPPORTED);
   }
 }
 
