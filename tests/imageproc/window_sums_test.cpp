@@ -36,7 +36,8 @@ int64_t literalSum(const std::string& name, const Plane& src, int32_t x, int32_t
 // Through the fronts, which must pick the form of the formats and refuse what their family has not.
 TEST(WindowSums, EveryFormEqualsTheLiteralSum) {
   const TestPel pel(3);
-  for (const auto& [name, front] : kFronts) {
+  for (const auto& [kind, front] : kFronts) {
+    const std::string name = kind;  // for the lambda
     const std::string forms =
         name == "hori" || name == "vert" ? "57-61 61-61 61-58 58-58" : "57-61 61-61 57-58 61-58 58-58";
     for (const int32_t in : {57, 61, 58, 65, 63}) {
