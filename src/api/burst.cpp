@@ -69,6 +69,8 @@ Status addImage(zelvan_Tessaline4* handle, Data* frame, Status (*initFrame)(zelv
   if (self->addedCount >= self->frameCount) return ZELVAN_ERROR_PARAM;
   const int32_t slot = self->addedCount;
   Image* image = &self->frames[slot];
+  destruct_Image(image);  // a record that is refused must not leave the pixels of a burst before
+  construct_Image(image, &self->env);
   Status status = initFrame(handle, image, frame);
   // gain, gamma and gammaOffset stand side by side in the parameters.
   const double curve[3] = {self->params.gain, self->params.gamma, self->params.gammaOffset};

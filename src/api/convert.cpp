@@ -31,6 +31,11 @@ Status zelvan_Tessaline4_convertInput(zelvan_Tessaline4* handle, zelvan_ImageDat
   Image* dst = &self->convertDst;
   const int32_t bytes = IF_getImageSize(data->width, data->height, "YVU420_SEMIPLANAR");
   uint8_t* plane0 = bytesOf(data->plane0);
+  if (plane0 == nullptr) return ZELVAN_ERROR_PARAM;
+  // Whatever comes, the record reads as a semi-planar image from here on.
+  if (fromFormat == IMAGE_YUV422_YUYV) data->plane1 = plane0 + Image_getSize(data->width, data->height, toFormat, 2);
+  // The whole output size is read: a smaller frame does not hold it.
+  if (data->width < self->width || data->height < self->height) return ZELVAN_ERROR_PARAM;
 
   Status status;
   if (fromFormat == IMAGE_YUV422_YUYV) {
@@ -43,9 +48,8 @@ Status zelvan_Tessaline4_convertInput(zelvan_Tessaline4* handle, zelvan_ImageDat
   status |= initScratch(dst, self->width, self->height, toFormat);
   if (status != ZELVAN_OK) return status;
   status = Image_conv_toYuv420Semiplanar(dst, src);
-  if (fromFormat == IMAGE_YUV422_YUYV) data->plane1 = plane0 + Image_getSize(data->width, data->height, toFormat, 2);
   const int32_t held = Image_getSize(self->width, self->height, toFormat, 0);
-  std::memcpy(src->plane0, dst->plane0, static_cast<size_t>(bytes < held ? bytes : held));
+  if (held > 0) std::memcpy(src->plane0, dst->plane0, static_cast<size_t>(bytes < held ? bytes : held));
   return status;
 }
 
@@ -56,6 +60,7 @@ Status zelvan_Tessaline4_convertOutput(zelvan_Tessaline4* handle, Image* image, 
   Tessal4Handle* self = handle->pointer;
   Image* src = &self->convertSrc;
   Image* dst = &self->convertDst;
+  if (image->plane0 == nullptr) return ZELVAN_ERROR_PARAM;
   void* planes[2] = {image->plane0, image->plane0 + Image_getSize(image->width, image->height, fromFormat, 2)};
   Status status = Image_init(src, self->width, self->height, planes, fromFormat);
   status |= initScratch(dst, self->width, self->height, toFormat);
@@ -63,6 +68,6 @@ Status zelvan_Tessaline4_convertOutput(zelvan_Tessaline4* handle, Image* image, 
   status =
       toFormat == IMAGE_YUV422_YUYV ? Image_conv_toYuv422Interleaved(dst, src) : Image_conv_toYuv420Planar(dst, src);
   const int32_t bytes = Image_getSize(self->width, self->height, toFormat, 0);
-  std::memcpy(src->plane0, dst->plane0, static_cast<size_t>(bytes));
+  if (bytes > 0) std::memcpy(src->plane0, dst->plane0, static_cast<size_t>(bytes));
   return status;
 }

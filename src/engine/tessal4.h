@@ -169,4 +169,14 @@ Status Tessal4_makeNrMaps(Tessal4* engine) ZVT4_NAME(Tessal4_makeNrMaps);
 Status Tessal4_noiseReduction(Tessal4* engine) ZVT4_NAME(Tessal4_noiseReduction);
 }
 
+// Deconvolution of a "UINT8" image in place by Van Cittert's iteration. With G the 7-tap Gaussian blur, clamped to 0
+// to 255 after each step:
+//   X = 2 image - G(sigma1) image;   nine times X = image - G(sigma1) X + X;   image = G(0.1) G(sigma2) X
+// Scratch: two images of this size and that of the blur. Rows on the executor; any split gives the same bytes.
+// ZELVAN_ERROR_PARAM for null arguments and other formats; else the status of the step that failed, and the image is
+// then as it was, unless the last blur failed.
+extern "C" {
+Status Tessal4_deconv(Tessal4* engine, Image* image, double sigma1, double sigma2) ZVT4_NAME(Tessal4_deconv);
+}
+
 #endif  // ZVT4_ENGINE_TESSAL4_H_

@@ -2,25 +2,13 @@
 #include <initializer_list>
 
 #include "base/integer.h"
-#include "engine/tessal4.h"
+#include "engine/tessal4_impl.h"
 #include "imageproc/resize.h"
 
 namespace {
 
 constexpr double kCropMargin = 8.0;
 constexpr int32_t kArenaSlack = 4194304;
-
-constexpr int32_t evenDown(int32_t value) {
-  return value & ~1;
-}
-constexpr int32_t evenUp(int32_t value) {
-  return (value + 1) & ~1;
-}
-
-void resetImage(Image* image, Env* env) {
-  destruct_Image(image);
-  construct_Image(image, env);
-}
 
 // Calls visit for every Image member but the stored small frames.
 template <typename Visit>
@@ -154,6 +142,7 @@ Status Tessal4_setParallelExecutor(Tessal4* engine, ParallelExecutor* executor) 
 }
 
 Status Tessal4_init(Tessal4* engine, int32_t width, int32_t height, int32_t frameCount, const Tessal4Params* params) {
+  if (frameCount > kTessal4Frames) return ZELVAN_ERROR_PARAM;
   engine->frameCount = frameCount;
   engine->width = width;
   engine->height = height;
@@ -175,6 +164,8 @@ Status Tessal4_init(Tessal4* engine, int32_t width, int32_t height, int32_t fram
   const int32_t h = engine->workHeight;
   if (const Status s = Image_init(&engine->diffMap, w, h, nullptr, IMAGE_UINT8); s != ZELVAN_OK) return s;
   if (const Status s = Image_init(&engine->accWeight, w, h, nullptr, IMAGE_UINT16); s != ZELVAN_OK) return s;
+  // A burst of which no frame is usable never writes the weights, and its picture must not follow old arena content.
+  if (w > 0 && h > 0) std::memset(engine->accWeight.plane0, 0, static_cast<size_t>(engine->accWeight.pitch0) * h);
   if (const Status s = Image_init(&engine->spareMap, w, h, nullptr, IMAGE_UINT8); s != ZELVAN_OK) return s;
 
   static constexpr int32_t kDiffWeights[2][3] = {{16383, 32767, 16383}, {32767, 29490, 4095}};

@@ -4,7 +4,7 @@
 #include "engine/image_func.h"
 #include "engine/row_split.h"
 #include "engine/sharpen.h"
-#include "engine/tessal4.h"
+#include "engine/tessal4_impl.h"
 #include "imageproc/arithmetic.h"
 #include "imageproc/resize.h"
 
@@ -12,11 +12,6 @@ namespace {
 
 constexpr int32_t kMaxAnchors = 32;
 constexpr int32_t kGuidedWindow = 41;
-
-void resetImage(Image* image, Env* env) {
-  destruct_Image(image);
-  construct_Image(image, env);
-}
 
 void releaseSmallFrames(Tessal4* engine, int32_t count) {
   for (int32_t i = 0; i < count && i < kTessal4Frames; ++i) resetImage(&engine->shrunk[i], engine->env);

@@ -4,18 +4,11 @@
 #include "base/integer.h"
 #include "base/raw_double.h"
 #include "engine/image_func.h"
-#include "engine/tessal4.h"
+#include "engine/tessal4_impl.h"
 #include "imageproc/resize.h"
 #include "tracker/vectral_util.h"
 
 namespace {
-
-constexpr int32_t evenDown(int32_t value) {
-  return value & ~1;
-}
-constexpr int32_t evenUp(int32_t value) {
-  return (value + 1) & ~1;
-}
 
 // Readies the tracker for small frames of the base's size and gives it the base.
 Status startTracker(Tessal4* engine, const Image* base) {
@@ -171,8 +164,10 @@ int32_t Tessal4_isMotionUsable(Tessal4* engine, ImageRect* rect, const Mvec8Real
   const int32_t right = smaller(x[3], smaller(x[2], width));
   const int32_t bottom = smaller(y[3], smaller(y[1], height));
   if (rect != nullptr) *rect = {left, top, right, bottom};
-  if (right - left < 1 || bottom - top < 1) return 0;
-  const double overlap = static_cast<double>(right - left) * (bottom - top) * 100.0;
+  const int64_t rectWidth = int64_t{right} - left;  // a wild motion gives sides at the ends of the range
+  const int64_t rectHeight = int64_t{bottom} - top;
+  if (rectWidth < 1 || rectHeight < 1) return 0;
+  const double overlap = static_cast<double>(rectWidth * rectHeight) * 100.0;
   return overlap < width * height * engine->params.minOverlapPercent ? 0 : 1;
 }
 

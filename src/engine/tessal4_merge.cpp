@@ -3,7 +3,7 @@
 #include "base/integer.h"
 #include "engine/image_func.h"
 #include "engine/row_split.h"
-#include "engine/tessal4.h"
+#include "engine/tessal4_impl.h"
 #include "imageproc/arithmetic.h"
 #include "imageproc/blur.h"
 #include "imageproc/resize.h"
@@ -36,7 +36,9 @@ double sharpnessWeight(Tessal4* engine, int32_t id, int32_t base, int32_t maxSco
 // are dropped: the comparison then works on what the images hold.
 void prepareComparison(Tessal4* engine, int32_t id, Image* compare) {
   const Image* shrunk = &engine->shrunk[id];
-  Image_init(&engine->warped, shrunk->width, shrunk->height, nullptr, shrunk->format);
+  if (Image_init(&engine->warped, shrunk->width, shrunk->height, nullptr, shrunk->format) != ZELVAN_OK) {
+    resetImage(&engine->warped, engine->env);  // an empty image, which the kernels pass over
+  }
   Mvec8Real motion;
   VectralUtil_similarTransform(&motion, &engine->motions[id], nullptr,
                                static_cast<double>(shrunk->width) / engine->width, 0);
@@ -162,11 +164,11 @@ Status mergeFrame(Tessal4* engine, const Image* frame, int32_t id, double weight
 }
 
 // Which image accumulates: the base frame's own buffer, or, where the result is a scaled crop, a frame of the arena.
-Status chooseAccumulator(Tessal4* engine, Image* base) {
+Status chooseAccumulator(Tessal4* engine, Image* images, int32_t base) {
   if (engine->params.autoScaling == 0) {
-    engine->accumulatorPtr = base;
+    engine->accumulatorPtr = &images[base];
   } else if (engine->accumulatorPtr == nullptr) {
-    if (const Status s = Image_init(&engine->accumulator, engine->width, engine->height, nullptr, base->format);
+    if (const Status s = Image_init(&engine->accumulator, engine->width, engine->height, nullptr, images[0].format);
         s != ZELVAN_OK) {
       return s;
     }
@@ -243,6 +245,12 @@ Status Tessal4_shrinkToFit(Tessal4* engine, Image* dst, const Image* src) {
 
 Status Tessal4_merge(Tessal4* engine, Image* images, const int32_t* order, int32_t mergeCount) {
   engine->mergeCount = mergeCount;
+  const int32_t frames = engine->frameCount;
+  // A negative id means the last frame. Ids without a slot have nothing to look at.
+  const auto idAt = [&](int32_t i) { return order[i] < 0 ? frames - 1 : order[i]; };
+  const auto hasSlot = [](int32_t id) { return id >= 0 && id < kTessal4Frames; };
+  const int32_t base = idAt(0);
+  if (!hasSlot(base)) return ZELVAN_ERROR_GENERAL;
   Env* env = engine->env;
   const int32_t width = engine->workWidth;
   const int32_t height = engine->workHeight;
@@ -254,23 +262,20 @@ Status Tessal4_merge(Tessal4* engine, Image* images, const int32_t* order, int32
   for (Image& compare : engine->compareImages) {
     if (const Status s = Image_init(&compare, width, height, nullptr, images[0].format); s != ZELVAN_OK) return s;
   }
-  if (const Status s = chooseAccumulator(engine, &images[order[0]]); s != ZELVAN_OK) return s;
+  if (const Status s = chooseAccumulator(engine, images, base); s != ZELVAN_OK) return s;
 
-  const int32_t frames = engine->frameCount < kTessal4Frames ? engine->frameCount : kTessal4Frames;
   int32_t maxScore = 0;
-  for (int32_t i = 0; i < mergeCount; ++i) {
-    if (order[i] >= frames || frames < 1) break;  // ends the merge below
-    const int32_t score = engine->blurScore[order[i] < 0 ? frames - 1 : order[i]];
-    if (score > maxScore) maxScore = score;
+  for (int32_t i = 0; i < mergeCount && hasSlot(idAt(i)); ++i) {
+    if (engine->blurScore[idAt(i)] > maxScore) maxScore = engine->blurScore[idAt(i)];
   }
 
   for (int32_t i = 0; i < mergeCount; ++i) {
-    const int32_t id = order[i] < 0 ? frames - 1 : order[i];
-    if (id < 0 || id >= frames) return ZELVAN_ERROR_GENERAL;
-    const double weight = sharpnessWeight(engine, id, order[0] < 0 ? frames - 1 : order[0], maxScore);
+    const int32_t id = idAt(i);
+    if (!hasSlot(id)) return ZELVAN_ERROR_GENERAL;
+    const double weight = sharpnessWeight(engine, id, base, maxScore);
     if (!(weight > 0.0)) continue;
     Mvec8Real* motion = nullptr;
-    Tessal4_getMotion(engine, &motion, id);
+    if (const Status s = Tessal4_getMotion(engine, &motion, id); s != ZELVAN_OK) return s;
     ++engine->usedCount;
     if (motion == nullptr) continue;  // mergeStatus tells
     prepareComparison(engine, id, &engine->compareImages[engine->validCount != 0]);
@@ -283,7 +288,7 @@ Status Tessal4_merge(Tessal4* engine, Image* images, const int32_t* order, int32
     }
   }
   for (int32_t i = mergeCount > 0 ? mergeCount : 0; i < engine->addedCount; ++i) {
-    if (order[i] >= 0 && order[i] < frames) engine->mergeStatus[order[i]] = TESSAL4_NOT_USED;
+    if (hasSlot(order[i])) engine->mergeStatus[order[i]] = TESSAL4_NOT_USED;
   }
   return ZELVAN_OK;
 }
