@@ -1,0 +1,187 @@
+#include <limits>
+
+#include "base/raw_double.h"
+#include "engine/image_func.h"
+#include "engine_rig.h"
+#include "support/test_executor.h"
+#include "support/test_pel.h"
+
+namespace test {
+namespace {
+
+Mvec8Real shiftBy(double x, double y) {
+  return {{1, 0, x, 0, 1, y, 0, 0, 1}, {}};
+}
+
+TEST(Tessal4Intake, StoresAShrunkCopyWithItsScore) {
+  for (int32_t width : {168, 170}) {  // four times the stored width, and not
+    Tessal4Params params = defaultParams(width, 128);
+    params.storeShrinkLevel = 2;
+    EngineRig engine(width, 128, 2, params);
+    engine.paint(0, 0, 0);
+    ASSERT_EQ(Tessal4_setImage(engine.get(), &engine.frames[0], 1), ZELVAN_OK);
+    ScopedImage expected(engine.env());
+    ASSERT_EQ(Image_init(&expected, 42, 32, nullptr, IMAGE_YVU420_SEMIPLANAR), ZELVAN_OK);
+    ASSERT_EQ(width == 168 ? Tessal4ImageFunc_shrink4(nullptr, &expected, &engine.frames[0])
+                           : Tessal4ImageFunc_shrinkImage(nullptr, nullptr, &expected, &engine.frames[0]),
+              ZELVAN_OK);
+    EXPECT_EQ(picture(engine->shrunk[1]), picture(expected)) << width;
+    uint32_t score = 0;
+    Tessal4ImageFunc_evalBlur(nullptr, engine.env(), &score, &expected, 0, 0, 0.7 * RawDouble_sqrt(2.0), 0.7);
+    EXPECT_EQ(static_cast<uint32_t>(engine->blurScore[1]), score);
+    EXPECT_EQ(engine->addedCount, 1);
+  }
+}
+
+// Inscribed rectangle of the frame as it lies over the reference, 640 x 480.
+TEST(Tessal4Intake, OverlapIsTheInscribedRectangle) {
+  constexpr int32_t kMost = std::numeric_limits<int32_t>::max();
+  constexpr int32_t kLeast = std::numeric_limits<int32_t>::min();
+  const struct {
+    Mvec8Real motion;
+    ImageRect rect;
+    int32_t usable;
+  } cases[] = {
+      {shiftBy(0, 0), {0, 0, 640, 480}, 1},
+      {shiftBy(32, 0), {0, 0, 608, 480}, 1},  // exactly 95 %
+      {shiftBy(33, 0), {0, 0, 607, 480}, 0},
+      {shiftBy(-32, 0), {32, 0, 640, 480}, 1},
+      {shiftBy(-10.75, 7.25), {10, 0, 640, 472}, 1},
+      {shiftBy(0, -24.5), {0, 24, 640, 480}, 1},
+      {shiftBy(0, -25), {0, 25, 640, 480}, 0},
+      {shiftBy(700, 0), {0, 0, -60, 480}, 0},
+      {{{2, 0, 0, 0, 2, 0, 0, 0, 2}, {}}, {0, 0, 640, 480}, 1},               // scale has no meaning
+      {{{0.5, 0, 0, 0, 0.5, 0, 0, 0, 1}, {}}, {0, 0, 640, 480}, 1},           // the frame reaches beyond
+      {{{-1, 0, 640, 0, 1, 0, 0, 0, 1}, {}}, {640, 0, 0, 480}, 0},            // mirrored
+      {{{1, 0.0625, 0, 0, 1, 0, 0, 0, 1}, {}}, {0, 0, 610, 480}, 1},          // sheared: the lower corners move by -30
+      {{{-1e-8, 0, 300, 0, 1, 0, 0, 0, 1}, {}}, {kMost, 0, kLeast, 480}, 0},  // far beyond the range of integers
+  };
+  EngineRig engine(640, 480, 1, defaultParams(640, 480));
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    ImageRect rect = {};
+    EXPECT_EQ(Tessal4_isMotionUsable(engine.get(), &rect, &cases[i].motion), cases[i].usable) << i;
+    const ImageRect& want = cases[i].rect;
+    EXPECT_TRUE(rect.left == want.left && rect.top == want.top) << i << ": " << rect.left << " " << rect.top;
+    EXPECT_TRUE(rect.right == want.right && rect.bottom == want.bottom)
+        << i << ": " << rect.right << " " << rect.bottom;
+  }
+}
+
+TEST(Tessal4Intake, OrderIsByScoreThenByCapture) {
+  struct {
+    std::vector<int32_t> scores, failed, lost, order, sorted;
+    int32_t best;
+  } const cases[] = {
+      {{5, 9, 9, 2}, {}, {}, {1, 2, 0, 3}, {9, 9, 5, 2}, 1},
+      {{0, 0, 0, 0}, {}, {}, {0, 1, 2, 3}, {0, 0, 0, 0}, 0},
+      {{5, 9, 8, 2}, {1}, {}, {2, 0, 3, 1}, {8, 5, 2, 0}, 2},
+      {{5, 9, 8, 2}, {1}, {2}, {0, 3, 1, 2}, {5, 2, 0, 0}, 0},
+      {{9, 7, 8, 2}, {0}, {}, {2, 1, 3, 0}, {8, 7, 2, 0}, 0},  // the single answer never tests frame 0
+      {{1, 1000000000, 2000000000, 2147483647}, {}, {}, {3, 2, 1, 0}, {2147483647, 2000000000, 1000000000, 1}, 3},
+  };
+  for (const auto& c : cases) {
+    EngineRig engine(160, 120, 4, defaultParams(160, 120));
+    std::copy(c.scores.begin(), c.scores.end(), engine->blurScore);
+    for (int32_t id : c.failed) engine->trackFailure[id] = 4;
+    for (int32_t id : c.lost) engine->motions[id] = shiftBy(0, 90);
+    std::vector<int32_t> order(4), scores(4);
+    EXPECT_EQ(Tessal4_getRecommendedOrder(engine.get(), order.data(), scores.data()), ZELVAN_OK);
+    EXPECT_EQ(order, c.order);
+    EXPECT_EQ(scores, c.sorted);
+    EXPECT_EQ(Tessal4_getRecommendedOrder(engine.get(), nullptr, nullptr), ZELVAN_OK);
+    int32_t best = -1;
+    EXPECT_EQ(Tessal4_getRecommendedID(engine.get(), &best), ZELVAN_OK);
+    EXPECT_EQ(best, c.best);
+
+    std::vector<void*> blocks;  // no room for the keys
+    while (void* block = Heap2_malloc(&engine.env()->heap, 64)) blocks.push_back(block);
+    order.assign(4, 77);
+    EXPECT_EQ(Tessal4_getRecommendedOrder(engine.get(), order.data(), nullptr), ZELVAN_ERROR_NOMEM);
+    EXPECT_EQ(order, std::vector<int32_t>(4, 77));
+    for (void* block : blocks) Heap2_free(&engine.env()->heap, block);
+  }
+}
+
+// Both roads measure the known shifts against frame 1, whatever the stored size; a frame without content is refused.
+TEST(Tessal4Intake, SolveFindsTheShiftsOnBothRoads) {
+  TestExecutor executor(2);
+  TestPel pel(2);
+  const double shifts[][2] = {{0, 0}, {4, -2}, {-2, 6}};  // whole also at half size, since the scene has hard edges
+  for (bool atIntake : {false, true}) {
+    for (int32_t level : {0, 1}) {
+      Tessal4Params params = defaultParams(640, 480);
+      params.storeShrinkLevel = level;
+      EngineRig engine(640, 480, 4, params, executor.get(), pel.get());
+      for (int32_t i = 0; i < 4; ++i) {
+        if (i < 3) engine.paint(i, shifts[i][0], shifts[i][1], 2.0);
+        ASSERT_EQ(atIntake ? Tessal4_addImage(engine.get(), &engine.frames[i])
+                           : Tessal4_setImage(engine.get(), &engine.frames[i], i),
+                  ZELVAN_OK);
+      }
+      EXPECT_EQ(engine->trackedAtIntake, atIntake);
+      EXPECT_EQ(Tessal4_addImage(engine.get(), &engine.frames[0]), ZELVAN_ERROR_STATE);
+      ASSERT_EQ(Tessal4_solve(engine.get(), 1), ZELVAN_OK);
+      for (int32_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(engine->trackFailure[i] != 0, i == 3);
+        EXPECT_EQ(engine->motionInvalid[i], i == 3);
+        double x = 0;
+        double y = 0;
+        Mvec8Real_trans2DReal(&engine->motions[i], &x, &y, 320, 240);
+        EXPECT_NEAR(x, 320 + (i < 3 ? shifts[1][0] - shifts[i][0] : atIntake ? 4 : 0), 0.1) << i << level << atIntake;
+        EXPECT_NEAR(y, 240 + (i < 3 ? shifts[1][1] - shifts[i][1] : atIntake ? -2 : 0), 0.1) << i << level << atIntake;
+      }
+    }
+  }
+}
+
+TEST(Tessal4Intake, AutoScalingCropsToWhatAllFramesShow) {
+  for (int32_t uncropped : {0, 1}) {
+    Tessal4Params params = defaultParams(640, 480);
+    params.autoScaling = 1;
+    params.keepMotionUncropped = uncropped;
+    EngineRig engine(640, 480, 5, params);
+    engine->trackedAtIntake = 1;
+    engine->motions[1] = shiftBy(-10.75, 0);  // left becomes 10
+    engine->motions[2] = shiftBy(0, 7.25);    // bottom becomes 472
+    engine->motions[3] = shiftBy(-50, 0);     // too little overlap
+    engine->motions[4] = shiftBy(0, -20);
+    engine->trackFailure[4] = 1;
+    ASSERT_EQ(Tessal4_solve(engine.get(), 0), ZELVAN_OK);
+    EXPECT_EQ(engine->motionInvalid[1] + engine->motionInvalid[2], 0);
+    EXPECT_EQ(engine->motionInvalid[3] + engine->motionInvalid[4], 2);
+    // 630 x 472 of 640 x 480: the height decides, 629.33 x 472 about the centre (325, 236).
+    const double ratio = 472.0 / 480.0;
+    EXPECT_EQ(engine->cropLeft, 10);
+    EXPECT_EQ(engine->cropTop, 0);
+    EXPECT_EQ(engine->cropRight, 638);
+    EXPECT_EQ(engine->cropBottom, 472);
+    const double expected[9] = {ratio, 0, 10, 0, ratio, 0, 0, 0, 1};
+    for (int32_t k = 0; k < 9; ++k) EXPECT_NEAR(engine->cropMotion.h[k], expected[k], 1e-12);
+    double x = 0;
+    double y = 0;
+    Mvec8Real_trans2DReal(&engine->motions[1], &x, &y, 100, 60);
+    EXPECT_NEAR(x, uncropped != 0 ? 100 - 10.75 : ratio * 100 + 10 - 10.75, 1e-9);
+    EXPECT_NEAR(y, uncropped != 0 ? 60 : ratio * 60, 1e-9);
+  }
+}
+
+TEST(Tessal4Intake, ReportTellsTheRun) {
+  EngineRig engine(160, 120, 3, defaultParams(160, 120));
+  const int32_t scores[] = {3, 1, 2};
+  std::copy(scores, scores + 3, engine->blurScore);
+  engine->motions[1] = {{0.5, 0, 1.5, 0, 0.5, -1, 0, 0, 0.5}, {}};
+  engine->trackFailure[2] = 4;
+  engine->ghostScore[1] = 6;
+  engine->validCount = 2;
+  char text[512];
+  EXPECT_EQ(Tessal4_getDebugInfo(engine.get(), text), ZELVAN_OK);
+  EXPECT_STREQ(text, "ZELVAN TESSAL4 DEBUGINFO NUM:3  MERGE_NUM:0  VALID_NUM:2  ORDER: ");
+  engine->mergeCount = 3;
+  EXPECT_EQ(Tessal4_getDebugInfo(engine.get(), text), ZELVAN_OK);
+  EXPECT_STREQ(text,
+               "ZELVAN TESSAL4 DEBUGINFO NUM:3  MERGE_NUM:3  VALID_NUM:2  ORDER:  0  1  2  | 0:  FCODE:0  DX:0  DY:0 "
+               " | 1:  FCODE:0  DX:98304  DY:-65536  GHOST:6  | 2:  FCODE:4  DX:0  DY:0  GHOST:0 ");
+}
+
+}  // namespace
+}  // namespace test
