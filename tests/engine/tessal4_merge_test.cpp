@@ -13,7 +13,7 @@ const int32_t kOrder[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
 
 TEST(Tessal4MergeRows, FollowTheirFormulas) {
   TestImage diff(37, 11, IMAGE_UINT8, 1), mask(37, 11, IMAGE_UINT8, 3), maskBefore(37, 11, IMAGE_UINT8, 3);
-  TestImage weights(37, 11, IMAGE_UINT16, 2), weightsBefore(37, 11, IMAGE_UINT16, 2);
+  TestImage weights(37, 11, IMAGE_UINT16, 2, 6), weightsBefore(37, 11, IMAGE_UINT16, 2, 6);
   TestImage luma(37, 11, IMAGE_UINT8, 4), lumaBefore(37, 11, IMAGE_UINT8, 4);
   TestImage mean(37, 11, IMAGE_UINT8, 5), baseMean(37, 11, IMAGE_UINT8, 6), correction(37, 11, IMAGE_UINT8, 7);
   uint8_t table[256];
