@@ -40,12 +40,13 @@ struct VuDistance {
         weights(w) {}
 
   uint8_t operator()(int32_t dY) const {
-    const int32_t weightedRed = (std::abs(dY + red) * weights[0]) >> 13;
+    const int32_t weightedRed = wrapMul(std::abs(dY + red), weights[0]) >> 13;
     const int32_t absGreen = std::abs(dY + green);
     const int32_t m = weightedRed > absGreen ? weightedRed : absGreen;
     const int32_t n = std::abs(dY + blue);
-    const int32_t value = (m * weights[1]) >> 13 < (n * weights[2]) >> 13 ? n * weights[2] : m * weights[1];
-    return clampByte(value >> 13);
+    const int32_t greenOrRed = wrapMul(m, weights[1]) >> 13;
+    const int32_t weightedBlue = wrapMul(n, weights[2]) >> 13;
+    return clampByte(greenOrRed < weightedBlue ? weightedBlue : greenOrRed);
   }
 };
 

@@ -9,6 +9,10 @@ bool isSemiplanar420(const Image* image) {
   return image->format == IMAGE_YUV420_SEMIPLANAR || image->format == IMAGE_YVU420_SEMIPLANAR;
 }
 
+bool hasHalving(const Image* image) {
+  return isSemiplanar420(image) || image->format == IMAGE_UINT8;
+}
+
 // Luma by two: rounded to the nearest in groups of eight columns, cut in the columns behind the last group.
 void halveLumaRow(uint8_t* __restrict dst, const uint8_t* __restrict top, const uint8_t* __restrict bottom,
                   int32_t width) {
@@ -71,7 +75,7 @@ struct ShrinkBand {
 };
 
 Status shrink2Band(ShrinkBand* band) {
-  const bool chroma = isSemiplanar420(band->dst);
+  const bool chroma = isSemiplanar420(band->dst) && isSemiplanar420(band->src);
   for (int32_t y = band->begin; y < band->end; ++y) {
     halveLumaRow(imageRow(band->dst, y), imageRow(band->src, 2 * y), imageRow(band->src, 2 * y + 1), band->dst->width);
     if (chroma && (y & 1) == 0) shrinkChromaRow<2>(band->dst, band->src, y / 2);
@@ -119,7 +123,7 @@ Status Tessal4ImageFunc_shrink2(ParallelExecutor* executor, Image* dst, const Im
 }
 
 Status Tessal4ImageFunc_shrink2_PEL(Pel* pel, Image* dst, const Image* src) {
-  if (!isSemiplanar420(src) && src->format != IMAGE_UINT8) return ZELVAN_OK;
+  if (!hasHalving(src)) return ZELVAN_OK;
   ShrinkJob job = {dst, src};
   return Pel_execute(pel, &kShrink2Pair, &job, dst->height / 2);
 }
@@ -138,7 +142,7 @@ Status Tessal4ImageFunc_shrinkImage(ParallelExecutor* executor, Pel* pel, Image*
   if (ratioX >= 4 && ratioY >= 4 && isSemiplanar420(src)) {
     status = Image_init(&smaller, (src->width / 4) & ~1, (src->height / 4) & ~1, nullptr, src->format);
     if (status == ZELVAN_OK) status = Tessal4ImageFunc_shrink4(executor, &smaller, src);
-  } else if (ratioX >= 3 && ratioY >= 3) {
+  } else if (ratioX >= 3 && ratioY >= 3 && hasHalving(src)) {
     status = Image_init(&smaller, (src->width / 2) & ~1, (src->height / 2) & ~1, nullptr, src->format);
     if (status == ZELVAN_OK) status = Tessal4ImageFunc_shrink2_PEL(pel, &smaller, src);
   } else if (src->width == 2 * dst->width && src->height == 2 * dst->height) {

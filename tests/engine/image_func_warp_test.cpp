@@ -171,11 +171,10 @@ void referenceAccum(const TestImage& acc, const Image& src, const Mvec8Real& mot
   }
 }
 
-TestImage* weightMap(TestImage* map) {
+void weightMap(TestImage* map) {
   for (int32_t y = 0; y < map->height; ++y) {
     for (int32_t x = 0; x < map->width; ++x) map->row(0, y)[x] = static_cast<uint8_t>(map->row(0, y)[x] * 129 / 256);
   }
-  return map;
 }
 
 constexpr Mvec8Real affine(double a, double b, double c, double d, double e, double f) {
@@ -257,6 +256,79 @@ TEST_P(ImageFuncWarp, RenderAccumMatchesPixelByPixel) {
       EXPECT_TRUE(plain.sameBytes(expected)) << "width " << shape.width << " motion " << index;
     }
   }
+}
+
+TEST_P(ImageFuncWarp, UpdateImageBlendsByEachMap) {
+  for (const Shape& shape : kShapes) {
+    const TestImage frame(shape.width, shape.height, GetParam(), 13);
+    TestImage maps[2] = {TestImage(97, 6, IMAGE_UINT8, 14), TestImage(1500, 60, IMAGE_UINT8, 15)};
+    for (TestImage& map : maps) weightMap(&map);
+    for (const int32_t count : {1, 2}) {
+      const TestImage expected(shape.width, shape.height, GetParam(), 16);
+      for (int32_t m = 0; m < count; ++m) {
+        for (int32_t p = 0; p < (GetParam() == IMAGE_UINT8 ? 1 : 2); ++p) {
+          for (int32_t y = 0; y < shape.height / 2 * (2 - p); ++y) {
+            for (int32_t x = 0; x < (p == 0 ? shape.width : shape.width / 2 * 2); ++x) {
+              const int32_t column = p == 0 ? x : x / 2 * 2;
+              const int64_t w = mapWeight(maps[m], shape.width, shape.height, column, p == 0 ? y / 2 : y);
+              blendByte(expected.row(p, y) + x, w, frame.row(p, y)[x]);
+            }
+          }
+        }
+      }
+      for (ParallelExecutor* executor : {static_cast<ParallelExecutor*>(nullptr), executor_.get()}) {
+        TestImage dst(shape.width, shape.height, GetParam(), 16);
+        EXPECT_EQ(Tessal4ImageFunc_updateImage(executor, arena_.env(), &dst, &frame, &maps[0],
+                                               count == 2 ? &maps[1] : nullptr),
+                  ZELVAN_OK);
+        EXPECT_TRUE(dst.sameBytes(expected)) << "width " << shape.width << " maps " << count;
+      }
+    }
+  }
+}
+
+TEST_P(ImageFuncWarp, IdentityAndOutsideKeepTheirPromises) {
+  constexpr int32_t kWidth = 530, kHeight = 24;
+  const TestImage src(kWidth, kHeight, GetParam(), 17);
+  const Mvec8Real identity = kMotions[0];
+  for (const uint8_t weight : {0, 128}) {
+    const TestImage map(9, 4, IMAGE_UINT8, 18, 0);
+    std::fill_n(map.plane0, 9 * 4, weight);
+    TestImage acc(kWidth, kHeight, GetParam(), 19), away(kWidth, kHeight, GetParam(), 19);
+    EXPECT_EQ(Tessal4ImageFunc_renderAccum(pel_.get(), arena_.env(), &acc, &src, &identity, &map), ZELVAN_OK);
+    // The chroma of a row pair is taken between its rows, a quarter of a chroma row down.
+    for (int32_t p = 0; p < (weight == 0 ? 1 : imagePlaneCount(GetParam())); ++p) {
+      for (int32_t y = 0; y < acc.pixelRows(p); ++y) {
+        const uint8_t* expected = (weight == 0 ? src : away).row(p, y);
+        EXPECT_TRUE(std::equal(expected, expected + acc.pixelBytes(p), acc.row(p, y))) << p << ' ' << y;
+      }
+    }
+    for (const double shift : {-600.0, 600.0, 1e5, -1e9, 1e9}) {
+      const Mvec8Real motion = affine(1, 0, shift, 0, 1, shift);
+      EXPECT_EQ(Tessal4ImageFunc_renderAccum(pel_.get(), arena_.env(), &away, &src, &motion, &map), ZELVAN_OK);
+      EXPECT_TRUE(away.unchanged()) << shift;
+      TestImage dst(kWidth, kHeight, GetParam(), 20);
+      EXPECT_EQ(Tessal4ImageFunc_render(pel_.get(), arena_.env(), &dst, &src, &motion), ZELVAN_OK);
+      for (int32_t p = 0; p < imagePlaneCount(GetParam()); ++p) {
+        const auto isFill = [&](uint8_t byte) { return byte == (p == 0 ? 0 : 0x80); };
+        for (int32_t y = 0; y < dst.pixelRows(p); ++y) {
+          EXPECT_TRUE(std::all_of(dst.row(p, y), dst.row(p, y) + dst.pixelBytes(p), isFill)) << shift;
+        }
+      }
+    }
+  }
+}
+
+TEST_P(ImageFuncWarp, NoMemoryLeavesThePicture) {
+  TestArena small(2048);
+  const TestImage src(776, 20, GetParam()), map(100, 6, IMAGE_UINT8);
+  TestImage dst(776, 20, GetParam());
+  const Mvec8Real motion = kMotions[0];
+  EXPECT_EQ(Tessal4ImageFunc_renderAccum(nullptr, small.env(), &dst, &src, &motion, &map), ZELVAN_ERROR_NOMEM);
+  EXPECT_EQ(Tessal4ImageFunc_accumWithLuminanceCorrection(executor_.get(), small.env(), &dst, &src, 0, 0, &motion),
+            ZELVAN_ERROR_NOMEM);
+  EXPECT_EQ(Tessal4ImageFunc_updateImage(executor_.get(), small.env(), &dst, &src, &map, nullptr), ZELVAN_ERROR_NOMEM);
+  EXPECT_TRUE(dst.unchanged());
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, ImageFuncWarp, testing::ValuesIn(kFormats));
