@@ -28,26 +28,20 @@ struct Channels {
   int32_t blue;
 };
 
-// The curve by its 33 points, 8 values apart, linear in between.
-struct PointCurve {
-  const uint8_t* points;
-  int32_t operator()(int32_t c, int32_t) const {
-    return ((8 - (c & 7)) * points[c >> 3] + (c & 7) * points[(c >> 3) + 1] + 4) >> 3;
-  }
+// A value of 0 to 255 for each value of a channel.
+using Curve = uint8_t[256];
+
+struct ChannelCurves {
+  const uint8_t* red;
+  const uint8_t* green;
+  const uint8_t* blue;
 };
 
-// A table of 256 bytes for each of the channels.
-struct ChannelTables {
-  const uint8_t* tables;
-  int32_t operator()(int32_t c, int32_t channel) const { return tables[256 * channel + c]; }
-};
-
-template <typename Curve>
-inline Channels curvedChannels(const ChannelOffsets& t, int32_t luma, const Curve& curve) {
-  const auto channel = [&](int32_t offset, int32_t which) {
-    return curve(clampInt((offset + 8 * luma + 4) >> 3, 0, 255), which);
+inline Channels curvedChannels(const ChannelOffsets& t, int32_t luma, const ChannelCurves& curves) {
+  const auto channel = [&](int32_t offset, const uint8_t* curve) {
+    return curve[clampInt((offset + 8 * luma + 4) >> 3, 0, 255)];
   };
-  return {channel(t.red, 0), channel(t.green, 1), channel(t.blue, 2)};
+  return {channel(t.red, curves.red), channel(t.green, curves.green), channel(t.blue, curves.blue)};
 }
 
 // A result that went negative has wrapped through the 16-bit mask and saturates too.
@@ -71,15 +65,14 @@ inline uint8_t chromaUOf(const Channels& c) {
 struct CurveBand {
   Image* dst;
   const Image* src;
-  const uint8_t* curve;
+  ChannelCurves curves;
   int32_t byteOfU;
   int32_t begin;
   int32_t end;
 };
 
-template <typename Curve>
 Status curveBand(CurveBand* band) {
-  const Curve curve = {band->curve};
+  const ChannelCurves& curves = band->curves;
   const int32_t width = band->dst->width;
   const int32_t height = band->dst->height;
   for (int32_t y = band->begin; y < band->end; y += 2) {
@@ -88,11 +81,11 @@ Status curveBand(CurveBand* band) {
     uint8_t* dstChroma = imageChromaRow(band->dst, y >> 1);
     for (int32_t x = 0; x < width; x += 2) {
       const ChannelOffsets offsets(srcChroma[x + band->byteOfU], srcChroma[x + 1 - band->byteOfU]);
-      const Channels topLeft = curvedChannels(offsets, imageRow(band->src, y)[x], curve);
+      const Channels topLeft = curvedChannels(offsets, imageRow(band->src, y)[x], curves);
       for (int32_t r = 0; r < rows; ++r) {
         const uint8_t* src = imageRow(band->src, y + r);
         uint8_t* dst = imageRow(band->dst, y + r);
-        for (int32_t i = x; i < x + 2 && i < width; ++i) dst[i] = lumaOf(curvedChannels(offsets, src[i], curve));
+        for (int32_t i = x; i < x + 2 && i < width; ++i) dst[i] = lumaOf(curvedChannels(offsets, src[i], curves));
       }
       dstChroma[x + band->byteOfU] = chromaUOf(topLeft);
       dstChroma[x + 1 - band->byteOfU] = chromaVOf(topLeft);
@@ -101,20 +94,23 @@ Status curveBand(CurveBand* band) {
   return ZELVAN_OK;
 }
 
-template <typename Curve>
-Status applyCurve(ParallelExecutor* executor, Image* dst, const Image* src, const uint8_t* curve) {
+Status applyCurves(ParallelExecutor* executor, Image* dst, const Image* src, const ChannelCurves& curves) {
   const bool vu = src->format == IMAGE_YVU420_SEMIPLANAR;
   if (!vu && src->format != IMAGE_YUV420_SEMIPLANAR) return ZELVAN_ERROR_UNSUPPORTED;
   // Two slices a worker, as many as the queue holds.
   const int32_t n = ParallelExecutor_getNumberOfBands(executor);
   const int64_t height = dst->height;
-  return forkBands<CurveBand, curveBand<Curve>>(executor, n, [&](int32_t i) {
+  return forkBands<CurveBand, curveBand>(executor, n, [&](int32_t i) {
     const auto bound = [&](int32_t k) {
       const int32_t row = static_cast<int32_t>((height * k / n + 3) & ~3);
       return row < dst->height ? row : dst->height;
     };
-    return CurveBand{dst, src, curve, vu ? 1 : 0, bound(i), bound(i + 1)};
+    return CurveBand{dst, src, curves, vu ? 1 : 0, bound(i), bound(i + 1)};
   });
+}
+
+uint8_t cutToByte(double t) {
+  return static_cast<uint8_t>(truncToInt32(t < 0.0 ? 0.0 : t > 255.0 ? 255.0 : t));
 }
 
 }  // namespace
@@ -125,20 +121,22 @@ Status Tessal4ImageFunc_gamma(ParallelExecutor* executor, Image* dst, const Imag
   const double offset = curve[2];
   uint8_t points[kCurvePoints];
   for (int32_t i = 0; i < kCurvePoints; ++i) {
-    const double t = offset + 255 * gain * RawDouble_incomplete_pow(i * 8 / 255.0, exponent);
-    points[i] = static_cast<uint8_t>(truncToInt32(t < 0.0 ? 0.0 : t > 255.0 ? 255.0 : t));
+    points[i] = cutToByte(offset + 255 * gain * RawDouble_incomplete_pow(i * 8 / 255.0, exponent));
   }
-  return applyCurve<PointCurve>(executor, dst, src, points);
+  Curve values;
+  for (int32_t c = 0; c < 256; ++c) {
+    values[c] = static_cast<uint8_t>(((8 - (c & 7)) * points[c >> 3] + (c & 7) * points[(c >> 3) + 1] + 4) >> 3);
+  }
+  return applyCurves(executor, dst, src, {values, values, values});
 }
 
 Status Tessal4ImageFunc_gammaRGB(ParallelExecutor* executor, Image* dst, const Image* src, const double* curves) {
-  uint8_t tables[3 * 256];
+  Curve values[3];
   for (int32_t channel = 0; channel < 3; ++channel) {
     const double* p = curves + 4 * channel;
     for (int32_t i = 0; i < 256; ++i) {
-      const double t = 255 * (p[0] * RawDouble_incomplete_pow(i / 255.0 + p[2], p[1]) + p[3]);
-      tables[256 * channel + i] = static_cast<uint8_t>(truncToInt32(t < 0.0 ? 0.0 : t > 255.0 ? 255.0 : t));
+      values[channel][i] = cutToByte(255 * (p[0] * RawDouble_incomplete_pow(i / 255.0 + p[2], p[1]) + p[3]));
     }
   }
-  return applyCurve<ChannelTables>(executor, dst, src, tables);
+  return applyCurves(executor, dst, src, {values[0], values[1], values[2]});
 }

@@ -1,7 +1,9 @@
 // Geometry of the engine's warps: a row pair cut into spans, and the source bytes of the pixels of a span.
 //
 // A projective motion is followed exactly at the ends of spans of at most kWarpSpan pixels; inside a span the source
-// position is a straight line with an integer step, so that a pixel costs no division. Positions are Q15.
+// position is a straight line with an integer step, so that a pixel costs no division. (Known from perspective-correct
+// texture mapping: Heckbert and Moreton, Interpolation for Polygon Texture Mapping and Shading, 1991.) Positions are
+// Q15.
 //
 // Steps are close to one pixel, so that over long runs neighbouring pixels read neighbouring bytes. collectTaps finds
 // these runs and lays the four neighbours of each pixel out as four contiguous arrays, in place where a span is one
