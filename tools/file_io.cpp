@@ -60,7 +60,7 @@ std::string endingOf(const std::string& path) {
   return ending;
 }
 
-std::vector<uint8_t> readFile(const std::string& path) {
+std::vector<uint8_t> readFile(const std::string& path, const Wanted& wanted) {
   std::unique_ptr<FILE, Closer> opened;
   FILE* file = stdin;
   if (path != "-") {
@@ -73,8 +73,9 @@ std::vector<uint8_t> readFile(const std::string& path) {
   for (;;) {
     bytes.resize(std::max<size_t>(1 << 16, 2 * held));
     const size_t count = std::fread(bytes.data() + held, 1, bytes.size() - held, file);
-    if (count == 0) break;
     held += count;
+    if (held < bytes.size()) break;  // the end, or an error
+    if (wanted && held > wanted(bytes)) break;
   }
   if (std::ferror(file) != 0) {
     throw Error(displayName(path), std::string("cannot be read: ") + std::strerror(errno));

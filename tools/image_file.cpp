@@ -88,7 +88,7 @@ std::vector<Picture> readFrames(const std::vector<std::string>& paths, const std
   }
   std::vector<Picture> frames;
   for (const std::string& path : paths) {
-    const Bytes bytes = readFile(path);
+    const Bytes bytes = readFile(path, [most](const Bytes& beginning) { return y4mBytesWanted(beginning, most); });
     const Kind kind = kindOf(path, bytes, raw);
     if (kind == Kind::kY4m) {
       if (paths.size() > 1) throw Error(displayName(path), "a Y4M stream must be the only input");

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "exif.h"
 #include "image_file_kinds.h"
@@ -76,6 +77,7 @@ class Decompressor {
     return true;
   }
 
+  // Before the pixels: libjpeg forgets the markers at the end of them.
   Bytes exif() const {
     for (const jpeg_marker_struct* marker = info_.marker_list; marker != nullptr; marker = marker->next) {
       if (marker->marker == kExifMarker && marker->data_length > sizeof(kExifHeader) &&
@@ -198,6 +200,7 @@ bool isJpeg(const Bytes& bytes) {
 Picture decodeJpeg(const std::string& name, const Bytes& bytes) {
   Decompressor jpeg(name, bytes);
   Picture picture(jpeg.width(), jpeg.height());
+  picture.exif = jpeg.exif();
   if (jpeg.is420()) {
     jpeg.planes(&picture);
   } else if (jpeg.colourSpace() == JCS_GRAYSCALE) {
@@ -207,9 +210,10 @@ Picture decodeJpeg(const std::string& name, const Bytes& bytes) {
     for (size_t i = 0; i < picture.y.size(); ++i) picture.y[i] = pixels[3 * i];
     averageChroma(pixels, &picture);
   } else {
-    picture = toYuv420({jpeg.width(), jpeg.height(), jpeg.pixels(JCS_RGB)});
+    Picture converted = toYuv420({jpeg.width(), jpeg.height(), jpeg.pixels(JCS_RGB)});
+    converted.exif = std::move(picture.exif);
+    return converted;
   }
-  picture.exif = jpeg.exif();
   return picture;
 }
 

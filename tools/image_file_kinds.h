@@ -30,6 +30,8 @@ bool isY4m(const Bytes& bytes);
 // C420jpeg, C420, C420mpeg2 and C420paldv; the quarter sample between their chroma sites is ignored. Levels are
 // widened to full range unless the header says XCOLORRANGE=FULL. Throws Error for more than most frames.
 std::vector<Picture> decodeY4m(const std::string& name, const Bytes& bytes, size_t most);
+// So many bytes of a stream suffice to find one frame more than most in it. Without limit for anything else.
+size_t y4mBytesWanted(const Bytes& beginning, size_t most);
 Bytes encodeY4m(const std::vector<Picture>& frames);
 
 // Refuses sizes that no file of a picture has, before anything is allocated for them.

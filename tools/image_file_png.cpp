@@ -5,12 +5,29 @@
 #include <png.h>
 
 namespace tool {
+namespace {
+
+// Whether the chunks run up to the closing one, which libpng leaves unread.
+bool hasEnd(const Bytes& bytes) {
+  constexpr size_t kFrame = 12;  // length, name and checksum of a chunk
+  for (size_t at = 8; bytes.size() - at >= kFrame;) {
+    const uint8_t* p = bytes.data() + at;
+    if (std::memcmp(p + 4, "IEND", 4) == 0) return true;
+    const size_t length = size_t{p[0]} << 24 | size_t{p[1]} << 16 | size_t{p[2]} << 8 | p[3];
+    if (bytes.size() - at - kFrame < length) return false;
+    at += kFrame + length;
+  }
+  return false;
+}
+
+}  // namespace
 
 bool isPng(const Bytes& bytes) {
   return bytes.size() >= 8 && png_sig_cmp(bytes.data(), 0, 8) == 0;
 }
 
 RgbPicture decodePng(const std::string& name, const Bytes& bytes) {
+  if (!hasEnd(bytes)) throw Error(name, "damaged PNG: it is cut off");
   png_image image;
   std::memset(&image, 0, sizeof(image));
   image.version = PNG_IMAGE_VERSION;

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <sstream>
 
 #include "image_file_kinds.h"
@@ -70,7 +71,7 @@ Header parseHeader(const std::string& name, const std::string& line) {
   return header;
 }
 
-// Levels from offset over span steps, widened to 255 steps round the level that zero has.
+// Levels with span steps between black and white, stretched to 255 steps; zero moves to widenedZero.
 std::array<uint8_t, 256> widening(double zero, double span, double widenedZero) {
   std::array<uint8_t, 256> table;
   for (int i = 0; i < 256; ++i) {
@@ -95,6 +96,19 @@ bool isY4m(const Bytes& bytes) {
   constexpr size_t kLength = sizeof(kMagic) - 1;
   return bytes.size() > kLength && std::memcmp(bytes.data(), kMagic, kLength) == 0 &&
          (bytes[kLength] == ' ' || bytes[kLength] == '\n');
+}
+
+size_t y4mBytesWanted(const Bytes& beginning, size_t most) {
+  constexpr size_t kAll = std::numeric_limits<size_t>::max();
+  if (!isY4m(beginning)) return kAll;
+  try {
+    size_t at = 0;
+    const Header header = parseHeader("", takeLine("", beginning, &at));
+    const auto pixels = static_cast<size_t>(header.width) * static_cast<size_t>(header.height);
+    return (most + 2) * (kMostHeaderBytes + 3 * pixels);
+  } catch (const Error&) {
+    return 0;  // decoding will say why
+  }
 }
 
 std::vector<Picture> decodeY4m(const std::string& name, const Bytes& bytes, size_t most) {

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <limits>
 #include <memory>
+#include <sstream>
 
 #include "burst.h"
 #include "commands.h"
@@ -74,6 +76,17 @@ void merge(const MergeOptions& options) {
   line.finish(summary(result));
 }
 
+// The range stands in the place of the type: "--gain 0..1000".
+template <typename Field, typename T>
+CLI::Option* addRange(CLI::App& command, const char* option, Field& field, const std::string& help, T least, T most) {
+  std::ostringstream range;
+  range << least << "..";
+  if (most < std::numeric_limits<T>::max()) range << most;
+  CLI::Range check(least, most);
+  check.description("");
+  return command.add_option(option, field, help)->check(check)->type_name(range.str());
+}
+
 // "--gain" with its default: the tool's where it has one.
 template <typename T>
 void addSettings(CLI::App& command, const std::vector<Setting<T>>& table, Settings* given) {
@@ -81,7 +94,7 @@ void addSettings(CLI::App& command, const std::vector<Setting<T>>& table, Settin
   for (const Setting<T>& s : table) {
     std::string help = s.help;
     if (const auto& value = defaults.*s.field) help += " (default " + std::to_string(*value) + ")";
-    command.add_option(s.option, given->*s.field, help)->check(CLI::Range(s.least, s.most))->group("Settings");
+    addRange(command, s.option, given->*s.field, help, s.least, s.most)->group("Settings");
   }
 }
 
@@ -90,14 +103,12 @@ void addSettings(CLI::App& command, const std::vector<Setting<T>>& table, Settin
 void addMergeCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("merge", "Merge the frames of a burst into one picture");
   const auto options = std::make_shared<MergeOptions>();
-  command->footer(
-      "Frames are JPEG or PNG files, raw files (with --size), or one Y4M stream from a file or standard input (-): 2 "
-      "to "
-      "10 of them,\nof one size, 640x480 or larger, and in the same orientation. The sharpest becomes the base to "
-      "which "
-      "the others are\naligned; a JPEG result carries its EXIF block. Pixels are not rotated.\n\nExample: tessaline4 "
-      "merge "
-      "IMG_*.jpg -o merged.jpg --report merged.json");
+  command->footer(R"(Frames are JPEG or PNG files, raw files (with --size), or one Y4M stream from a file or
+standard input (-): 2 to 10 of them, of one size, 640x480 or larger, and in the same orientation.
+The sharpest becomes the base to which the others are aligned; a JPEG result carries its EXIF
+block. Pixels are not rotated.
+
+Example: tessaline4 merge IMG_*.jpg -o merged.jpg --report merged.json)");
   command->add_option("FRAME", options->frames, "Frames of the burst, or one Y4M stream")->required();
   command
       ->add_option("-o,--output", options->output,
@@ -105,15 +116,14 @@ void addMergeCommand(CLI::App& app) {
       ->required()
       ->type_name("FILE");
   options->raw.addTo(*command);
-  command->add_option("--quality", options->quality, "JPEG quality of the result (default 95)")
-      ->check(CLI::Range(1, 100));
+  addRange(*command, "--quality", options->quality, "JPEG quality of the result (default 95)", 1, 100);
   command->add_option("--report", options->report, "Write what became of each frame, as JSON")->type_name("FILE");
   command->add_flag("--quiet", options->quiet, "No progress on the terminal");
 
   Settings* given = &options->settings;
-  command->add_option("--threads", given->threads, "Worker threads (default: one per processor)")
-      ->check(CLI::Range(1, 64));
-  command->add_option("--processor-mask", given->processorMask, "Bit mask of the processors to pin threads to");
+  addRange(*command, "--threads", given->threads, "Worker threads (default: one per processor)", 0, 64);
+  command->add_option("--processor-mask", given->processorMask, "Bit mask of the processors to pin threads to")
+      ->type_name("MASK");
   command->add_flag("--library-defaults", options->libraryDefaults,
                     "Start from the library's defaults instead of the tool's, which are chosen for looks");
   addSettings(*command, intSettings(), given);
@@ -124,20 +134,23 @@ void addMergeCommand(CLI::App& app) {
           [given](const std::vector<double>& values) {
             given->sharpnessSigmas = {values[0], values[1]};
           },
-          "Inner and outer radius of the sharpening")
+          "Standard deviations, in pixels, of the two blurs whose difference sharpens")
       ->expected(2)
+      ->type_name("FINE WIDE")
       ->group("Settings");
   command
       ->add_option("--luma-nr-table", given->lumaNrTable,
                    "Brightness denoising where 0, 1, 2 ... frames agree, separated by commas")
       ->delimiter(',')
       ->expected(1, 33)
+      ->type_name("N,N,...")
       ->group("Settings");
   command
       ->add_option("--chroma-nr-table", given->chromaNrTable,
                    "Colour denoising where 0, 1, 2 ... frames agree, separated by commas")
       ->delimiter(',')
       ->expected(1, 33)
+      ->type_name("N,N,...")
       ->group("Settings");
   for (const auto& [level, raw] :
        {std::pair{"--obj-blur-level", "--obj-blur-raw"}, std::pair{"--luma-nr-level", "--luma-nr-raw"},

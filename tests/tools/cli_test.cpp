@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "exif_block.h"
 #include "image_file.h"
 
 namespace tool {
@@ -29,9 +30,9 @@ class Cli : public ::testing::Test {
   static void TearDownTestSuite() { fs::remove_all(folder_); }
 
   // Exit status of the tool, run in the folder; its standard error lands in err.
-  static int run(const std::string& arguments) {
+  static int run(const std::string& arguments, const std::string& input = "/dev/null") {
     const std::string command =
-        "cd '" + folder_.string() + "' && '" TESSALINE4_TOOL "' " + arguments + " >out 2>err </dev/null";
+        "cd '" + folder_.string() + "' && '" TESSALINE4_TOOL "' " + arguments + " >out 2>err <" + input;
     const int status = std::system(command.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
@@ -64,8 +65,8 @@ TEST_F(Cli, BadInputGivesOneLineAndNoOutput) {
       {"merge " + good + "text.png -o o.png", "text.png"},
       {"merge raw.nv21 raw.nv21 --size 640x480 --format nv21 -o o.png", "raw.nv21"},
       {"merge bad.y4m -o o.png", "bad.y4m"},
-      {"merge burst/frame00.png -o o.png", ""},
-      {"merge " + good + good + good + good + good + "burst/frame02.png -o o.png", ""},
+      {"merge burst/frame00.png -o o.png", "burst/frame00.png: one frame only"},
+      {"merge " + good + good + good + good + good + "burst/frame02.png -o o.png", "frame02.png: one frame too many"},
       {"merge " + good + "-o o.tiff", "o.tiff"},
       {"merge " + good + "-o nowhere/o.png", "nowhere/o.png"},
       {"merge " + good + "-o folder.png", "folder.png"},
@@ -86,6 +87,24 @@ TEST_F(Cli, BadInputGivesOneLineAndNoOutput) {
     EXPECT_NE(line.find(row.names), std::string::npos) << line;
     for (const char* output : {"o.png", "o.tiff", "r.json", "s/truth.json"}) EXPECT_FALSE(fs::exists(folder_ / output));
   }
+}
+
+// All frames but one are smeared, so that the base is known; its EXIF block is the one that the result carries.
+TEST_F(Cli, JpegResultCarriesTheExifOfTheBase) {
+  for (int32_t i = 0; i < 3; ++i) {
+    Picture frame = readPicture((folder_ / ("burst/frame0" + std::to_string(i) + ".png")).string());
+    if (i != 1) {
+      for (size_t at = frame.y.size() - 1; at >= 4; --at) {
+        frame.y[at] = static_cast<uint8_t>((frame.y[at] + frame.y[at - 1] + frame.y[at - 2] + frame.y[at - 3]) / 4);
+      }
+    }
+    frame.exif = makeExif(i + 3, true);
+    writePicture((folder_ / ("e" + std::to_string(i) + ".jpg")).string(), frame);
+  }
+  ASSERT_EQ(run("merge e0.jpg e1.jpg e2.jpg -o e.jpg --quality 90"), 0) << textOf(folder_ / "err");
+  const ExifOwner data = parseExif(readPicture((folder_ / "e.jpg").string()).exif);
+  EXPECT_EQ(exifNumber(data.get(), EXIF_TAG_ORIENTATION), 4);
+  EXPECT_EQ(exifNumber(data.get(), EXIF_TAG_PIXEL_X_DIMENSION), 640);
 }
 
 TEST_F(Cli, MergesComparesAndReports) {
@@ -121,6 +140,7 @@ TEST_F(Cli, KindsOfFilesAgree) {
       EXPECT_EQ(back.u, frames[i].u);
       EXPECT_EQ(back.v, frames[i].v);
     }
+    std::string input = "/dev/null";
     std::string arguments = "merge" + names + " --size 640x480 --format " + kind;
     if (kind == "y4m") {
       // One stream of three frames, through standard input.
@@ -130,9 +150,10 @@ TEST_F(Cli, KindsOfFilesAgree) {
         const std::string text = textOf(folder_ / name);
         stream << text.substr(text.find("FRAME"));
       }
-      arguments = "merge all.y4m";
+      arguments = "merge -";
+      input = "all.y4m";
     }
-    ASSERT_EQ(run(arguments + " -o result.i420"), 0) << textOf(folder_ / "err");
+    ASSERT_EQ(run(arguments + " -o result.i420", input), 0) << textOf(folder_ / "err");
     EXPECT_EQ(textOf(folder_ / "result.i420"), textOf(folder_ / "expected.i420"));
   }
 }
