@@ -9,7 +9,6 @@ TEST(Integer, IsqrtIsTheFloorOfTheRoot) {
     const int64_t root = isqrt(static_cast<int32_t>(n));
     ASSERT_TRUE(root >= 0 && root * root <= n && (root + 1) * (root + 1) > n) << n << " gives " << root;
   };
-  for (int64_t n = 0; n < 70000; ++n) check(n);
   for (int64_t root = 1; root <= 46340; ++root) {
     for (int64_t n = root * root - 1; n <= root * root + 1; ++n) check(n);
   }

@@ -35,6 +35,10 @@ struct Solver {
     EXPECT_EQ(MILsm_getFailureCode(&lsm, &code), ZELVAN_OK);
     return code;
   }
+  int32_t solve() {
+    EXPECT_EQ(MILsm_solve(&lsm), ZELVAN_OK);
+    return failure();
+  }
   Mvec8Real output(int32_t image = 1) {
     Mvec8Real out;
     EXPECT_EQ(MILsm_outputMvecReal(&lsm, &out, image), ZELVAN_OK);
@@ -49,8 +53,8 @@ struct Pair {
 };
 
 // A grid of points with their images under m, moved by noise of the given half width.
-std::vector<Pair> makePairs(const Mvec8Real& m, double noise, uint32_t seed = 7) {
-  std::mt19937 random(seed);
+std::vector<Pair> makePairs(const Mvec8Real& m, double noise) {
+  std::mt19937 random(7);
   std::uniform_real_distribution<double> shift(-noise, noise), weight(0.5, 2.0);
   std::vector<Pair> pairs;
   for (int i = 0; i < 70; ++i) {
@@ -93,53 +97,47 @@ double directCost(const std::vector<Pair>& pairs, const double* P, const double*
   return cost;
 }
 
+struct System {
+  double cost, matrix[256] = {}, gradient[16] = {};
+};
+
 TEST(ProjectiveMoments, GiveTheCostItsGradientAndMatrix) {
   const std::vector<Pair> pairs = makePairs(kMotions[3], 4.0);
   double m[kMomentCount] = {};
   for (const Pair& p : pairs) addMoments(m, p.x, p.y, p.X, p.Y, p.w);
-  const ProjectiveImage first = {{1.1, 0.1, -3, 0.05, 0.9, 8, 1e-3, -2e-3, 1}, 0};
-  const ProjectiveImage second = {{0.95, -0.1, 2, 0.1, 1.2, -5, -2e-3, 1e-3, 1}, 8};
-  const ProjectiveImage base = {{1, 0, 0, 0, 1, 0, 0, 0, 1}, 8};
-  for (const ProjectiveImage* other : {&base, &second}) {
-    const int n = other == &base ? 8 : 16;
-    double matrix[256] = {}, gradient[16] = {}, cost;
-    if (other == &base) {
-      addBaseMatrix(m, matrix, n);
-      addBaseGradient(m, first.matrix, gradient);
-      cost = baseCost(m, first.matrix);
-      double b[8];
-      baseRightHandSide(m, b);
-      for (int t = 0; t < 8; ++t) {
-        for (int u = 0; u < 8; ++u) b[t] -= matrix[8 * t + u] * first.matrix[u];
-        EXPECT_NEAR(-b[t] / gradient[t], 1.0, 1e-9);
+  for (const int n : {8, 16}) {  // against the base, and of two other images
+    const auto evaluate = [&](const double(&P)[2][9]) {
+      System s;
+      if (n == 16) {
+        ProjectiveImage images[2] = {{{}, 0}, {{}, 8}};
+        for (int i = 0; i < 2; ++i) std::copy_n(P[i], 9, images[i].matrix);
+        s.cost = addPair(m, images[0], images[1], s.matrix, n, s.gradient);
+      } else {
+        addBaseMatrix(m, s.matrix, n);
+        addBaseGradient(m, P[0], s.gradient);
+        s.cost = baseCost(m, P[0]);
       }
-    } else {
-      cost = addPair(m, first, second, matrix, n, gradient);
-    }
-    EXPECT_NEAR(cost / directCost(pairs, first.matrix, other->matrix), 1.0, 1e-10);
+      return s;
+    };
+    double P[2][9] = {{1.1, 0.1, -3, 0.05, 0.9, 8, 1e-3, -2e-3, 1}, {0.95, -0.1, 2, 0.1, 1.2, -5, -2e-3, 1e-3, 1}};
+    if (n == 8) std::copy_n(kIdentity.h, 9, P[1]);
+    const System here = evaluate(P);
+    EXPECT_NEAR(here.cost / directCost(pairs, P[0], P[1]), 1.0, 1e-10);
     for (int t = 0; t < n; ++t) {
-      // Along one parameter of either matrix the residuals are linear: the cost is a parabola with exact differences.
+      // In the parameters of one image the residuals are linear: the cost is a parabola, its gradient a line.
       const double h = t % 8 >= 6 ? 1e-3 : 1.0;
-      ProjectiveImage up[2] = {first, *other}, down[2] = {first, *other};
-      up[t / 8].matrix[t % 8] += h;
-      down[t / 8].matrix[t % 8] -= h;
-      const double above = directCost(pairs, up[0].matrix, up[1].matrix);
-      const double below = directCost(pairs, down[0].matrix, down[1].matrix);
-      EXPECT_NEAR(gradient[t] * 4 * h / (above - below), 1.0, 1e-6) << t;
-      EXPECT_NEAR(matrix[t * n + t] * 2 * h * h / (above - 2 * cost + below), 1.0, 1e-6) << t;
-      for (int u = 0; u < t; ++u) {
-        // The same parabola along both at once gives the mixed entry, within one image, where that is linear too.
-        EXPECT_NEAR(matrix[t * n + u], matrix[u * n + t], 1e-9 * std::fabs(matrix[t * n + u]));
-        if (u / 8 != t / 8) continue;
-        const double k = u % 8 >= 6 ? 1e-3 : 1.0;
-        up[t / 8].matrix[u % 8] += k;
-        down[t / 8].matrix[u % 8] -= k;
-        const double both = directCost(pairs, up[0].matrix, up[1].matrix) - 2 * cost +
-                            directCost(pairs, down[0].matrix, down[1].matrix);
-        const double separate = 2 * h * h * matrix[t * n + t] + 2 * k * k * matrix[u * n + u];
-        EXPECT_NEAR(both - separate, 4 * h * k * matrix[t * n + u], 1e-9 * separate) << t << " " << u;
-        up[t / 8].matrix[u % 8] -= k;
-        down[t / 8].matrix[u % 8] += k;
+      double& parameter = P[t / 8][t % 8];
+      const double kept = parameter;
+      parameter = kept - h;
+      const double below = directCost(pairs, P[0], P[1]);
+      parameter = kept + h;
+      EXPECT_NEAR(here.gradient[t] * 4 * h / (directCost(pairs, P[0], P[1]) - below), 1.0, 1e-6) << t;
+      const System there = evaluate(P);
+      parameter = kept;
+      for (int u = t / 8 * 8; u < t / 8 * 8 + 8; ++u) {
+        const double scale = std::sqrt(here.matrix[t * n + t] * here.matrix[u * n + u]);
+        EXPECT_NEAR((there.gradient[u] - here.gradient[u]) / h, here.matrix[t * n + u], 1e-8 * scale) << t << " " << u;
+        EXPECT_NEAR(here.matrix[u * n + t], here.matrix[t * n + u], 1e-8 * scale);
       }
     }
   }
@@ -150,13 +148,10 @@ TEST(ProjectiveMoments, IntegerProductsWrapOneByOne) {
   double m[kMomentCount] = {}, real[kMomentCount] = {};
   addMoments(m, x, y, X, Y, w);
   addMoments(real, double{x}, double{y}, double{X}, double{Y}, double{w});
-  int wrapped = 0;
   for (int i = 0; i < kMomentCount; ++i) {
     const int64_t exact = static_cast<int64_t>(real[i]);  // below 2^53
     EXPECT_EQ(m[i], static_cast<int32_t>(exact & 0xFFFFFFFF)) << i;
-    wrapped += m[i] != real[i];
   }
-  EXPECT_EQ(wrapped, 21);  // those of the third degree and more
 }
 
 TEST(MILsm, AllWaysToAddAgree) {
@@ -172,8 +167,7 @@ TEST(MILsm, AllWaysToAddAgree) {
         if (way == 2) MILsm_addReal(&s.lsm, 0, x, y, 1, X, Y, w);
         if (way == 3) MILsm_addReal(&s.lsm, 1, X, Y, 0, x, y, w);
       }
-      MILsm_solve(&s.lsm);
-      EXPECT_EQ(s.failure(), MILSM_CONVERGED);
+      EXPECT_EQ(s.solve(), MILSM_CONVERGED);
       results[way] = s.output();
     }
     EXPECT_GT(largestDistance(results[0], kIdentity), 1.0);
@@ -187,18 +181,14 @@ TEST(MILsm, RecoversKnownMotions) {
       for (double noise : {0.0, 0.3}) {
         Solver s(type);
         addPairs(&s.lsm, makePairs(motion, noise));
-        const uint32_t used = s.arena.used();
-        EXPECT_EQ(MILsm_solve(&s.lsm), ZELVAN_OK);
-        EXPECT_EQ(s.arena.used(), used);
-        EXPECT_EQ(s.failure(), MILSM_CONVERGED) << type << " " << noise;
+        EXPECT_EQ(s.solve(), MILSM_CONVERGED) << type << " " << noise;
         const Mvec8Real found = s.output();
         EXPECT_LT(largestDistance(found, motion), noise == 0.0 ? 1e-5 : 0.4) << type << " " << noise;
         Mvec8F32 fixedPoint;
         MILsm_outputMvec(&s.lsm, &fixedPoint, 1);
-        EXPECT_EQ(found.h[8], 1.0);
         for (int k = 0; k < 9; ++k) EXPECT_LE(std::fabs(fixedPoint.h[k] - found.h[k] * 32768), 0.5);
         // The solution is where the next solve starts; it must stay there.
-        MILsm_solve(&s.lsm);
+        EXPECT_EQ(s.solve(), MILSM_CONVERGED);
         EXPECT_LT(largestDistance(s.output(), found), 1e-6);
         MILsm_clear(&s.lsm);
         EXPECT_EQ(largestDistance(s.output(), kIdentity), 0.0);
@@ -215,56 +205,42 @@ TEST(MILsm8St, EndsAtTheMinimumOfThePenalisedCost) {
     Solver s;
     const double widths[8] = {1, 1, 1e10, 1, 1, 1e10, width, width};
     auto* record = static_cast<MILsm8St*>(s.lsm.impl);
-    EXPECT_EQ(MILsm8St_setRestraint(record, widths, 1), ZELVAN_OK);
+    if (width != 1e-3) MILsm8St_setRestraint(record, widths, 1);  // else the default
     const Mvec8Real prior = {{1, 0.02, 3, 0, 1, -2, 2e-4, 2e-4, 1}, {}};
     EXPECT_EQ(MILsm_setInitialMvecReal(&s.lsm, &prior, 1), ZELVAN_OK);
     addPairs(&s.lsm, pairs);
-    MILsm_solve(&s.lsm);
-    ASSERT_EQ(s.failure(), MILSM_CONVERGED) << width;
-    const auto logCost = [&](const double* p) {
-      const double P[9] = {p[0], p[1], p[2], p[3], p[4], p[5], p[6], p[7], 1};
-      double sum = std::log(directCost(pairs, P, kIdentity.h));
+    ASSERT_EQ(s.solve(), MILSM_CONVERGED) << width;
+    double p[9] = {0, 0, 0, 0, 0, 0, 0, 0, 1};
+    std::copy_n(record->parameters, 8, p);
+    const auto logCost = [&] {
+      double sum = std::log(directCost(pairs, p, kIdentity.h));
       for (int t = 0; t < 8; ++t) sum += std::pow((p[t] - record->centres[t]) / widths[t], 2);
       return sum;
     };
-    const double least = logCost(record->parameters);
+    const double least = logCost();
     for (int t = 0; t < 8; ++t) {
       for (double sign : {1.0, -1.0}) {
-        double p[8];
-        std::copy_n(record->parameters, 8, p);
-        p[t] += sign * (t >= 6 ? 1e-7 : t % 3 == 2 ? 1e-3 : 1e-5);
-        EXPECT_GT(logCost(p), least) << width << " " << t;
+        p[t] = record->parameters[t] + sign * (t >= 6 ? 1e-7 : t % 3 == 2 ? 1e-3 : 1e-5);
+        EXPECT_GT(logCost(), least) << width << " " << t;
       }
+      p[t] = record->parameters[t];
     }
-    const double distance =
-        std::hypot(record->parameters[6] - record->centres[6], record->parameters[7] - record->centres[7]);
+    const double distance = std::hypot(p[6] - record->centres[6], p[7] - record->centres[7]);
     EXPECT_LT(distance, previous);
     previous = distance;
   }
 }
 
 TEST(MILsm, DegenerateSetsFailAndNoPointsLeaveTheInitialMotion) {
-  struct {
-    int count, dx, dy;  // points on a line of this direction
-    int32_t failure8, failure8St;
-  } const cases[] = {{0, 0, 0, MILSM_FAIL_DIAGONAL, MILSM_FAIL_PIVOT},
-                     {30, 0, 0, MILSM_FAIL_PIVOT, MILSM_FAIL_PIVOT},
-                     {30, 3, 2, MILSM_FAIL_PIVOT, MILSM_FAIL_PIVOT}};
-  for (const auto& c : cases) {
-    for (int32_t type : {MILSM_8, MILSM_8ST}) {
+  for (int32_t type : {MILSM_8, MILSM_8ST}) {
+    for (int count : {0, 30}) {  // points on a line
       Solver s(type);
       MILsm_setInitialMvecReal(&s.lsm, &kMotions[2], 1);
       const Mvec8Real initial = s.output();
-      EXPECT_LT(largestDistance(initial, kMotions[2]), 1e-12);
-      for (int i = 0; i < c.count; ++i) {
-        MILsm_addReal(&s.lsm, 0, 8 + i * c.dx, 4 + i * c.dy, 1, 9 + i * c.dx, 6 + i * c.dy, 1);
-      }
+      for (int i = 0; i < count; ++i) MILsm_addReal(&s.lsm, 0, 8 + i * 3, 4 + i * 2, 1, 9 + i * 3, 6 + i * 2, 1);
       EXPECT_EQ(s.failure(), MILSM_NOT_SOLVED);
-      EXPECT_EQ(MILsm_solve(&s.lsm), ZELVAN_OK);
-      EXPECT_EQ(s.failure(), type == MILSM_8 ? c.failure8 : c.failure8St) << c.count << " " << c.dx;
-      if (c.count == 0) {
-        EXPECT_EQ(largestDistance(s.output(), initial), 0.0);
-      }
+      EXPECT_EQ(s.solve(), type == MILSM_8 && count == 0 ? MILSM_FAIL_DIAGONAL : MILSM_FAIL_PIVOT) << count;
+      EXPECT_TRUE(count != 0 || largestDistance(s.output(), initial) == 0.0);
     }
   }
 }
@@ -278,146 +254,76 @@ TEST(MILsm, InitialMotionsAreCheckedAndInverted) {
       EXPECT_EQ(MILsm_outputMvecReal(&s.lsm, &out, image), image == 0 ? ZELVAN_OK : ZELVAN_ERROR_PARAM);
       EXPECT_EQ(MILsm_addReal(&s.lsm, 1, 0, 0, image == 0 ? 1 : image, 0, 0, 1), ZELVAN_ERROR_PARAM);
     }
-    MILsm_setInitialMvecReal(&s.lsm, &kMotions[3], 2);
-    EXPECT_LT(largestDistance(s.output(2), kMotions[3]), 1e-9);
+    const Mvec8Real singular = {{1, 2, 3, 2, 4, 5, 0, 0, 1}, {}};  // leaves the motion before
+    for (const Mvec8Real* m : {&kMotions[3], &singular}) {
+      EXPECT_EQ(MILsm_setInitialMvecReal(&s.lsm, m, 2), ZELVAN_OK);
+      EXPECT_LT(largestDistance(s.output(2), kMotions[3]), 1e-9);
+    }
     EXPECT_EQ(largestDistance(s.output(1), kIdentity), 0.0);
-    EXPECT_EQ(largestDistance(s.output(0), kIdentity), 0.0);
-    const Mvec8Real singular = {{1, 2, 3, 2, 4, 5, 0, 0, 1}, {}};
-    EXPECT_EQ(MILsm_setInitialMvecReal(&s.lsm, &singular, 2), ZELVAN_OK);
-    EXPECT_LT(largestDistance(s.output(2), kMotions[3]), 1e-9);
     const Mvec8F32 fixedPoint = {{33000, -900, 5 << 15, 700, 32000, -(4 << 15), 2, -3, 32768}};
     Mvec8F32 back;
-    EXPECT_EQ(MILsm_setInitialMvec(&s.lsm, &fixedPoint, 1), ZELVAN_OK);
-    EXPECT_EQ(MILsm_outputMvec(&s.lsm, &back, 1), ZELVAN_OK);
+    EXPECT_EQ(MILsm_setInitialMvec(&s.lsm, &fixedPoint, 1) | MILsm_outputMvec(&s.lsm, &back, 1), ZELVAN_OK);
     EXPECT_EQ(std::memcmp(&back, &fixedPoint, sizeof back), 0);
-    if (type == MILSM_8ST) {
-      const auto* record = static_cast<MILsm8St*>(s.lsm.impl);
-      EXPECT_EQ(std::memcmp(record->centres, record->parameters, 16 * sizeof(double)), 0);
-    }
   }
 }
 
 // Three frames, of which the last is tied to the base through the others only.
 TEST(MILsm, LinksImagesThroughOthers) {
   for (int32_t type : {MILSM_8, MILSM_8ST}) {
-    Solver s(type, 4), grown(type, 2);
-    EXPECT_EQ(MILsm_changeImageNum(&grown.lsm, 1), ZELVAN_ERROR_PARAM);
-    for (int i = 0; i < 2; ++i) {
-      MILsm* lsm = i == 0 ? &s.lsm : &grown.lsm;
-      for (const Pair& p : makePairs(kIdentity, 0.0)) {
-        double X[4], Y[4];
-        for (int k = 0; k < 4; ++k) Mvec8Real_trans2DReal(&kMotions[k], &X[k], &Y[k], p.x, p.y);
-        EXPECT_EQ(MILsm_addReal(lsm, 0, X[0], Y[0], 1, X[1], Y[1], p.w), ZELVAN_OK);
-        if (i == 1 && p.x == 7 && p.y == 5) {
-          // The first point is in by now; growing must keep it, and shrinking what stays.
-          EXPECT_EQ(MILsm_changeImageNum(lsm, 6), ZELVAN_OK);
-          EXPECT_EQ(MILsm_changeImageNum(lsm, 4), ZELVAN_OK);
-          EXPECT_EQ(lsm->imageCount, 4);
-        }
-        MILsm_addReal(lsm, 2, X[2], Y[2], 0, X[0], Y[0], p.w);
-        MILsm_addReal(lsm, 2, X[2], Y[2], 1, X[1], Y[1], p.w);
-        MILsm_addReal(lsm, 3, X[3], Y[3], 1, X[1], Y[1], p.w);
-        MILsm_addReal(lsm, 2, X[2], Y[2], 3, X[3], Y[3], p.w);
+    Solver s(type, 4), copied(MILSM_8);
+    for (const Pair& p : makePairs(kIdentity, 0.0)) {
+      double X[4], Y[4];
+      for (int k = 0; k < 4; ++k) Mvec8Real_trans2DReal(&kMotions[k], &X[k], &Y[k], p.x, p.y);
+      for (const auto& [a, b] : {std::pair(0, 1), {2, 0}, {2, 1}, {3, 1}, {2, 3}}) {
+        EXPECT_EQ(MILsm_addReal(&s.lsm, a, X[a], Y[a], b, X[b], Y[b], p.w), ZELVAN_OK);
       }
-      MILsm_solve(lsm);
     }
-    EXPECT_EQ(s.failure(), MILSM_CONVERGED) << type;
-    Solver copied(MILSM_8);
-    MILsm_copy(&copied.lsm, &s.lsm);
-    EXPECT_EQ(copied.lsm.type, type);
-    EXPECT_EQ(copied.failure(), s.failure());
-    for (int k = 0; k < 4; ++k) {
-      const Mvec8Real found = s.output(k), other = grown.output(k), third = copied.output(k);
-      EXPECT_LT(largestDistance(found, kMotions[k]), 1e-5) << type << " " << k;
-      EXPECT_EQ(std::memcmp(&found, &other, sizeof found), 0);
-      EXPECT_EQ(std::memcmp(&found, &third, sizeof found), 0);
-    }
-    // Without its pairs the last frame hangs in the air.
-    MILsm_clearBlock(&s.lsm, 1, 3);
-    EXPECT_EQ(MILsm_solve(&s.lsm), ZELVAN_OK);
-    EXPECT_EQ(s.failure(), MILSM_CONVERGED);
-    MILsm_clearBlock(&s.lsm, 3, 2);
-    EXPECT_EQ(MILsm_solve(&s.lsm), ZELVAN_OK);
-    EXPECT_EQ(s.failure(), MILSM_FAIL_PIVOT);
+    EXPECT_EQ(MILsm_changeImageNum(&s.lsm, 1), ZELVAN_ERROR_PARAM);
+    EXPECT_EQ(MILsm_changeImageNum(&s.lsm, 6) | MILsm_changeImageNum(&s.lsm, 4), ZELVAN_OK);
+    EXPECT_EQ(MILsm_copy(&copied.lsm, &s.lsm), ZELVAN_OK);
+    EXPECT_EQ(copied.solve(), MILSM_CONVERGED) << type;
+    for (int k = 0; k < 4; ++k) EXPECT_LT(largestDistance(copied.output(k), kMotions[k]), 1e-5) << type << " " << k;
+    EXPECT_EQ(MILsm_clearBlock(&s.lsm, 1, 3) | MILsm_clearBlock(&s.lsm, 3, 2), ZELVAN_OK);
+    EXPECT_EQ(s.solve(), MILSM_FAIL_PIVOT) << "the last frame hangs in the air";
   }
 }
 
 TEST(MILsm, FrontAnswersWithoutImplementationOrSlot) {
-  TestArena arena;
-  MILsm lsm;
-  int32_t code;
-  Mvec8Real m = kIdentity;
-  Mvec8F32 q = {};
-  const auto callAll = [&] {
-    return std::vector<Status>{MILsm_clear(&lsm),
-                               MILsm_changeImageNum(&lsm, 3),
-                               MILsm_add(&lsm, 0, 0, 0, 1, 0, 0, 1),
-                               MILsm_addF32(&lsm, 0, 0, 0, 1, 0, 0, 1),
-                               MILsm_solve(&lsm),
-                               MILsm_outputMvec(&lsm, &q, 1),
-                               MILsm_outputMvecReal(&lsm, &m, 1),
-                               MILsm_getFailureCode(&lsm, &code),
-                               MILsm_clearBlock(&lsm, 0, 1),
-                               MILsm_copy(&lsm, &lsm),
-                               MILsm_addReal(&lsm, 0, 0, 0, 1, 0, 0, 1),
-                               MILsm_setInitialMvec(&lsm, &q, 1),
-                               MILsm_setInitialMvecReal(&lsm, &m, 1),
-                               MILsm_setCameraParam(&lsm, 640, 480, 61.0)};
+  Solver s(MILSM_8);
+  const auto expectAnswers = [&](Status solve, Status addReal, Status setInitial) {
+    EXPECT_EQ(MILsm_solve(&s.lsm), solve);
+    EXPECT_EQ(MILsm_addReal(&s.lsm, 0, 0, 0, 1, 0, 0, 1), addReal);
+    EXPECT_EQ(MILsm_setInitialMvecReal(&s.lsm, &kIdentity, 1), setInitial);
+    EXPECT_EQ(MILsm_setCameraParam(&s.lsm, 640, 480, 61.0), setInitial);
   };
-  EXPECT_EQ(construct_MILsm(&lsm, arena.env()), ZELVAN_OK);
-  EXPECT_EQ(callAll(), std::vector<Status>(14, ZELVAN_ERROR_STATE));
-  for (int32_t type : {-1, 6, 1000}) EXPECT_EQ(MILsm_init(&lsm, type, 2), ZELVAN_ERROR_PARAM);
-  for (int32_t type : {MILSM_8, MILSM_8ST}) {
-    EXPECT_EQ(MILsm_init(&lsm, type, 1), ZELVAN_ERROR_PARAM);
-    EXPECT_EQ(MILsm_solve(&lsm), ZELVAN_ERROR_STATE);
-    EXPECT_EQ(MILsm_init(&lsm, type, 2), ZELVAN_OK);
-    EXPECT_EQ(lsm.self, lsm.impl);
-    EXPECT_EQ(callAll(), std::vector<Status>(14, ZELVAN_OK));
-  }
+  expectAnswers(ZELVAN_OK, ZELVAN_OK, ZELVAN_OK);
   MILsmSlots fewest = {};
-  fewest.destruct = lsm.slots.destruct;
-  lsm.slots = fewest;
-  std::vector<Status> expected(14, ZELVAN_OK);
-  std::fill_n(expected.begin(), 10, ZELVAN_ERROR_STATE);
-  expected[10] = ZELVAN_ERROR_UNSUPPORTED;
-  EXPECT_EQ(callAll(), expected);
-  EXPECT_EQ(MILsm_memClear(&lsm), ZELVAN_OK);
-  EXPECT_EQ(arena.used(), 0u);
-  EXPECT_EQ(MILsm_solve(&lsm), ZELVAN_ERROR_STATE);
-  EXPECT_EQ(MILsm_init(&lsm, MILSM_8ST, 2), ZELVAN_OK);
-  EXPECT_EQ(destruct_MILsm(&lsm), ZELVAN_OK);
+  fewest.destruct = s.lsm.slots.destruct;
+  s.lsm.slots = fewest;
+  expectAnswers(ZELVAN_ERROR_STATE, ZELVAN_ERROR_UNSUPPORTED, ZELVAN_OK);
+  for (int32_t type : {-1, 6}) EXPECT_EQ(MILsm_init(&s.lsm, type, 2), ZELVAN_ERROR_PARAM);
+  expectAnswers(ZELVAN_ERROR_STATE, ZELVAN_ERROR_STATE, ZELVAN_ERROR_STATE);
+  EXPECT_EQ(MILsm_init(&s.lsm, MILSM_8ST, 1), ZELVAN_ERROR_PARAM);
 }
 
 // The arena gives out at every request of init, solve and changeImageNum in turn.
 TEST(MILsm, ExhaustedArenaIsReported) {
   for (int32_t type : {MILSM_8, MILSM_8ST, MILSM_8R}) {
     for (int step = 0; step < 3; ++step) {
-      int refused = 0;
-      for (Status status = ZELVAN_ERROR_NOMEM; status != ZELVAN_OK; ++refused) {
-        ASSERT_EQ(status, ZELVAN_ERROR_NOMEM);
+      Status status = ZELVAN_ERROR_NOMEM;
+      for (int room = 16; status != ZELVAN_OK; room += 48) {
         Solver s(type, 3);
-        if (step == 0) MILsm_memClear(&s.lsm);
-        MILsm_setCameraParam(&s.lsm, 160, 120, 61.0);
-        for (const Pair& p : makePairs(kIdentity, 0.0)) {
-          MILsm_addReal(&s.lsm, 0, p.x, p.y, 1, p.X, p.Y, p.w);
-          MILsm_addReal(&s.lsm, 0, p.x, p.y, 2, p.X, p.Y, p.w);
-        }
         Heap2* heap = &s.arena.env()->heap;
-        void* block = Heap2_malloc(heap, Heap2_getFreeSize(heap) - 16 - 48 * refused);
-        ASSERT_NE(block, nullptr);
+        if (step == 0) MILsm_memClear(&s.lsm);
+        void* block = Heap2_malloc(heap, Heap2_getFreeSize(heap) - room);
         status = step == 0   ? MILsm_init(&s.lsm, type, 3)
                  : step == 1 ? MILsm_solve(&s.lsm)
                              : MILsm_changeImageNum(&s.lsm, 4);
-        if (step == 1) {
-          EXPECT_EQ(s.failure(), status == ZELVAN_OK ? MILSM_CONVERGED : MILSM_FAIL_MEMORY);
-        }
+        ASSERT_EQ(status & ~ZELVAN_ERROR_NOMEM, 0u) << room;
+        ASSERT_EQ(step == 1 && s.failure() == MILSM_FAIL_MEMORY, step == 1 && status != ZELVAN_OK);
         Heap2_free(heap, block);
-        if (step > 0 && status != ZELVAN_OK) {
-          EXPECT_EQ(MILsm_solve(&s.lsm), ZELVAN_OK);
-          EXPECT_EQ(s.failure(), MILSM_CONVERGED);
-        }
+        EXPECT_EQ(MILsm_solve(&s.lsm), step == 0 && status != ZELVAN_OK ? ZELVAN_ERROR_STATE : ZELVAN_OK);
       }
-      EXPECT_GT(refused, 5) << type << " " << step;
     }
   }
 }

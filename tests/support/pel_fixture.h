@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "parallel/pel_kernel.h"
+#include "support/test_arena.h"
 
 // Yields until the condition holds; false after 20 seconds.
 template <typename Condition>
@@ -25,14 +26,8 @@ bool spinUntil(const Condition& condition) {
 
 class PelFixture : public testing::Test {
  protected:
-  PelFixture() : arena_(1 << 16), owned_(new Pel), pel(owned_.get()) {
-    EXPECT_EQ(construct_Env(&env_, arena_.data(), static_cast<uint32_t>(arena_.size())), ZELVAN_OK);
-    EXPECT_EQ(construct_Pel(pel, &env_), ZELVAN_OK);
-  }
-  ~PelFixture() override {
-    EXPECT_EQ(destruct_Pel(pel), ZELVAN_OK);
-    EXPECT_EQ(destruct_Env(&env_), ZELVAN_OK);  // fails on blocks in use
-  }
+  PelFixture() { EXPECT_EQ(construct_Pel(pel, arena_.env()), ZELVAN_OK); }
+  ~PelFixture() override { EXPECT_EQ(destruct_Pel(pel), ZELVAN_OK); }
 
   Status start(int32_t workers, int32_t callerIsWorker = 1, int32_t stealWork = 0) {
     pel->requested.numberOfWorkers = workers;
@@ -42,12 +37,11 @@ class PelFixture : public testing::Test {
   }
 
  private:
-  std::vector<unsigned char> arena_;
-  Env env_;
-  std::unique_ptr<Pel> owned_;
+  TestArena arena_{1 << 16};
+  std::unique_ptr<Pel> owned_{new Pel};
 
  protected:
-  Pel* const pel;
+  Pel* const pel = owned_.get();
 };
 
 #endif  // ZVT4_TESTS_SUPPORT_PEL_FIXTURE_H_
