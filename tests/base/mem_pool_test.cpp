@@ -29,6 +29,7 @@ TEST_F(MemPoolTest, PopsInOrderAndTakesEveryItemBack) {
   for (const auto& [itemSize, count] : {std::pair(1, 1), {2, 100}, {5, 1001}, {1000, 70}, {65537, 15}}) {
     ASSERT_EQ(MemPool_init(&pool_, itemSize, count), ZELVAN_OK);
     EXPECT_EQ(pool_.itemSize, std::max(itemSize, 4));
+    EXPECT_EQ(pool_.head, count & 0xFFF);  // item 0, and a tag that counts
     for (int32_t i = 0; i < count; ++i) ASSERT_EQ(pop(), item(i));
     EXPECT_EQ(pop(), nullptr);
     for (int32_t i = 0; i < count; ++i) ASSERT_EQ(MemPool_push(&pool_, item(i * 7 % count)), ZELVAN_OK);

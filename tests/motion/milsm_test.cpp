@@ -231,6 +231,22 @@ TEST(MILsm8St, EndsAtTheMinimumOfThePenalisedCost) {
   }
 }
 
+// A solve of six passes by the same formulas, evaluated outside this library in IEEE doubles: the order of every sum
+// and the number of passes show here.
+TEST(MILsm8St, GivesTheSameBitsEverywhere) {
+  constexpr double kExpected[8] = {0x1.f1def010b4f62p-1,   -0x1.419cc04eac7cbp-6, -0x1.013c8244e8f32p+1,
+                                   -0x1.c7b7aa900e60ep-8,  0x1.fb519ae6c5977p-1,  0x1.5967bd39d4bf9p-2,
+                                   -0x1.2a9e0dd0f16c7p-13, -0x1.75ab989ab90bap-12};
+  Solver s;
+  for (int i = 0; i < 12; ++i) {
+    const double x = i * 13 % 97, y = i * 29 % 61;
+    MILsm_addReal(&s.lsm, 0, x, y, 1, x + 2 + i % 3, y - 1 + i % 2, 1 + i % 2);
+  }
+  EXPECT_EQ(s.solve(), MILSM_CONVERGED);
+  const double* parameters = static_cast<MILsm8St*>(s.lsm.impl)->parameters;
+  for (int t = 0; t < 8; ++t) EXPECT_EQ(parameters[t], kExpected[t]) << t;
+}
+
 TEST(MILsm, DegenerateSetsFailAndNoPointsLeaveTheInitialMotion) {
   for (int32_t type : {MILSM_8, MILSM_8ST}) {
     for (int count : {0, 30}) {  // points on a line

@@ -99,6 +99,7 @@ TEST(ParallelExecutor, EveryTaskBandAndIndexRunsOnce) {
       EXPECT_EQ(pool.arena.used(), idle);
       EXPECT_EQ(ParallelExecutor_join(executor), ZELVAN_OK) << "with no tasks";
     }
+    EXPECT_EQ(bandStart(1, 64, 65), 2);
     for (const int32_t height : {1, 63, 65, 1001}) {
       Rows rows(static_cast<size_t>(height));
       const auto band = [&](int32_t i) { return Band{&rows, bandStart(i, n, height), bandStart(i + 1, n, height)}; };
