@@ -23,9 +23,10 @@ struct Footprint {
   Footprint(int32_t i, int32_t from, int32_t to) {
     const int64_t begin = ((int64_t{from} << 15) * i - 1) / to;
     const int64_t end = begin + (int64_t{from} << 15) / to;
-    first = static_cast<int32_t>(begin >> 15);
+    const int64_t inside = std::max<int64_t>(begin, 0);  // a single destination sample begins at -1
+    first = static_cast<int32_t>(inside >> 15);
     last = std::min(static_cast<int32_t>(end >> 15), from - 1);
-    firstWeight = 256 - static_cast<int32_t>((begin >> 7) & 255);
+    firstWeight = 256 - static_cast<int32_t>((inside >> 7) & 255);
     lastWeight = static_cast<int32_t>((end >> 7) & 255);
     total = first == last ? firstWeight : firstWeight + 256 * int64_t{last - first - 1} + lastWeight;
   }

@@ -38,6 +38,9 @@ TEST(Shrink, IsTheMeanOfTheArea) {
         ASSERT_NEAR(dst.row(0, y)[x], boxMean(src, x * sx, y * sy, (x + 1) * sx, (y + 1) * sy), 3.0) << w << ' ' << x;
       }
     }
+    for (int32_t y = 0; y < 24; ++y) std::fill_n(src.row(0, y), 40, uint8_t{254});  // nothing from outside comes in
+    ASSERT_EQ(ImageProc_shrinkImage(&proc, &dst, &src), ZELVAN_OK);
+    EXPECT_EQ(dst.row(0, 0)[0], 254) << w;
   }
   TestImage small(8, 8, IMAGE_UINT8);
   TestImage big(9, 8, IMAGE_UINT8);
