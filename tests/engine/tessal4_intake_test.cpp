@@ -142,25 +142,25 @@ TEST(Tessal4Intake, AutoScalingCropsToWhatAllFramesShow) {
     EngineRig engine(640, 480, 5, params);
     engine->trackedAtIntake = 1;
     engine->motions[1] = shiftBy(-10.75, 0);  // left becomes 10
-    engine->motions[2] = shiftBy(0, 7.25);    // bottom becomes 472
+    engine->motions[2] = shiftBy(0, 11.25);   // bottom becomes 468
     engine->motions[3] = shiftBy(-50, 0);     // too little overlap
     engine->motions[4] = shiftBy(0, -20);
     engine->trackFailure[4] = 1;
     ASSERT_EQ(Tessal4_solve(engine.get(), 0), ZELVAN_OK);
     EXPECT_EQ(engine->motionInvalid[1] + engine->motionInvalid[2], 0);
     EXPECT_EQ(engine->motionInvalid[3] + engine->motionInvalid[4], 2);
-    // 630 x 472 of 640 x 480: the height decides, 629.33 x 472 about the centre (325, 236).
-    const double ratio = 472.0 / 480.0;
-    EXPECT_EQ(engine->cropLeft, 10);
+    // 630 x 468 of 640 x 480: the height decides, 624 x 468 about the centre (325, 234), on even pixels.
+    const double ratio = 468.0 / 480.0;
+    EXPECT_EQ(engine->cropLeft, 14);
     EXPECT_EQ(engine->cropTop, 0);
-    EXPECT_EQ(engine->cropRight, 638);
-    EXPECT_EQ(engine->cropBottom, 472);
-    const double expected[9] = {ratio, 0, 10, 0, ratio, 0, 0, 0, 1};
+    EXPECT_EQ(engine->cropRight, 636);
+    EXPECT_EQ(engine->cropBottom, 468);
+    const double expected[9] = {ratio, 0, 14, 0, ratio, 0, 0, 0, 1};
     for (int32_t k = 0; k < 9; ++k) EXPECT_NEAR(engine->cropMotion.h[k], expected[k], 1e-12);
     double x = 0;
     double y = 0;
     Mvec8Real_trans2DReal(&engine->motions[1], &x, &y, 100, 60);
-    EXPECT_NEAR(x, uncropped != 0 ? 100 - 10.75 : ratio * 100 + 10 - 10.75, 1e-9);
+    EXPECT_NEAR(x, uncropped != 0 ? 100 - 10.75 : ratio * 100 + 14 - 10.75, 1e-9);
     EXPECT_NEAR(y, uncropped != 0 ? 60 : ratio * 60, 1e-9);
   }
 }
