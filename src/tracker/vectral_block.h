@@ -68,8 +68,8 @@ Status VectralBlock_getFuncTbl(VectralBlockFuncTbl* table, int32_t blockType) ZV
 // init: ZELVAN_ERROR_GENERAL unless the window lies in the image.
 // alignment: visits a square spiral round the whole-pixel part of the prediction; the candidate of least cost wins, the
 //   earlier one on a tie. A prediction closer to the border than range + 3 is returned as it came.
-// alignmentWithRel: the same winner, and *rel = the margin of the second lowest cost over the
-//   lowest, in grey levels summed over the block, rounded up, 0 to 255. rel may be null.
+// alignmentWithRel: the same winner, and *rel = the margin of the second lowest cost over the lowest, in grey levels
+//   summed over the block, rounded up, 0 to 255. rel may be null.
 // evalCandidate: costs one candidate; takes it into bestX, bestY, bestCost if it is strictly better. Candidates whose
 //   window leaves the image are ignored.
 Status VectralBlockBM7x7_init(void* block, const Image* image, int32_t x, int32_t y, int32_t strength)
@@ -84,8 +84,8 @@ Status VectralBlockBM7x7_evalCandidate(const void* block, const Image* image, in
 
 // Inverse compositional alignment: Gauss-Newton on a diagonal Hessian with the gradients of the template, so that a
 // step takes only the correlation of the gradients with the image, interpolated bilinearly between four whole-pixel
-// sums. init: the caller leaves a margin of 4 pixels round (x, y). ZELVAN_ERROR_GENERAL for flat blocks and for edges,
-// where
+// sums.
+// init: the caller leaves a margin of 4 pixels round (x, y). ZELVAN_ERROR_GENERAL for flat blocks and for edges, where
 //   one direction has more than 32 times the energy of the other.
 // alignment: up to 20 steps of at most one pixel, until one changes nothing. Lost when the corner of the window leaves
 //   the range or the image, when two positions alternate, or when the steps run out. rel is not used.

@@ -3,7 +3,6 @@
 
 #include "base/integer.h"
 #include "image/image_conv.h"
-#include "parallel/bands.h"
 #include "tracker/vectral_util.h"
 
 namespace {
@@ -20,19 +19,20 @@ struct Rows {
   int32_t end;
 };
 
-// Runs the first `count` sixteenths of the rows, never more between two joins than the task queue holds.
+// Runs the first `count` sixteenths of the rows, never more between two joins than the task queue holds. A sixteenth
+// that the executor refuses stays undone and shows in the status.
 template <Status (*Body)(Rows*)>
 Status forkSixteenths(ParallelExecutor* executor, int32_t count, const Rows& all) {
-  const int32_t height = all.dst->height;
+  const int64_t height = all.dst->height;
   const int32_t group = executor == nullptr ? kSixteenths : std::max(ParallelExecutor_getNumberOfBands(executor), 1);
   Status status = ZELVAN_OK;
-  for (int32_t first = 0; first < count; first += group) {
-    status |= forkBands<Rows, Body>(executor, std::min(group, count - first), [&](int32_t i) {
-      Rows rows = all;
-      rows.begin = static_cast<int32_t>(int64_t{first + i} * height / kSixteenths);
-      rows.end = static_cast<int32_t>(int64_t{first + i + 1} * height / kSixteenths);
-      return rows;
-    });
+  for (int32_t k = 0; k < count; ++k) {
+    Rows rows = all;
+    rows.begin = static_cast<int32_t>(k * height / kSixteenths);
+    rows.end = static_cast<int32_t>((k + 1) * height / kSixteenths);
+    status |= ParallelExecutor_fork(
+        executor, [](void* block) { return Body(static_cast<Rows*>(block)); }, &rows, sizeof(rows));
+    if ((k + 1) % group == 0 || k + 1 == count) status |= ParallelExecutor_join(executor);
   }
   return status;
 }
@@ -97,8 +97,11 @@ bool windowFits(const Image* dst, const Image* src, const ImageRect* rect, int32
 }
 
 Status shrinkWhole(Image* dst, const Image* src, const ImageRect* rect, int32_t r, ParallelExecutor* executor) {
-  const bool direct = executor != nullptr && r > 1 && hasLumaPlane(src->format);
-  const int32_t reach = r == 1 ? 0 : r == 2 ? 1 : r < 5 ? 2 : direct ? r - 1 : 0;
+  const bool planar = hasLumaPlane(src->format);
+  const bool direct = executor != nullptr && r > 1 && planar;
+  // How far a block is read: two or four taps of a luma plane, its corner only, or all of it.
+  const bool corner = planar && !direct && r >= 5;
+  const int32_t reach = corner ? 0 : planar && r < 5 ? std::min(r - 1, 2) : r - 1;
   if (!windowFits(dst, src, rect, r << 15, reach)) return ZELVAN_ERROR_PARAM;
   if (!direct) {
     // The window that dst covers: Image_toYUint8Shrink would give dst the size of another one.

@@ -1,32 +1,53 @@
-// A textured scene that can be photographed under any motion, and a tracker over an arena of its own.
+// Pictures that are known between the pixels, and a tracker over an arena of its own.
 #ifndef ZVT4_TESTS_TRACKER_VECTRAL_SCENE_H_
 #define ZVT4_TESTS_TRACKER_VECTRAL_SCENE_H_
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <vector>
 
 #include "support/test_arena.h"
+#include "support/test_executor.h"
 #include "support/test_image.h"
 #include "tracker/vectral.h"
 
+template <typename Value>
+void drawPixels(Image* image, const Value& value) {
+  for (int32_t y = 0; y < image->height; ++y) {
+    for (int32_t x = 0; x < image->width; ++x) imageRow(image, y)[x] = static_cast<uint8_t>(value(x, y));
+  }
+}
+template <typename Want>
+void expectPixels(const Image& image, const Want& want) {
+  for (int32_t y = 0; y < image.height; ++y) {
+    for (int32_t x = 0; x < image.width; ++x) ASSERT_EQ(imageRow(&image, y)[x], want(x, y)) << x << ' ' << y;
+  }
+}
+
+// Waves without edges, for tracking by parts of a pixel: what is at p without a shift is at p + shift.
+inline void drawTexture(Image* image, double shiftX, double shiftY, double offset = 0.0) {
+  drawPixels(image, [&](double x, double y) {
+    x -= shiftX, y -= shiftY;
+    const double waves = 40 * std::sin(0.61 * x + 0.23 * y) + 35 * std::sin(0.17 * x - 0.52 * y + 1.0);
+    return std::lround(128 + offset + waves + 25 * std::sin(0.09 * x * std::cos(0.031 * y) + 0.45 * y));
+  });
+}
+
 // Value noise of a few sizes, sharpened to blobs with soft edges: strong corners everywhere, and it never repeats.
 inline double sceneAt(double x, double y) {
-  const auto lattice = [](int64_t i, int64_t j, uint32_t salt) {
-    uint32_t h = static_cast<uint32_t>(i) * 0x9E3779B1u ^ static_cast<uint32_t>(j) * 0x85EBCA77u ^ salt;
-    h = (h ^ h >> 15) * 0x2C1B3C6Du;
-    h = (h ^ h >> 12) * 0x297A2D39u;
-    return (h >> 8 & 0xFFFF) / 65536.0 - 0.5;
-  };
   double value = 0;
   for (const double size : {9.0, 17.0, 37.0}) {
-    const double u = x / size, v = y / size;
-    const auto i = static_cast<int64_t>(std::floor(u)), j = static_cast<int64_t>(std::floor(v));
-    const double fx = u - static_cast<double>(i), fy = v - static_cast<double>(j);
-    const auto salt = static_cast<uint32_t>(size);
-    const double top = lattice(i, j, salt) * (1 - fx) + lattice(i + 1, j, salt) * fx;
-    const double bottom = lattice(i, j + 1, salt) * (1 - fx) + lattice(i + 1, j + 1, salt) * fx;
-    value += top * (1 - fy) + bottom * fy;
+    const double i = std::floor(x / size), j = std::floor(y / size), fx = x / size - i, fy = y / size - j;
+    const auto lattice = [&](double u, double v) {
+      auto h = static_cast<uint32_t>(static_cast<int64_t>(u * 40503 + v * 94906249 + size * 7919));
+      h = (h ^ h >> 15) * 0x2C1B3C6Du;
+      h = (h ^ h >> 12) * 0x297A2D39u;
+      return (h >> 8 & 0xFFFF) / 65536.0 - 0.5;
+    };
+    value += (lattice(i, j) * (1 - fx) + lattice(i + 1, j) * fx) * (1 - fy) +
+             (lattice(i, j + 1) * (1 - fx) + lattice(i + 1, j + 1) * fx) * fy;
   }
   return 128 + 120 * std::tanh(4 * value);
 }
@@ -35,6 +56,13 @@ inline Mvec8Real sceneMotion(double dx, double dy, double degrees = 0, double zo
   const double c = zoom * std::cos(degrees * M_PI / 180), s = zoom * std::sin(degrees * M_PI / 180);
   return {{c, -s, dx, s, c, dy, 0, 0, 1}, {}};
 }
+inline const Mvec8Real kIdentity = sceneMotion(0, 0);
+
+inline std::array<double, 2> movedPoint(const Mvec8Real& motion, double x, double y) {
+  double u, v;
+  Mvec8Real_trans2DReal(&motion, &u, &v, x, y);
+  return {u, v};
+}
 
 // What the camera sees after the motion, which maps base to frame; step: scene units per pixel.
 class SceneImage : public TestImage {
@@ -42,30 +70,19 @@ class SceneImage : public TestImage {
   SceneImage(int32_t w, int32_t h, const Mvec8Real& motion, double step = 1) : TestImage(w, h, IMAGE_UINT8, 1, 3) {
     Mvec8Real back;
     Mvec8Real_inv(&back, &motion);
-    for (int32_t y = 0; y < h; ++y) {
-      for (int32_t x = 0; x < w; ++x) {
-        double u, v;
-        Mvec8Real_trans2DReal(&back, &u, &v, x * step, y * step);
-        row(0, y)[x] = static_cast<uint8_t>(sceneAt(u, v));
-      }
-    }
+    drawPixels(this, [&](double x, double y) {
+      const auto [u, v] = movedPoint(back, x * step, y * step);
+      return sceneAt(u, v);
+    });
   }
 };
 
-inline void fillFlat(const Image& image, uint8_t value) {
-  for (int32_t y = 0; y < image.height; ++y) std::memset(imageRow(&image, y), value, static_cast<size_t>(image.width));
-}
-
 // Largest distance between two motions over a frame, in pixels.
-inline double motionError(const Mvec8Real& a, const Mvec8Real& b, int32_t w, int32_t h) {
+inline double motionError(const Mvec8Real& a, const Mvec8Real& b, int32_t w = 640, int32_t h = 480) {
   double worst = 0;
-  for (int32_t y = 0; y <= h; y += h / 4) {
-    for (int32_t x = 0; x <= w; x += w / 4) {
-      double ax, ay, bx, by;
-      Mvec8Real_trans2DReal(&a, &ax, &ay, x, y);
-      Mvec8Real_trans2DReal(&b, &bx, &by, x, y);
-      worst = std::fmax(worst, std::hypot(ax - bx, ay - by));
-    }
+  for (int32_t i = 0; i < 25; ++i) {
+    const auto p = movedPoint(a, w / 4 * (i % 5), h / 4 * (i / 5)), q = movedPoint(b, w / 4 * (i % 5), h / 4 * (i / 5));
+    worst = std::max(worst, std::hypot(p[0] - q[0], p[1] - q[1]));
   }
   return worst;
 }
@@ -73,12 +90,13 @@ inline double motionError(const Mvec8Real& a, const Mvec8Real& b, int32_t w, int
 // Set up as the engine does, but for what a test changes before init().
 class TestTracker : public Vectral {
  public:
-  TestTracker() {
+  explicit TestTracker(uint32_t arenaSize = 8u << 20) : arena_(arenaSize) {
     EXPECT_EQ(construct_Vectral(this, arena_.env()), ZELVAN_OK);
     solveMode = VECTRAL_SOLVE_TWO_PASS;
     minResoArea = 2000;
     maxFeatPnt = 96;
     lsmType = MILSM_8ST;
+    fullResLsmType = MILSM_8ST;
     normalizeBase = 0;
     coarseRange = 0;
   }
@@ -96,7 +114,7 @@ class TestTracker : public Vectral {
   }
 
  private:
-  TestArena arena_{8u << 20};
+  TestArena arena_;
 };
 
 #endif  // ZVT4_TESTS_TRACKER_VECTRAL_SCENE_H_
