@@ -1,10 +1,13 @@
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <map>
 #include <memory>
 
 #include "commands.h"
+#include "file_io.h"
 #include "image_file.h"
+#include "image_file_kinds.h"
 #include "options.h"
 #include "truth.h"
 
@@ -34,6 +37,45 @@ std::string numbered(const char* stem, size_t i, const std::string& ending) {
   return name;
 }
 
+// For a PNG that reads back as the same 4:2:0 planes, but for rounding and clipping: the usual way to RGB blends each
+// chroma sample with its neighbours, which would take half of the chroma noise away.
+RgbPicture rgbOfPlanes(const Picture& picture) {
+  RgbPicture rgb{picture.width, picture.height, {}};
+  rgb.pixels.reserve(3 * picture.y.size());
+  for (size_t i = 0; i < picture.y.size(); ++i) {
+    const size_t x = i % static_cast<size_t>(picture.width);
+    const size_t y = i / static_cast<size_t>(picture.width);
+    const size_t pair = y / 2 * static_cast<size_t>(picture.chromaWidth()) + x / 2;
+    const double u = picture.u[pair] - 128.0;
+    const double v = picture.v[pair] - 128.0;
+    for (const double offset : {1.402 * v, -0.344136 * u - 0.714136 * v, 1.772 * u}) {
+      rgb.pixels.push_back(static_cast<uint8_t>(std::clamp(picture.y[i] + offset + 0.5, 0.0, 255.0)));
+    }
+  }
+  return rgb;
+}
+
+void write(const std::string& path, const Picture& picture) {
+  if (endingOf(path) == "png") {
+    writeFile(path, encodePng(path, rgbOfPlanes(picture)));
+  } else {
+    writePicture(path, picture);
+  }
+}
+
+// Makes the folder. Frames of an earlier burst would be taken for frames of this one; other files are left alone.
+void prepareFolder(const std::filesystem::path& folder) {
+  std::error_code failed;
+  std::filesystem::create_directories(folder, failed);
+  if (failed) throw Error(folder.string(), "cannot be made: " + failed.message());
+  if (!std::filesystem::exists(folder / "truth.json", failed)) return;
+  for (const TruthFrame& frame : readTruth(folder.string()).frames) {
+    for (const std::filesystem::path name : {frame.file, frame.clean}) {
+      if (name == name.filename()) std::filesystem::remove(folder / name, failed);
+    }
+  }
+}
+
 void run(const Options& o, const CLI::App& command) {
   Simulation s = o.simulation;
   const PictureSize size = parseSize(o.size);
@@ -52,9 +94,7 @@ void run(const Options& o, const CLI::App& command) {
     throw Error(o.scene, "is smaller than the frames of " + o.size);
   }
   const RgbPicture foreign = s.foreignFrame ? builtInScene(s.width, s.height, s.seed + 7919) : RgbPicture{};
-  std::error_code failed;
-  std::filesystem::create_directories(o.folder, failed);
-  if (failed) throw Error(o.folder, "cannot be made: " + failed.message());
+  prepareFolder(o.folder);
 
   const SimulatedBurst burst = simulateBurst(scene, foreign, s);
   Truth truth;
@@ -65,8 +105,8 @@ void run(const Options& o, const CLI::App& command) {
   for (size_t i = 0; i < burst.frames.size(); ++i) {
     const SimulatedFrame& frame = burst.frames[i];
     truth.frames.push_back({numbered("frame", i, o.frameFormat), numbered("clean", i, "png"), frame.motion});
-    writePicture(o.folder + "/" + truth.frames[i].file, frame.noisy);
-    writePicture(o.folder + "/" + truth.frames[i].clean, frame.clean);
+    write(o.folder + "/" + truth.frames[i].file, frame.noisy);
+    write(o.folder + "/" + truth.frames[i].clean, frame.clean);
   }
   writeTruth(truth, o.builtIn ? "built-in" : o.scene, s, burst);
 }
@@ -96,12 +136,20 @@ void addSimulateCommand(CLI::App& app) {
   command->add_option("--rotation", o->simulation.rotation, "Shake: largest rotation, in degrees")
       ->check(CLI::Range(0.0, 10.0));
   command->add_option("--zoom", o->simulation.zoom, "Shake: largest change of scale")->check(CLI::Range(0.0, 0.1));
-  command->add_option("--blurred-frame", o->simulation.blurredFrame, "This frame is blurred by motion")
+  command
+      ->add_option("--blurred-frame", o->simulation.blurredFrame,
+                   "This frame is blurred by motion (frame 2 unless told)")
+      ->expected(0, 1)
+      ->default_str("2")
       ->check(CLI::Range(0, 9));
   command->add_option("--blur-length", o->simulation.blurLength, "Length of that blur in pixels (default 9)")
       ->check(CLI::Range(1.0, 100.0));
   command->add_flag("--moving-object", o->simulation.movingObject, "An object crosses the scene");
-  command->add_option("--foreign-frame", o->simulation.foreignFrame, "This frame shows another scene")
+  command
+      ->add_option("--foreign-frame", o->simulation.foreignFrame,
+                   "This frame shows another scene (frame 3 unless told)")
+      ->expected(0, 1)
+      ->default_str("3")
       ->check(CLI::Range(0, 9));
   command->add_option("--frame-format", o->frameFormat, "png, jpg or nv21 (default png)")
       ->check(CLI::IsMember({"png", "jpg", "nv21"}))

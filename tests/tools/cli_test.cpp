@@ -158,5 +158,26 @@ TEST_F(Cli, KindsOfFilesAgree) {
   }
 }
 
+// PNG frames carry the noise of the chroma planes undiminished, and a second run leaves no frame of the first.
+TEST_F(Cli, SimulatedFramesAreTheSameInAnyKind) {
+  const std::string again = "simulate --built-in -o again --size 640x480 --seed 2 --frame-format nv21 --frames ";
+  ASSERT_EQ(run(again + "3"), 0) << textOf(folder_ / "err");
+  const Picture png = readPicture((folder_ / "burst/frame01.png").string());
+  const Picture raw = readPicture((folder_ / "again/frame01.nv21").string(), RawLayout{640, 480, "nv21"});
+  for (const auto plane : {&Picture::y, &Picture::u, &Picture::v}) {
+    double square = 0;
+    for (size_t i = 0; i < (png.*plane).size(); ++i) {
+      const double d = static_cast<double>((png.*plane)[i]) - (raw.*plane)[i];
+      square += d * d;
+    }
+    EXPECT_LT(square / static_cast<double>((png.*plane).size()), 4) << "the noise has a mean square near 100";
+  }
+  write("again/frame00.png", "not of a burst that truth.json tells of");
+  ASSERT_EQ(run(again + "2"), 0) << textOf(folder_ / "err");
+  EXPECT_TRUE(fs::exists(folder_ / "again/frame01.nv21"));
+  EXPECT_FALSE(fs::exists(folder_ / "again/frame02.nv21"));
+  EXPECT_TRUE(fs::exists(folder_ / "again/frame00.png"));
+}
+
 }  // namespace
 }  // namespace tool
