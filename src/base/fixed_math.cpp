@@ -108,10 +108,11 @@ void reverse(void* word) {
 }  // namespace
 
 int32_t getCOS(int32_t angle) {
-  // |angle| x 32 in steps of 65536 to a circle of pi / 2 x 4: x 2 / pi, by 0xA2F9836E / 2^32.
-  const uint64_t scaled = static_cast<uint64_t>(angle < 0 ? -int64_t{angle} : int64_t{angle}) * 32;
-  const uint64_t steps = ((scaled * 0xA2F9836Eu) >> 32) >> 6;      // 65536 to the circle
-  const uint32_t step = static_cast<uint32_t>(steps >> 4) & 4095;  // entries, 4096 to the circle
+  // |angle| x 32 is Q20; times 2 / pi, as 0xA2F9836E / 2^32, it counts quarter circles, of which 2^14 steps each
+  // remain.
+  const uint64_t magnitude = static_cast<uint64_t>(angle < 0 ? -int64_t{angle} : int64_t{angle});
+  const uint64_t steps = (magnitude * 0xA2F9836Eu) >> (32 - 5 + 6);  // 65536 to the circle
+  const uint32_t step = static_cast<uint32_t>(steps >> 4) & 4095;    // entries, 4096 to the circle
   const uint32_t quarter = step / kQuarter;
   const uint32_t at = step % kQuarter;
   const int32_t value = (quarter & 1) == 0 ? kCosine[at] : kCosine[kQuarter - at];

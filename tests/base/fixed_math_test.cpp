@@ -24,6 +24,7 @@ TEST(FixedMath, FollowsTheRealFunctions) {
     if (std::abs(cosine) < 3000) continue;
     ASSERT_NEAR(mi_lsm_tan(a), std::tan(x) * 32768, 400.0) << a;
   }
+  EXPECT_NEAR(getCOS(INT32_MIN), std::cos(65536.0) * 32768, 80.0);
   for (int32_t v = 0; v <= 1024; ++v) ASSERT_NEAR(getASIN(v), std::asin(v / 1024.0) * 32768, 0.6);
   EXPECT_EQ(getASIN(1025), 0);
   EXPECT_EQ(mi_lsm_asin(32768), std::lround(std::asin(1.0) * 32768));

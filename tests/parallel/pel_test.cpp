@@ -113,7 +113,7 @@ TEST_F(PelTest, NullPelRunsInTheCallerAndABlankOneNothing) {
   }
 }
 
-TEST_F(PelTest, ParamsHooksAndThreadLimit) {
+TEST_F(PelTest, ParamsAndThreadLimit) {
   PelParams params = {};
   EXPECT_EQ(Pel_getParams(nullptr, &params), ZELVAN_OK);
   EXPECT_EQ(params.numberOfWorkers, 1);
@@ -121,18 +121,13 @@ TEST_F(PelTest, ParamsHooksAndThreadLimit) {
   EXPECT_EQ(pel->requested.numberOfWorkers, 0);
   EXPECT_EQ(start(17, 0), ZELVAN_ERROR_PARAM);
 
-  std::atomic<int32_t> hooks{0};
   pel->requested.affinityMask = 0xF0;
-  pel->requested.hookArgument = &hooks;
-  pel->requested.threadStartHook = [](void* argument) { *static_cast<std::atomic<int32_t>*>(argument) += 1; };
-  pel->requested.threadEndHook = [](void* argument) { *static_cast<std::atomic<int32_t>*>(argument) += 100; };
   EXPECT_EQ(start(17), ZELVAN_OK);
   for (int32_t i = 0; i < 32; ++i) EXPECT_EQ(pel->processorList[i], 7 - i % 4);
   EXPECT_EQ(Pel_resetParams(pel), ZELVAN_OK);
   EXPECT_EQ(Pel_getParams(pel, &params), ZELVAN_OK);
   EXPECT_EQ(params.numberOfWorkers, 17);
   EXPECT_EQ(Pel_recycle(pel) | Pel_recycle(pel), ZELVAN_OK);
-  EXPECT_EQ(hooks, 16 * 101);
 }
 
 Status checkPinned(std::atomic<int32_t>* faults, int32_t, const PelContext* context) {
