@@ -55,7 +55,9 @@ void addPoints(MILsm* lsm, int32_t i, int32_t j, double noise) {
     double ax, ay, bx, by;
     Mvec8Real_trans2DReal(&first, &ax, &ay, 180 + 40 * (k % 8), 140 + 40 * (k / 8));
     Mvec8Real_trans2DReal(&second, &bx, &by, 180 + 40 * (k % 8), 140 + 40 * (k / 8));
-    EXPECT_EQ(MILsm_addReal(lsm, i, ax, ay, j, bx + shift(random), by + shift(random), weight(random)), ZELVAN_OK);
+    // One after the other: compilers differ in the order of arguments.
+    const double dx = shift(random), dy = shift(random), w = weight(random);
+    EXPECT_EQ(MILsm_addReal(lsm, i, ax, ay, j, bx + dx, by + dy, w), ZELVAN_OK);
   }
 }
 
@@ -75,7 +77,9 @@ TEST(MILsm8R, RecoversRotations) {
         const Mvec8Real found = copied.output(k), expected = motionOf(k);
         for (int i = 0; i < 3; ++i) EXPECT_NEAR(found.angles[i], kAngles[k][i], noise == 0.0 ? 1e-9 : 1e-3);
         for (int i = 0; i < 9; ++i) {
-          EXPECT_NEAR(found.h[i], expected.h[i], (noise == 0.0 ? 1e-9 : 1e-2) * (1 + std::fabs(expected.h[i])));
+          // An angle's error of 1e-3 shifts the picture by that share of the focal length.
+          const double noisy = i == 2 || i == 5 ? 0.5 : 1e-2 * (1 + std::fabs(expected.h[i]));
+          EXPECT_NEAR(found.h[i], expected.h[i], noise == 0.0 ? 1e-9 * (1 + std::fabs(expected.h[i])) : noisy);
         }
       }
     }
