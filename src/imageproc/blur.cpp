@@ -2,8 +2,8 @@
 
 #include "base/raw_double.h"
 #include "imageproc/plane_view.h"
+#include "imageproc/pool_rows.h"
 #include "imageproc/resize.h"
-#include "imageproc/row_slices.h"
 #include "imageproc/separable_rows.h"
 
 namespace {
@@ -12,11 +12,6 @@ constexpr double kFinalSigma = 1.8;
 constexpr double kFinalVariance = 3.24;
 constexpr int32_t kSmallestHalved = 33;
 constexpr float kSmallestTap = 0.00024414063f;
-
-bool isUsable(const ImageProc* proc, const Image* dst, const Image* src) {
-  return proc != nullptr && dst != nullptr && src != nullptr && dst->width > 0 && dst->height > 0 &&
-         dst->width == src->width && dst->height == src->height;
-}
 
 // ---------------------------------------------------------------------------------------------------- direct Gaussian
 
@@ -76,29 +71,25 @@ void gaussDown(const GaussJob& job, int32_t begin, int32_t end) {
   }
 }
 
-template <int32_t kChannels>
-Status gaussPlane(ImageProc* proc, Image* dst, const Image* src, double sigma) {
+template <int32_t kChannels, typename Context>
+Status gaussPlane(Context* proc, Image* dst, const Image* src, double sigma) {
   const int32_t width = dst->width;
   const int32_t height = dst->height;
   const ScopedBlock<int16_t> scratch(proc->env, static_cast<size_t>(width) * height * kChannels);
   if (!scratch) return ZELVAN_ERROR_NOMEM;
   const GaussJob job = {dst, src, scratch.data(), gaussTapsForSide(sigma, std::min(width, height))};
-  if (const Status s = forkRowSlices<GaussJob, gaussAcross<kChannels>>(proc->executor, job, height); s != ZELVAN_OK) {
-    return s;
-  }
-  return forkRowSlices<GaussJob, gaussDown<kChannels>>(proc->executor, job, height);
+  if (const Status s = runRows<GaussJob, gaussAcross<kChannels>>(proc, job, height); s != ZELVAN_OK) return s;
+  return runRows<GaussJob, gaussDown<kChannels>>(proc, job, height);
 }
 
-// ----------------------------------------------------------------------------------------------- planes, and halving
-
-using Blur = Status (*)(ImageProc* proc, Image* dst, const Image* src, double sigma);
+// ------------------------------------------------------------------------------------------------------------- planes
 
 bool hasPlanes(int32_t format) {
-  return format == IMAGE_YUV422_PLANAR || format == IMAGE_YUV420_PLANAR || format == IMAGE_YUV420_SEMIPLANAR ||
-         format == IMAGE_YVU420_SEMIPLANAR;
+  return Image_isYuvPlanar(format) != 0 || Image_isYuvSemiplanar(format) != 0 || Image_isYvuSemiplanar(format) != 0;
 }
 
-Status blurPlanes(ImageProc* proc, Image* dst, const Image* src, double lumaSigma, double chromaSigma, Blur blur) {
+template <typename Context, typename Blur>
+Status blurPlanes(Context* proc, Image* dst, const Image* src, double lumaSigma, double chromaSigma, Blur blur) {
   const auto plane = [&](ViewInit init, double sigma) {
     return onPlaneViews(proc->env, dst, src, init, [&](Image* d, const Image* s) { return blur(proc, d, s, sigma); });
   };
@@ -108,37 +99,85 @@ Status blurPlanes(ImageProc* proc, Image* dst, const Image* src, double lumaSigm
   return plane(Image_initSubImageV, chromaSigma);
 }
 
-Status blurThroughHalf(ImageProc* proc, Image* dst, const Image* src, double sigma) {
+template <typename Context>
+Status directBlur(Context* proc, Image* dst, const Image* src, double sigma) {
+  if (!isUsablePair(proc, dst, src)) return ZELVAN_ERROR_PARAM;
+  if (dst->format != src->format) return refusedFormat(proc);
+  if (hasPlanes(src->format)) return blurPlanes(proc, dst, src, sigma, sigma, directBlur<Context>);
+  switch (src->format) {
+    case IMAGE_UINT8:
+      return gaussPlane<1>(proc, dst, src, sigma);
+    case IMAGE_UINT88:
+      return gaussPlane<2>(proc, dst, src, sigma);
+    case IMAGE_RGB888:
+      return gaussPlane<3>(proc, dst, src, sigma);
+    default:
+      return refusedFormat(proc);
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------- by way of halves
+
+Status resize(ImageProc* proc, Image* dst, const Image* src) {
+  return ImageProc_resizeImage(proc, dst, src);
+}
+Status resize(ImageProc2* proc, Image* dst, const Image* src) {
+  return ImageProc2_resizeImage(proc, dst, src);
+}
+
+template <typename Context>
+Status wideBlur(Context* proc, Image* dst, const Image* src, double sigma);
+
+template <typename Context>
+Status blurThroughHalf(Context* proc, Image* dst, const Image* src, double sigma) {
   const double rest = RawDouble_sqrt(sigma * sigma - kFinalVariance);
   {
     ScopedImage halved(proc->env);
     if (const Status s = Image_init(&halved, src->width / 2, src->height / 2, nullptr, src->format); s != ZELVAN_OK) {
       return s;
     }
-    if (const Status s = ImageProc_resizeImage(proc, &halved, src); s != ZELVAN_OK) return s;
-    if (const Status s = ImageProc_pgaussBlur(proc, &halved, &halved, rest * 0.5); s != ZELVAN_OK) return s;
-    if (const Status s = ImageProc_resizeImage(proc, dst, &halved); s != ZELVAN_OK) return s;
+    if (const Status s = resize(proc, &halved, src); s != ZELVAN_OK) return s;
+    if (const Status s = wideBlur(proc, &halved, &halved, rest * 0.5); s != ZELVAN_OK) return s;
+    if (const Status s = resize(proc, dst, &halved); s != ZELVAN_OK) return s;
   }
-  return ImageProc_gaussBlur2(proc, dst, dst, kFinalSigma);
+  return directBlur(proc, dst, dst, kFinalSigma);
+}
+
+template <typename Context>
+Status wideBlur(Context* proc, Image* dst, const Image* src, double sigma) {
+  if (!isUsablePair(proc, dst, src)) return ZELVAN_ERROR_PARAM;
+  if (dst->format != src->format) return refusedFormat(proc);
+  if (hasPlanes(src->format)) {
+    const bool fullChroma = Image_isYuv444(src->format) != 0;
+    return blurPlanes(proc, dst, src, sigma, fullChroma ? sigma : sigma * 0.5, wideBlur<Context>);
+  }
+  if (sigma > kFinalSigma && std::min(src->width, src->height) >= kSmallestHalved && src->format != IMAGE_RGB888) {
+    return blurThroughHalf(proc, dst, src, sigma);
+  }
+  return directBlur(proc, dst, src, sigma);
 }
 
 }  // namespace
 
 Status ImageProc_pgaussBlur(ImageProc* proc, Image* dst, const Image* src, double sigma) {
-  if (!isUsable(proc, dst, src)) return ZELVAN_ERROR_PARAM;
-  if (dst->format != src->format) return ZELVAN_ERROR_GENERAL;
-  if (hasPlanes(src->format)) return blurPlanes(proc, dst, src, sigma, sigma * 0.5, ImageProc_pgaussBlur);
-  if (sigma > kFinalSigma && std::min(src->width, src->height) >= kSmallestHalved) {
-    return blurThroughHalf(proc, dst, src, sigma);
-  }
-  return ImageProc_gaussBlur2(proc, dst, src, sigma);
+  return wideBlur(proc, dst, src, sigma);
+}
+Status ImageProc_gaussBlur2(ImageProc* proc, Image* dst, const Image* src, double sigma) {
+  return directBlur(proc, dst, src, sigma);
+}
+Status ImageProc2_pgaussBlur(ImageProc2* proc, Image* dst, const Image* src, double sigma) {
+  return wideBlur(proc, dst, src, sigma);
+}
+Status ImageProc2_gaussBlur(ImageProc2* proc, Image* dst, const Image* src, double sigma) {
+  return directBlur(proc, dst, src, sigma);
 }
 
-Status ImageProc_gaussBlur2(ImageProc* proc, Image* dst, const Image* src, double sigma) {
-  if (!isUsable(proc, dst, src)) return ZELVAN_ERROR_PARAM;
-  if (dst->format != src->format) return ZELVAN_ERROR_GENERAL;
-  if (hasPlanes(src->format)) return blurPlanes(proc, dst, src, sigma, sigma, ImageProc_gaussBlur2);
-  if (src->format == IMAGE_UINT8) return gaussPlane<1>(proc, dst, src, sigma);
-  if (src->format == IMAGE_UINT88) return gaussPlane<2>(proc, dst, src, sigma);
-  return ZELVAN_ERROR_GENERAL;
+int32_t ImageProc2_getBufferSizeForGaussBlur(int32_t width, int32_t height) {
+  return wrapMul(wrapMul(width, height), 6);
+}
+
+int32_t ImageProc2_getBufferSizeForPgaussBlur(int32_t width, int32_t height) {
+  const int32_t halved = wrapMul(wrapMul(width / 2, height / 2), 2);
+  const int32_t resized = wrapAdd(halved, ImageProc2_getBufferSizeForResizeImage(width, height));
+  return std::max(ImageProc2_getBufferSizeForGaussBlur(width, height), resized);
 }

@@ -6,15 +6,9 @@
 
 #include "base/integer.h"
 #include "imageproc/plane_view.h"
-#include "imageproc/row_slices.h"
-#include "parallel/pel_rows.h"
+#include "imageproc/pool_rows.h"
 
 namespace {
-
-bool isUsable(const void* proc, const Image* dst, const Image* src) {
-  return proc != nullptr && dst != nullptr && src != nullptr && dst->width > 0 && dst->height > 0 &&
-         dst->width == src->width && dst->height == src->height;
-}
 
 // Sliding sums along a line of count items that lie step apart. The first sum stands on the repeated edge; then the
 // entering item is added and the leaving one subtracted.
@@ -88,35 +82,29 @@ Status box(Context* proc, Image* dst, const Image* src, int32_t radius, int32_t 
   if (!scratch) return ZELVAN_ERROR_NOMEM;
   const BoxJob<Out> job = {dst, src, scratch.data(), radius, 32768 / window};
   using Job = BoxJob<Out>;
-  Status status;
-  if constexpr (std::is_same_v<Context, ImageProc>) {
-    status = forkRowSlices<Job, boxAcross<In, Out, Finish, kChannels>>(proc->executor, job, src->height);
-    if (status == ZELVAN_OK) status = forkRowSlices<Job, boxDown<Out, Finish, kChannels>>(proc->executor, job, line);
-  } else {
-    status = executeRows<Job, boxAcross<In, Out, Finish, kChannels>>(proc->pel, job, src->height);
-    if (status == ZELVAN_OK) status = executeRows<Job, boxDown<Out, Finish, kChannels>>(proc->pel, job, line);
+  if (const Status s = runRows<Job, boxAcross<In, Out, Finish, kChannels>>(proc, job, src->height); s != ZELVAN_OK) {
+    return s;
   }
-  return status;
+  return runRows<Job, boxDown<Out, Finish, kChannels>>(proc, job, line);
 }
 
 template <typename Context>
-Status boxMean(Context* proc, Image* dst, const Image* src, int32_t window, Status refused) {
-  if (!isUsable(proc, dst, src) || window < 1) return ZELVAN_ERROR_PARAM;
-  if (dst->format != src->format) return refused;
+Status boxMean(Context* proc, Image* dst, const Image* src, int32_t window) {
+  if (!isUsablePair(proc, dst, src) || window < 1) return ZELVAN_ERROR_PARAM;
+  if (dst->format != src->format) return refusedFormat(proc);
   const int32_t radius = (window - 1) >> 1;
-  const int32_t count = 2 * radius + 1;
   switch (src->format) {
     case IMAGE_UINT8:
-      return box<uint8_t, uint8_t, Mean, 1>(proc, dst, src, radius, count);
+      return box<uint8_t, uint8_t, Mean, 1>(proc, dst, src, radius, window);
     case IMAGE_UINT88:
-      return box<uint8_t, uint8_t, Mean, 2>(proc, dst, src, radius, count);
+      return box<uint8_t, uint8_t, Mean, 2>(proc, dst, src, radius, window);
     case IMAGE_YUV420_SEMIPLANAR:
     case IMAGE_YVU420_SEMIPLANAR:
       break;
     default:
-      return refused;
+      return refusedFormat(proc);
   }
-  const auto again = [&](Image* d, const Image* s) { return boxMean(proc, d, s, window, refused); };
+  const auto again = [&](Image* d, const Image* s) { return boxMean(proc, d, s, window); };
   const Status status = onPlaneViews(proc->env, dst, src, Image_initSubImageY, again);
   return status != ZELVAN_OK ? status : onPlaneViews(proc->env, dst, src, Image_initSubImageUV, again);
 }
@@ -178,26 +166,22 @@ void filterRows(const FilterJob& job, int32_t begin, int32_t end) {
 }
 
 template <typename Filter, typename Context>
-Status filter3x3(Context* proc, Image* dst, const Image* src, Status refused) {
-  if (!isUsable(proc, dst, src)) return ZELVAN_ERROR_PARAM;
-  if (dst->format != IMAGE_UINT8 || src->format != IMAGE_UINT8) return refused;
+Status filter3x3(Context* proc, Image* dst, const Image* src) {
+  if (!isUsablePair(proc, dst, src)) return ZELVAN_ERROR_PARAM;
+  if (dst->format != IMAGE_UINT8 || src->format != IMAGE_UINT8) return refusedFormat(proc);
   ScopedImage copy(proc->env);
   if (dst->plane0 == src->plane0) {
     if (const Status s = Image_copy(&copy, src); s != ZELVAN_OK) return s;
     src = &copy;
   }
   const FilterJob job = {dst, src};
-  if constexpr (std::is_same_v<Context, ImageProc>) {
-    return forkRowSlices<FilterJob, filterRows<Filter>>(proc->executor, job, src->height);
-  } else {
-    return executeRows<FilterJob, filterRows<Filter>>(proc->pel, job, src->height);
-  }
+  return runRows<FilterJob, filterRows<Filter>>(proc, job, src->height);
 }
 
 }  // namespace
 
 Status ImageProc_boxSum(ImageProc* proc, Image* dst, const Image* src, int32_t window) {
-  if (!isUsable(proc, dst, src) || window < 1) return ZELVAN_ERROR_PARAM;
+  if (!isUsablePair(proc, dst, src) || window < 1) return ZELVAN_ERROR_PARAM;
   const int32_t radius = window / 2;
   switch (dst->format << 8 | src->format) {
     case IMAGE_UINT16 << 8 | IMAGE_UINT8:
@@ -218,43 +202,47 @@ Status ImageProc_boxSum2(ImageProc* proc, Image* dst, const Image* src, int32_t 
 }
 
 Status ImageProc_boxBlur(ImageProc* proc, Image* dst, const Image* src, int32_t window) {
-  return boxMean(proc, dst, src, window, ZELVAN_ERROR_GENERAL);
+  return boxMean(proc, dst, src, window);
 }
 
 Status ImageProc_boxBlur2(ImageProc* proc, Image* dst, const Image* src, int32_t window) {
-  return boxMean(proc, dst, src, window, ZELVAN_ERROR_GENERAL);
+  return boxMean(proc, dst, src, window);
 }
 
 Status ImageProc2_boxBlur(ImageProc2* proc, Image* dst, const Image* src, int32_t window) {
   if (window > 0 && window % 2 == 0) return ZELVAN_ERROR_UNSUPPORTED;
-  return boxMean(proc, dst, src, window, ZELVAN_ERROR_UNSUPPORTED);
+  return boxMean(proc, dst, src, window);
 }
 
 int32_t ImageProc2_getBufferSizeForBoxBlur(int32_t width, int32_t height) {
-  return static_cast<int32_t>(int64_t{width} * height * 2);
+  return wrapMul(wrapMul(width, height), 2);
+}
+
+int32_t ImageProc2_getBufferSizeForFilter3x3(int32_t width, int32_t height) {
+  return Image_getSize(width, height, IMAGE_UINT8, 0);
 }
 
 Status ImageProc_filterAveraging3x3(ImageProc* proc, Image* dst, const Image* src) {
-  return filter3x3<Average3x3>(proc, dst, src, ZELVAN_ERROR_GENERAL);
+  return filter3x3<Average3x3>(proc, dst, src);
 }
 Status ImageProc_filterMax3x3(ImageProc* proc, Image* dst, const Image* src) {
-  return filter3x3<Max3x3>(proc, dst, src, ZELVAN_ERROR_GENERAL);
+  return filter3x3<Max3x3>(proc, dst, src);
 }
 Status ImageProc_filterMin3x3(ImageProc* proc, Image* dst, const Image* src) {
-  return filter3x3<Min3x3>(proc, dst, src, ZELVAN_ERROR_GENERAL);
+  return filter3x3<Min3x3>(proc, dst, src);
 }
 Status ImageProc_filterMedian3x3(ImageProc* proc, Image* dst, const Image* src) {
-  return filter3x3<Median3x3>(proc, dst, src, ZELVAN_ERROR_GENERAL);
+  return filter3x3<Median3x3>(proc, dst, src);
 }
 Status ImageProc_filterSharpen(ImageProc* proc, Image* dst, const Image* src) {
-  return filter3x3<Sharpen3x3>(proc, dst, src, ZELVAN_ERROR_GENERAL);
+  return filter3x3<Sharpen3x3>(proc, dst, src);
 }
 Status ImageProc_filterLaplacian(ImageProc* proc, Image* dst, const Image* src) {
-  return filter3x3<Laplacian3x3>(proc, dst, src, ZELVAN_ERROR_GENERAL);
+  return filter3x3<Laplacian3x3>(proc, dst, src);
 }
 Status ImageProc2_filterMax3x3(ImageProc2* proc, Image* dst, const Image* src) {
-  return filter3x3<Max3x3>(proc, dst, src, ZELVAN_ERROR_UNSUPPORTED);
+  return filter3x3<Max3x3>(proc, dst, src);
 }
 Status ImageProc2_filterMin3x3(ImageProc2* proc, Image* dst, const Image* src) {
-  return filter3x3<Min3x3>(proc, dst, src, ZELVAN_ERROR_UNSUPPORTED);
+  return filter3x3<Min3x3>(proc, dst, src);
 }

@@ -30,8 +30,8 @@ Status ImageProc_setParallelExecutor(ImageProc* proc, ParallelExecutor* executor
     ZVT4_NAME(ImageProc_setParallelExecutor);
 Status construct_ImageProc2(ImageProc2* proc, Env* env) ZVT4_NAME(construct_ImageProc2);
 Status destruct_ImageProc2(ImageProc2* proc) ZVT4_NAME(destruct_ImageProc2);
-// Arena bytes that the kernels of an ImageProc2 may hold at once for images up to this size. The resize is the
-// hungriest of them, whatever the format.
+// Arena bytes that a resize may hold at once for images up to this size, whatever the format. The kernels that need
+// scratch of the size of the picture have getBufferSize functions of their own.
 int32_t ImageProc2_getBufferSize(int32_t width, int32_t height, int32_t format) ZVT4_NAME(ImageProc2_getBufferSize);
 }
 

@@ -1,9 +1,12 @@
-// The two row functions of a separable filter on 8-bit samples. The row pass leaves 8-bit values with five fraction
-// bits in 16-bit words; the column pass takes the mean of such rows back to 8 bits.
+// The two row functions of a separable filter on 8-bit or 16-bit samples. The row pass leaves the samples with five
+// fraction bits, in 16-bit words for 8-bit samples and in 32-bit words for 16-bit ones; the column pass takes the mean
+// of such rows back to samples.
 #ifndef ZVT4_IMAGEPROC_SEPARABLE_ROWS_H_
 #define ZVT4_IMAGEPROC_SEPARABLE_ROWS_H_
 
 #include <algorithm>
+#include <limits>
+#include <type_traits>
 
 #include "base/integer.h"
 
@@ -14,34 +17,43 @@ struct SymmetricTaps {
   int32_t taps[2 * kMostRadius + 1];
 };
 
-// out[x] = (kRound + sum of taps[t] x rows[t][x]) >> kShift, an 8-bit result kept to 255. Sums fit 32 bits: samples
-// below 2^13 by taps that sum to about 2^15. One row function for both directions: along a row, rows[t] are the same
-// row at t pixels further. Two samples with one tap are added first.
+// What the row pass leaves of a sample, and what holds the sums over such words.
+template <typename Sample>
+using FilteredSample = std::conditional_t<sizeof(Sample) == 1, int16_t, int32_t>;
+template <typename In>
+using TapSum = std::conditional_t<sizeof(In) <= 2, int32_t, int64_t>;
+
+// out[x] = (kRound + sum of taps[t] x rows[t][x]) >> kShift, kept to the largest sample if Out is one. One row function
+// for both directions: along a row, rows[t] are the same row at t pixels further. Two samples with one tap are added
+// first.
 template <int32_t kShift, int32_t kRound, typename Out, typename In>
 void filterRow(Out* __restrict out, const In* const* rows, const SymmetricTaps& kernel, int32_t count) {
+  using Sum = TapSum<In>;
   constexpr int32_t kBlock = 256;
   const int32_t radius = kernel.radius;
   for (int32_t x = 0; x < count; x += kBlock) {
     const int32_t n = std::min(kBlock, count - x);
-    int32_t sums[kBlock];
+    Sum sums[kBlock];
     const In* centre = rows[radius] + x;
-    for (int32_t i = 0; i < n; ++i) sums[i] = kRound + kernel.taps[radius] * centre[i];
+    for (int32_t i = 0; i < n; ++i) sums[i] = kRound + Sum{kernel.taps[radius]} * centre[i];
     for (int32_t t = 0; t < radius; ++t) {
       const In* before = rows[t] + x;
       const In* after = rows[2 * radius - t] + x;
-      const int32_t tap = kernel.taps[t];
+      const Sum tap = kernel.taps[t];
       for (int32_t i = 0; i < n; ++i) sums[i] += tap * (before[i] + after[i]);
     }
     for (int32_t i = 0; i < n; ++i) {
-      const int32_t value = sums[i] >> kShift;
-      out[x + i] = static_cast<Out>(sizeof(Out) == 1 ? std::min(value, 255) : value);
+      const Sum value = sums[i] >> kShift;
+      out[x + i] =
+          static_cast<Out>(std::is_unsigned_v<Out> ? std::min<Sum>(value, std::numeric_limits<Out>::max()) : value);
     }
   }
 }
 
 // The row pass: interleaved channels are filtered apart, pixels beyond the ends repeat the edge pixel.
-template <int32_t kRound, int32_t kChannels>
-void filterAcross(int16_t* __restrict out, const uint8_t* src, const SymmetricTaps& kernel, int32_t width) {
+template <int32_t kRound, int32_t kChannels, typename Sample>
+void filterAcross(FilteredSample<Sample>* __restrict out, const Sample* src, const SymmetricTaps& kernel,
+                  int32_t width) {
   constexpr int32_t kShift = 10;  // 15 bits of the taps but for five fraction bits
   const int32_t radius = kernel.radius;
   const int32_t inner = std::min(radius, width);          // first pixel with all neighbours
@@ -53,13 +65,13 @@ void filterAcross(int16_t* __restrict out, const uint8_t* src, const SymmetricTa
         for (int32_t t = -radius; t <= radius; ++t) {
           sum += kernel.taps[radius + t] * src[clampInt(x + t, 0, width - 1) * kChannels + c];
         }
-        out[x * kChannels + c] = static_cast<int16_t>(sum >> kShift);
+        out[x * kChannels + c] = static_cast<FilteredSample<Sample>>(sum >> kShift);
       }
     }
   };
   edges(0, inner);
   if (outer > inner) {
-    const uint8_t* rows[2 * SymmetricTaps::kMostRadius + 1];
+    const Sample* rows[2 * SymmetricTaps::kMostRadius + 1];
     for (int32_t t = 0; t <= 2 * radius; ++t) rows[t] = src + t * kChannels;
     filterRow<kShift, kRound>(out + inner * kChannels, rows, kernel, (outer - inner) * kChannels);
   }
@@ -67,8 +79,9 @@ void filterAcross(int16_t* __restrict out, const uint8_t* src, const SymmetricTa
 }
 
 // The column pass: (sum of taps[t] x rows[t][x] + half) >> 20.
-inline void filterDown(uint8_t* __restrict out, const int16_t* const* rows, const SymmetricTaps& kernel,
-                       int32_t count) {
+template <typename Sample>
+void filterDown(Sample* __restrict out, const FilteredSample<Sample>* const* rows, const SymmetricTaps& kernel,
+                int32_t count) {
   filterRow<20, 0x80000>(out, rows, kernel, count);
 }
 

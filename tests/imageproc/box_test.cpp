@@ -31,7 +31,7 @@ TEST(Box, SumsAndMeansOfTheWindow) {
     const auto rowMean = [&](int32_t x, int32_t y, int32_t r) {
       int32_t sum = 0;
       for (int32_t i = -r; i <= r; ++i) sum += pixel(src, x + i, y);
-      return (sum * (32768 / (2 * r + 1)) + 16384) >> 15;
+      return (sum * (32768 / window) + 16384) >> 15;
     };
     for (int32_t y = 0; y < 12; ++y) {
       for (int32_t x = 0; x < 17; ++x) {
@@ -43,7 +43,7 @@ TEST(Box, SumsAndMeansOfTheWindow) {
         const int32_t r = (window - 1) / 2;
         int32_t down = 0;
         for (int32_t j = -r; j <= r; ++j) down += rowMean(x, std::clamp(y + j, 0, 11), r);
-        ASSERT_EQ(mean.row(0, y)[x], (down * (32768 / (2 * r + 1)) + 16384) >> 15);
+        ASSERT_EQ(mean.row(0, y)[x], (down * (32768 / window) + 16384) >> 15);
       }
     }
     EXPECT_EQ(ImageProc2_boxBlur(&proc2, &twin, &src, window), window % 2 == 0 ? ZELVAN_ERROR_UNSUPPORTED : ZELVAN_OK);
