@@ -57,6 +57,12 @@ class EngineRig {
     for (int32_t i = 0; i < count; ++i) EXPECT_EQ(Tessal4_setImage(get(), &frames[i], i), ZELVAN_OK);
   }
 
+  // The first count frames, in the order of their ids.
+  void merge(int32_t count) {
+    constexpr int32_t kOrder[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
+    EXPECT_EQ(Tessal4_merge(get(), frames, kOrder, count), ZELVAN_OK);
+  }
+
   Image frames[10] = {};
   Image output = {};
 
@@ -66,15 +72,6 @@ class EngineRig {
   std::unique_ptr<Tessal4> engine_;
   std::vector<Frame> storage_;
 };
-
-inline std::vector<uint8_t> pixels(const Image& image) {  // of plane 0
-  const ImagePlaneDescriptor& plane = imageFormatDescriptor(image.format).planes[0];
-  std::vector<uint8_t> all;
-  for (int32_t y = 0; y < image.height; ++y) {
-    all.insert(all.end(), imageRow(&image, y), imageRow(&image, y) + image.width * plane.bytes);
-  }
-  return all;
-}
 
 // Luma and the pairs of whole 2x2 blocks of a semi-planar image.
 inline std::vector<uint8_t> picture(const Image& image) {

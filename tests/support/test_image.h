@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "image/image.h"
+#include "support/golden.h"
 
 class TestImage : public Image {
  public:
@@ -51,6 +52,7 @@ class TestImage : public Image {
   // Pixels, padding and guards; for two images of one shape.
   bool sameBytes(const TestImage& other) const { return bytes_ == other.bytes_; }
   bool unchanged() const { return bytes_ == before_; }
+  void addTo(test::Hash* hash) const { hash->bytes(bytes_.data(), bytes_.size()); }  // likewise all bytes
   // Whether all bytes but the pixels are those of the beginning.
   bool guardsUnchanged() const {
     std::vector<uint8_t> now = bytes_;
