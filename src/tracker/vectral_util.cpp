@@ -7,6 +7,7 @@
 #include "base/raw_double.h"
 #include "motion/camera.h"
 #include "motion/milsm.h"
+#include "motion/similar_transform.h"
 
 namespace {
 
@@ -71,14 +72,7 @@ Status VectralUtil_similarTransform(Mvec8Real* dst, const Mvec8Real* src, const 
   if (dst == nullptr || src == nullptr) return ZELVAN_ERROR_PARAM;
   const double left = rect != nullptr ? rect->left : 0;
   const double top = rect != nullptr ? rect->top : 0;
-  const Mvec8Real outward = {{scale, 0, left, 0, scale, top, 0, 0, 1}, {}};
-  const Mvec8Real inward = {{1 / scale, 0, -left / scale, 0, 1 / scale, -top / scale, 0, 0, 1}, {}};
-  const Mvec8Real& first = inverse != 0 ? outward : inward;
-  const Mvec8Real& last = inverse != 0 ? inward : outward;
-  Mvec8Real product = {};
-  Status status = Mvec8Real_mult(&product, src, &first);
-  status |= Mvec8Real_mult(dst, &last, &product);
-  return status | Mvec8Real_normalize(dst, dst);
+  return similarTransform(dst, src, left, top, scale, inverse != 0);
 }
 
 Status VectralUtil_rotationMatrix(double* matrix, double a, double b, double c) {
