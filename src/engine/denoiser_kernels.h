@@ -17,9 +17,9 @@ struct Tap {
 };
 
 // 32768 / n, truncated; 0 for n = 0.
-inline constexpr std::array<uint16_t, 256> kReciprocal = [] {
-  std::array<uint16_t, 256> table = {};
-  for (int32_t n = 1; n < 256; ++n) table[static_cast<size_t>(n)] = static_cast<uint16_t>(32768 / n);
+inline constexpr std::array<uint16_t, 512> kReciprocal = [] {
+  std::array<uint16_t, 512> table = {};
+  for (int32_t n = 1; n < 512; ++n) table[static_cast<size_t>(n)] = static_cast<uint16_t>(32768 / n);
   return table;
 }();
 
@@ -55,7 +55,7 @@ struct LumaKind {
   int32_t count;
 };
 const LumaKind& lumaKind(int32_t kind);
-inline constexpr int32_t kMaxCentreWeight = 255 - 24;  // with all taps of any kind n stays within the table
+inline constexpr int32_t kMaxCentreWeight = 255 - 24;  // with all taps of any kind n stays within a byte
 
 // The thresholded mean of luma at (x, y): taps nearer to the reference than the threshold, and the centre k times.
 template <bool Clamp>

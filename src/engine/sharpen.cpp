@@ -2,27 +2,12 @@
 
 #include <cstring>
 
-#include "engine/row_filter.h"
+#include "engine/sharpen_rows.h"
 #include "parallel/bands.h"
 
 namespace {
 
 constexpr int32_t kMaxBands = 16;
-constexpr int32_t kChunk = 1024;  // pixels of a row in work at a time
-
-template <int32_t Radius>
-struct SharpenJob {
-  static constexpr int32_t kTaps = 2 * Radius + 1;
-
-  Image* dst;
-  const Image* src;
-  const Image* map;
-  int32_t tapsA[kTaps];
-  int32_t tapsB[kTaps];
-  int32_t gain;
-  int32_t core;
-};
-
 template <int32_t Radius>
 struct SharpenBand {
   const SharpenJob<Radius>* job;
@@ -32,34 +17,6 @@ struct SharpenBand {
   int32_t begin;
   int32_t end;
 };
-
-// out[x] = (sum of the taps over the rows + 16384) >> 15, rows from top to bottom. The taps are symmetric, so that two
-// rows go through one product. Taps are 0 to 32768 and filtered pixels 0 to 8160: unsigned 16-bit factors do.
-template <int32_t Radius>
-inline void filterDown(int16_t* __restrict out, const int16_t* const* rows, const int32_t* taps, int32_t count) {
-  uint16_t k[Radius + 1];
-  for (int32_t i = 0; i <= Radius; ++i) k[i] = static_cast<uint16_t>(taps[i]);
-  for (int32_t x = 0; x < count; ++x) {
-    uint32_t sum = 16384 + uint32_t{k[Radius]} * static_cast<uint16_t>(rows[Radius][x]);
-    for (int32_t i = 0; i < Radius; ++i) {
-      sum += uint32_t{k[i]} * static_cast<uint16_t>(rows[i][x] + rows[2 * Radius - i][x]);
-    }
-    out[x] = static_cast<int16_t>(sum >> 15);
-  }
-}
-
-template <bool WithMap>
-inline void sharpenRow(uint8_t* __restrict dst, const uint8_t* __restrict src, const uint8_t* __restrict map,
-                       const int16_t* __restrict a, const int16_t* __restrict b, int32_t fullGain, int32_t core,
-                       int32_t count) {
-  const int32_t low = wrapSub(0, core);
-  for (int32_t x = 0; x < count; ++x) {
-    const int32_t gain = WithMap ? wrapMul(fullGain, map[x]) >> 7 : fullGain;
-    const int32_t e = wrapAdd(wrapMul(gain, b[x] - a[x]), 128) >> 8;
-    const int32_t cored = wrapSub(e, clampInt(e, low, core));
-    dst[x] = clampByte(wrapAdd(src[x] * 32 | 16, cored) >> 5);
-  }
-}
 
 template <int32_t Radius, bool WithMap>
 Status sharpenBand(SharpenBand<Radius>* band) {
@@ -83,24 +40,7 @@ Status sharpenBand(SharpenBand<Radius>* band) {
       filterRow<Radius, 1>(rowAt(0, filled), source(filled), width, job.tapsA);
       filterRow<Radius, 1>(rowAt(1, filled), source(filled), width, job.tapsB);
     }
-    for (int32_t x = 0; x < width; x += kChunk) {
-      const int16_t* a[kRows];
-      const int16_t* b[kRows];
-      for (int32_t i = 0; i < kRows; ++i) {
-        const int32_t row = clampInt(y + i - Radius, 0, last);
-        a[i] = rowAt(0, row) + x;
-        b[i] = rowAt(1, row) + x;
-      }
-      const int32_t count = width - x < kChunk ? width - x : kChunk;
-      int16_t filteredA[kChunk];
-      int16_t filteredB[kChunk];
-      uint8_t sharpened[kChunk];  // dst may be src
-      filterDown<Radius>(filteredA, a, job.tapsA, count);
-      filterDown<Radius>(filteredB, b, job.tapsB, count);
-      sharpenRow<WithMap>(sharpened, imageRow(job.src, y) + x, WithMap ? imageRow(job.map, y) + x : nullptr, filteredA,
-                          filteredB, job.gain, job.core, count);
-      std::memcpy(imageRow(job.dst, y) + x, sharpened, static_cast<size_t>(count));
-    }
+    sharpenRow<Radius, WithMap>(job, y, rowAt);
   }
   return ZELVAN_OK;
 }
@@ -112,10 +52,7 @@ Status sharpen(ParallelExecutor* executor, Env* env, Image* dst, const Image* sr
   const int32_t width = src->width;
   const int32_t height = src->height;
   if (width < kRowFilterMinWidth) return ZELVAN_ERROR_PARAM;
-  SharpenJob<Radius> job = {dst, src, map, {}, {}, truncToInt32(gain), truncToInt32(coring * 32.0)};
-  gaussTaps(job.tapsA, Radius, sigmaA);
-  gaussTaps(job.tapsB, Radius, sigmaB);
-
+  const SharpenJob<Radius> job(dst, src, map, sigmaA, sigmaB, truncToInt32(gain), coring);
   const int32_t bands = ParallelExecutor_getNumberOfBands(executor);
   const int32_t n = bands < kMaxBands ? bands : kMaxBands;
   const size_t windowSize = size_t{2} * kRows * static_cast<size_t>(width);

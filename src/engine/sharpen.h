@@ -13,11 +13,15 @@
 // Scratch: per band 2 x (2 x Radius + 1) filtered rows, and 2 x Radius source rows at each cut. At most 16 bands of
 // rows, the same bytes for any split.
 // ZELVAN_ERROR_PARAM for rows narrower than 7 pixels, ZELVAN_ERROR_NOMEM when the arena refuses; dst is then untouched.
+//
+// deconv_withmap: the 5x5 form with map, on a Pel. The image goes in bands of 64 rows through a ring of 320 filtered
+// rows; a kernel that filters the next band overlaps the one that sharpens the band before.
 #ifndef ZVT4_ENGINE_SHARPEN_H_
 #define ZVT4_ENGINE_SHARPEN_H_
 
 #include "image/image.h"
 #include "parallel/parallel_executor.h"
+#include "parallel/pel.h"
 
 extern "C" {
 Status Tessal4ImageFunc_adaSharp5x5_uint8_withmap(ParallelExecutor* executor, Env* env, Image* dst, const Image* src,
@@ -32,6 +36,9 @@ Status Tessal4ImageFunc_adaSharp7x7_uint8_withmap(ParallelExecutor* executor, En
 Status Tessal4ImageFunc_adaSharp7x7_uint8(ParallelExecutor* executor, Env* env, Image* dst, const Image* src,
                                           double sigmaA, double sigmaB, double gain, double coring)
     ZVT4_NAME(Tessal4ImageFunc_adaSharp7x7_uint8);
+Status Tessal4ImageFunc_deconv_withmap(Pel* pel, Env* env, const Image* src, Image* dst, const Image* map,
+                                       double sigmaA, double sigmaB, int32_t strength, double coring)
+    ZVT4_NAME(Tessal4ImageFunc_deconv_withmap);
 }
 
 #endif  // ZVT4_ENGINE_SHARPEN_H_

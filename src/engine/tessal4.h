@@ -167,6 +167,8 @@ Status Tessal4_setUvnrThresholdValues(Tessal4* engine, const int32_t* values, in
     ZVT4_NAME(Tessal4_setUvnrThresholdValues);
 Status Tessal4_makeNrMaps(Tessal4* engine) ZVT4_NAME(Tessal4_makeNrMaps);
 Status Tessal4_noiseReduction(Tessal4* engine) ZVT4_NAME(Tessal4_noiseReduction);
+Status Tessal4_noiseReduction2(Tessal4* engine, const Tessal4Denoiser2Params* params)
+    ZVT4_NAME(Tessal4_noiseReduction2);
 }
 
 // Deconvolution of a "UINT8" image in place by Van Cittert's iteration. With G the 7-tap Gaussian blur, clamped to 0
