@@ -1,14 +1,17 @@
 #include "motion/milsm.h"
 
+#include "motion/milsm3r.h"
+#include "motion/milsm4.h"
 #include "motion/milsm8.h"
 #include "motion/milsm8r.h"
+#include "motion/milsm8r_fixed_point.h"
 #include "motion/milsm8st.h"
 #include "motion/milsm_variant.h"
 
 namespace {
 
-// By MILsmType; null where a variant is not built in.
-const MILsmVariant* const kVariants[] = {nullptr, nullptr, &kMILsm8, &kMILsm8St, &kMILsm8R, nullptr};
+// By MILsmType.
+const MILsmVariant* const kVariants[] = {&kMILsm3R, &kMILsm4, &kMILsm8, &kMILsm8St, &kMILsm8R, &kMILsm8RFixedPoint};
 constexpr uint32_t kVariantCount = sizeof(kVariants) / sizeof(kVariants[0]);
 
 // Passes a call on to a slot. whenEmpty is the answer of an implementation that lacks the slot.
@@ -47,7 +50,6 @@ Status MILsm_init(MILsm* lsm, int32_t type, int32_t imageCount) {
   MILsm_memClear(lsm);
   if (static_cast<uint32_t>(type) >= kVariantCount) return ZELVAN_ERROR_PARAM;
   const MILsmVariant* variant = kVariants[type];
-  if (variant == nullptr) return ZELVAN_ERROR_UNSUPPORTED;
   void* impl = Heap2_malloc(&lsm->env->heap, variant->recordSize);
   if (impl == nullptr) return ZELVAN_ERROR_NOMEM;
   lsm->self = impl;

@@ -70,8 +70,8 @@ struct MILsm {
 extern "C" {
 Status construct_MILsm(MILsm* lsm, Env* env) ZVT4_NAME(construct_MILsm);
 Status destruct_MILsm(MILsm* lsm) ZVT4_NAME(destruct_MILsm);
-// Replaces any implementation by a fresh one. ZELVAN_ERROR_PARAM for a type above 5, ZELVAN_ERROR_UNSUPPORTED for one
-// that is not built in, ZELVAN_ERROR_NOMEM without memory for the record, else the variant's construct and init, ORed.
+// Replaces any implementation by a fresh one. ZELVAN_ERROR_PARAM for a type above 5, ZELVAN_ERROR_NOMEM without memory
+// for the record, else the variant's construct and init, ORed.
 Status MILsm_init(MILsm* lsm, int32_t type, int32_t imageCount) ZVT4_NAME(MILsm_init);
 // Frees the implementation; the front can be initialised again.
 Status MILsm_memClear(MILsm* lsm) ZVT4_NAME(MILsm_memClear);

@@ -36,7 +36,7 @@ Status solveManyImages(MILsm8* self) {
     return ZELVAN_ERROR_NOMEM;
   }
   self->failureCode = MILSM_CONVERGED;
-  for (int32_t pass = 0; pass < kProjectivePasses; ++pass) {
+  for (int32_t pass = 0; pass < kSolvePasses; ++pass) {
     buildProjectiveSystem(self->moments, self->parameters, self->imageCount, matrix.data(), step.data());
     for (int32_t t = 0; t < n; ++t) step[t] = -step[t];
     if (!factorCholesky(matrix.data(), n, kProjectivePivotLimit)) {
@@ -47,14 +47,16 @@ Status solveManyImages(MILsm8* self) {
       self->failureCode = MILSM_FAIL_DIAGONAL;
       return ZELVAN_OK;
     }
-    if (applyStep(self->parameters, step.data(), n) < kProjectiveTolerance) return ZELVAN_OK;
+    if (applyStep(self->parameters, step.data(), n) < kSolveTolerance) return ZELVAN_OK;
   }
   self->failureCode = MILSM_FAIL_PASSES;
   return ZELVAN_OK;
 }
 
+constexpr auto addReal = &projectiveAdd<MILsm8, double>;
+
 Status solve(MILsm8* self) {
-  if (const Status status = projectiveCheck(self); status != ZELVAN_OK) return status;
+  if (const Status status = pairwiseCheck(self); status != ZELVAN_OK) return status;
   return self->imageCount == 2 ? solveTwoImages(self) : solveManyImages(self);
 }
 
@@ -69,22 +71,22 @@ Status setInitialMvec(MILsm8* self, const Mvec8F32* mvec, int32_t image) {
 const MILsmVariant kMILsm8 = {
     sizeof(MILsm8),
     {
-        kMilsmSlot<&projectiveConstruct<MILsm8>>,
-        kMilsmSlot<&projectiveDestruct<MILsm8>>,
-        kMilsmSlot<&projectiveInit<MILsm8>>,
-        kMilsmSlot<&projectiveClear<MILsm8>>,
-        kMilsmSlot<&projectiveChangeImageNum<MILsm8>>,
-        milsmCopySlot<MILsm8, &projectiveCopy<MILsm8>>,
+        kMilsmSlot<&pairwiseConstruct<MILsm8>>,
+        kMilsmSlot<&pairwiseDestruct<MILsm8>>,
+        kMilsmSlot<&pairwiseInit<MILsm8>>,
+        kMilsmSlot<&pairwiseClear<MILsm8>>,
+        kMilsmSlot<&pairwiseChangeImageNum<MILsm8>>,
+        milsmCopySlot<MILsm8, &pairwiseCopy<MILsm8>>,
         kMilsmSlot<&projectiveAdd<MILsm8, int32_t>>,
-        kMilsmSlot<&projectiveAddF32<MILsm8>>,
-        kMilsmSlot<&projectiveAdd<MILsm8, double>>,
+        kMilsmSlot<&pairwiseAddF32<MILsm8, addReal>>,
+        kMilsmSlot<addReal>,
         kMilsmSlot<&solve>,
-        kMilsmSlot<&projectiveOutput<MILsm8>>,
+        kMilsmSlot<&pairwiseOutput<MILsm8, projectiveOutputReal<MILsm8>>>,
         kMilsmSlot<&projectiveOutputReal<MILsm8>>,
         kMilsmSlot<&setInitialMvec>,
         kMilsmSlot<&projectiveSetInitial<MILsm8>>,
         nullptr,  // no camera model
-        kMilsmSlot<&projectiveFailureCode<MILsm8>>,
-        kMilsmSlot<&projectiveClearBlock<MILsm8>>,
+        kMilsmSlot<&pairwiseFailureCode<MILsm8>>,
+        kMilsmSlot<&pairwiseClearBlock<MILsm8>>,
     },
 };

@@ -12,17 +12,18 @@
 #include "motion/milsm_variant.h"
 #include "motion/projective_record.h"
 
-struct MILsm8 {
+struct MILsm8 : ProjectiveLayout {
   int32_t imageCount;
   int32_t failureCode;
   double* moments;
   double* parameters;
   Env* env;
 
-  static const ProjectiveArray<MILsm8> kArrays[1];
+  template <typename Visit>
+  static void visitArrays(Visit visit) {
+    visit(&MILsm8::parameters, kProjectiveIdentity);
+  }
 };
-
-inline constexpr ProjectiveArray<MILsm8> MILsm8::kArrays[1] = {{&MILsm8::parameters, {1, 0, 0, 0, 1, 0, 0, 0}}};
 
 extern const MILsmVariant kMILsm8;
 

@@ -2,15 +2,14 @@
 
 #include <algorithm>
 
+#include "base/raw_double.h"
 #include "motion/camera.h"
-#include "motion/milsm8r_solve.h"
-#include "motion/projective_map.h"
+#include "motion/rotation_record.h"
+#include "motion/rotation_solver.h"
 
 namespace {
 
 constexpr double kIdentity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-// With more, the matrix of a solve would pass the 32-bit sizes of the arena.
-constexpr int32_t kMaxImages = 2896;
 constexpr uint32_t kLeastPairBytes = 40;
 
 Status construct(MILsm8R* self, Env* env) {
@@ -60,7 +59,7 @@ size_t angleLength(const MILsm8R& self) {
   return static_cast<size_t>(self.imageCount - 1) * 3 + 1;
 }
 size_t pairLength(const MILsm8R& self) {
-  return static_cast<size_t>(self.imageCount - 1) * (self.imageCount - 2) / 2;
+  return static_cast<size_t>(pairCountAboveBase(self.imageCount));
 }
 
 // Arrays for imageCount images into a record that has none. On failure it has none afterwards.
@@ -92,10 +91,19 @@ void copyArrays(MILsm8R* to, const MILsm8R& from) {
   std::copy_n(from.constraintFlags, kept * 3, to->constraintFlags);
   for (int32_t i = 1; i < kept; ++i) {
     for (int32_t j = i + 1; j < kept; ++j) {
-      to->pairSums[milsm8rPairIndex(to->imageCount, i, j)] = from.pairSums[milsm8rPairIndex(from.imageCount, i, j)];
+      to->pairSums[pairIndexAboveBase(to->imageCount, i, j)] = from.pairSums[pairIndexAboveBase(from.imageCount, i, j)];
     }
   }
 }
+
+struct Model {
+  using Record = MILsm8R;
+  static const MILsm8RPairSums* pairSums(const MILsm8R& self) { return self.pairSums; }
+  static double unit(const MILsm8R&) { return 1.0; }
+  static const uint8_t* constraintFlags(const MILsm8R& self) { return self.constraintFlags; }
+  static SineCosine sineCosine(double angle) { return {RawDouble_sin(angle), RawDouble_cos(angle)}; }
+  static double tableAngle(double angle) { return angle; }
+};
 
 struct Ray {
   double d[3];
@@ -137,7 +145,7 @@ Status addRays(MILsm8R* self, int32_t i, Ray p, int32_t j, Ray q, double weight)
     if (self->baseRotationSet != 0) p = rotated(self->baseRotation, p);
     addCross(sums->cross, p, q, weight);
   } else {
-    MILsm8RPairSums* pair = self->pairSums + milsm8rPairIndex(self->imageCount, i, j);
+    MILsm8RPairSums* pair = self->pairSums + pairIndexAboveBase(self->imageCount, i, j);
     ++pair->count;
     addCross(pair->cross, p, q, weight);
     addOwn(self->imageSums[i - 1].own, p, weight);
@@ -198,13 +206,7 @@ Status MILsm8R_copy(MILsm8R* to, const MILsm8R* from) {
 
 Status MILsm8R_setCameraParam(MILsm8R* self, int32_t width, int32_t height, double fovDegrees) {
   if (self == nullptr) return ZELVAN_ERROR_PARAM;
-  const Camera camera = makeCamera(width, height, fovDegrees);
-  self->width = width;
-  self->height = height;
-  self->fovDegrees = fovDegrees;
-  self->focalLength = camera.f;
-  self->cx = camera.cx;
-  self->cy = camera.cy;
+  rotationSetCamera(self, width, height, fovDegrees);
   return ZELVAN_OK;
 }
 
@@ -231,7 +233,7 @@ Status MILsm8R_addRealOnSphere(MILsm8R* self, int32_t a, double ax, double ay, d
 
 Status MILsm8R_solve(MILsm8R* self) {
   if (const Status status = check(self); status != ZELVAN_OK) return status;
-  return milsm8rSolve(self);
+  return RotationSolver<Model>(self).run();
 }
 
 Status MILsm8R_getFailureCode(MILsm8R* self, int32_t* out) {
@@ -244,7 +246,7 @@ Status MILsm8R_outputMvec(MILsm8R* self, Mvec8F32* out, int32_t image) {
   if (out == nullptr) return ZELVAN_ERROR_PARAM;
   Mvec8Real real;
   if (const Status status = MILsm8R_outputMvecReal(self, &real, image); status != ZELVAN_OK) return status;
-  for (int i = 0; i < 9; ++i) out->h[i] = roundHalfAway(real.h[i] * kQ15One);
+  toQ15(real, out);
   return ZELVAN_OK;
 }
 
@@ -252,9 +254,7 @@ Status MILsm8R_outputMvecReal(MILsm8R* self, Mvec8Real* out, int32_t image) {
   if (out == nullptr) return ZELVAN_ERROR_PARAM;
   if (const Status status = checkImage(self, image); status != ZELVAN_OK) return status;
   if (image == 0) return Mvec8Real_setIdentity(out);
-  const double* angles = self->angles + (image - 1) * 3;
-  for (int i = 0; i < 3; ++i) out->angles[i] = -angles[i];
-  Mvec8Real_setRotationAngle(out, -angles[0], -angles[1], -angles[2], self->width, self->height, self->fovDegrees, 0);
+  rotationOutput(*self, out, image);
   if (self->baseRotationSet == 0) return ZELVAN_OK;
   Mvec8Real inverse;
   const Status status = Mvec8Real_inv(&inverse, &self->baseMotion);
@@ -293,13 +293,7 @@ Status MILsm8R_setInitialMvecReal(MILsm8R* self, const Mvec8Real* mvec, int32_t 
     status |= Mvec8Real_inv(&inverse, &self->baseMotion);
     status |= Mvec8Real_mult(&motion, &motion, &inverse);
   }
-  double a, b, c;
-  status |= Mvec8Real_estimateRotationAngle(&a, &b, &c, &motion, self->width, self->height, self->fovDegrees);
-  double* angles = self->angles + (image - 1) * 3;
-  angles[0] = -a;
-  angles[1] = -b;
-  angles[2] = -c;
-  return status;
+  return status | rotationSetInitial(self, motion, image);
 }
 
 Status MILsm8R_calcRotMat(const MILsm8R* camera, double* matrix, const Mvec8Real* mvec) {

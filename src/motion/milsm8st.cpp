@@ -4,15 +4,15 @@
 #include "motion/symmetric_solve.h"
 
 Status MILsm8St_init(MILsm8St* self, int32_t imageCount) {
-  return projectiveInit(self, imageCount);
+  return pairwiseInit(self, imageCount);
 }
 
 Status MILsm8St_clear(MILsm8St* self) {
-  return projectiveClear(self);
+  return pairwiseClear(self);
 }
 
 Status MILsm8St_changeImageNum(MILsm8St* self, int32_t imageCount) {
-  return projectiveChangeImageNum(self, imageCount);
+  return pairwiseChangeImageNum(self, imageCount);
 }
 
 Status MILsm8St_add(MILsm8St* self, int32_t a, int32_t ax, int32_t ay, int32_t b, int32_t bx, int32_t by,
@@ -22,7 +22,7 @@ Status MILsm8St_add(MILsm8St* self, int32_t a, int32_t ax, int32_t ay, int32_t b
 
 Status MILsm8St_addF32(MILsm8St* self, int32_t a, int32_t ax, int32_t ay, int32_t b, int32_t bx, int32_t by,
                        int32_t weight) {
-  return projectiveAddF32(self, a, ax, ay, b, bx, by, weight);
+  return pairwiseAddF32<MILsm8St, MILsm8St_addReal>(self, a, ax, ay, b, bx, by, weight);
 }
 
 Status MILsm8St_addReal(MILsm8St* self, int32_t a, double ax, double ay, int32_t b, double bx, double by,
@@ -31,7 +31,7 @@ Status MILsm8St_addReal(MILsm8St* self, int32_t a, double ax, double ay, int32_t
 }
 
 Status MILsm8St_solve(MILsm8St* self) {
-  if (const Status status = projectiveCheck(self); status != ZELVAN_OK) return status;
+  if (const Status status = pairwiseCheck(self); status != ZELVAN_OK) return status;
   const int32_t n = kProjectiveParameters * (self->imageCount - 1);
   const ScopedBlock<double> matrix(self->env, static_cast<size_t>(n) * n);
   const ScopedBlock<double> gradient(self->env, n);
@@ -45,7 +45,7 @@ Status MILsm8St_solve(MILsm8St* self) {
   }
 
   self->failureCode = MILSM_CONVERGED;
-  for (int32_t pass = 0; pass < kProjectivePasses; ++pass) {
+  for (int32_t pass = 0; pass < kSolvePasses; ++pass) {
     for (int32_t t = 0; t < n; ++t) {
       const double distance = self->parameters[t] - self->centres[t];
       const double variance = self->widths[t] * self->widths[t];
@@ -68,14 +68,14 @@ Status MILsm8St_solve(MILsm8St* self) {
     substituteForwardUnit(matrix.data(), step.data(), n);
     divideByDiagonal(matrix.data(), step.data(), n);
     substituteBackwardUnit(matrix.data(), step.data(), n);
-    if (applyStep(self->parameters, step.data(), n) < kProjectiveTolerance) return ZELVAN_OK;
+    if (applyStep(self->parameters, step.data(), n) < kSolveTolerance) return ZELVAN_OK;
   }
   self->failureCode = MILSM_FAIL_PASSES;
   return ZELVAN_OK;
 }
 
 Status MILsm8St_outputMvec(MILsm8St* self, Mvec8F32* out, int32_t image) {
-  return projectiveOutput(self, out, image);
+  return pairwiseOutput<MILsm8St, MILsm8St_outputMvecReal>(self, out, image);
 }
 
 Status MILsm8St_outputMvecReal(MILsm8St* self, Mvec8Real* out, int32_t image) {
@@ -104,18 +104,18 @@ Status MILsm8St_setRestraint(MILsm8St* self, const double* widths, int32_t image
 }
 
 Status MILsm8St_clearBlock(MILsm8St* self, int32_t a, int32_t b) {
-  return projectiveClearBlock(self, a, b);
+  return pairwiseClearBlock(self, a, b);
 }
 
 const MILsmVariant kMILsm8St = {
     sizeof(MILsm8St),
     {
-        kMilsmSlot<&projectiveConstruct<MILsm8St>>,
-        kMilsmSlot<&projectiveDestruct<MILsm8St>>,
+        kMilsmSlot<&pairwiseConstruct<MILsm8St>>,
+        kMilsmSlot<&pairwiseDestruct<MILsm8St>>,
         kMilsmSlot<&MILsm8St_init>,
         kMilsmSlot<&MILsm8St_clear>,
         kMilsmSlot<&MILsm8St_changeImageNum>,
-        milsmCopySlot<MILsm8St, &projectiveCopy<MILsm8St>>,
+        milsmCopySlot<MILsm8St, &pairwiseCopy<MILsm8St>>,
         kMilsmSlot<&MILsm8St_add>,
         kMilsmSlot<&MILsm8St_addF32>,
         kMilsmSlot<&MILsm8St_addReal>,
@@ -125,7 +125,7 @@ const MILsmVariant kMILsm8St = {
         kMilsmSlot<&MILsm8St_setInitialMvec>,
         kMilsmSlot<&MILsm8St_setInitialMvecReal>,
         nullptr,  // no camera model
-        kMilsmSlot<&projectiveFailureCode<MILsm8St>>,
+        kMilsmSlot<&pairwiseFailureCode<MILsm8St>>,
         kMilsmSlot<&MILsm8St_clearBlock>,
     },
 };

@@ -24,7 +24,7 @@
 #include "motion/milsm_variant.h"
 #include "motion/projective_record.h"
 
-struct MILsm8St {
+struct MILsm8St : ProjectiveLayout {
   int32_t imageCount;
   int32_t failureCode;
   double* moments;     // of image pairs
@@ -33,13 +33,12 @@ struct MILsm8St {
   double* widths;      // the penalty's sigma
   Env* env;
 
-  static const ProjectiveArray<MILsm8St> kArrays[3];
-};
-
-inline constexpr ProjectiveArray<MILsm8St> MILsm8St::kArrays[3] = {
-    {&MILsm8St::parameters, {1, 0, 0, 0, 1, 0, 0, 0}},
-    {&MILsm8St::centres, {1, 0, 0, 0, 1, 0, 0, 0}},
-    {&MILsm8St::widths, {1, 1, 1e10, 1, 1, 1e10, 0.001, 0.001}},
+  template <typename Visit>
+  static void visitArrays(Visit visit) {
+    visit(&MILsm8St::parameters, kProjectiveIdentity);
+    visit(&MILsm8St::centres, kProjectiveIdentity);
+    visit(&MILsm8St::widths, ProjectiveValues{1, 1, 1e10, 1, 1, 1e10, 0.001, 0.001});
+  }
 };
 
 extern const MILsmVariant kMILsm8St;

@@ -9,43 +9,17 @@
 
 #include "motion/milsm8.h"
 #include "motion/milsm8st.h"
+#include "motion/milsm_rig.h"
 #include "motion/projective_moments.h"
-#include "support/test_arena.h"
 
 namespace {
 
-constexpr Mvec8Real kIdentity = {{1, 0, 0, 0, 1, 0, 0, 0, 1}, {}};
 constexpr Mvec8Real kMotions[] = {
     kIdentity,
     {{1, 0, 5.25, 0, 1, -3.5, 0, 0, 1}, {}},
     {{0.98, 0.05, 4, -0.04, 1.01, 2, 0, 0, 1}, {}},
     {{1.02, -0.03, -6, 0.02, 0.97, 7, 5e-5, -8e-5, 1}, {}},
     {{1.9, 0.2, -20, -0.1, 1.8, 9, 3e-4, 2e-4, 1.9}, {}},
-};
-
-// A front with its arena. Everything must be back in the arena at the end.
-struct Solver {
-  explicit Solver(int32_t type = MILSM_8ST, int32_t imageCount = 2) {
-    construct_MILsm(&lsm, arena.env());
-    EXPECT_EQ(MILsm_init(&lsm, type, imageCount), ZELVAN_OK);
-  }
-  ~Solver() { EXPECT_EQ(destruct_MILsm(&lsm), ZELVAN_OK); }
-  int32_t failure() {
-    int32_t code = -1;
-    EXPECT_EQ(MILsm_getFailureCode(&lsm, &code), ZELVAN_OK);
-    return code;
-  }
-  int32_t solve() {
-    EXPECT_EQ(MILsm_solve(&lsm), ZELVAN_OK);
-    return failure();
-  }
-  Mvec8Real output(int32_t image = 1) {
-    Mvec8Real out;
-    EXPECT_EQ(MILsm_outputMvecReal(&lsm, &out, image), ZELVAN_OK);
-    return out;
-  }
-  TestArena arena;
-  MILsm lsm;
 };
 
 struct Pair {
@@ -69,17 +43,6 @@ std::vector<Pair> makePairs(const Mvec8Real& m, double noise) {
 
 void addPairs(MILsm* lsm, const std::vector<Pair>& pairs) {
   for (const Pair& p : pairs) EXPECT_EQ(MILsm_addReal(lsm, 0, p.x, p.y, 1, p.X, p.Y, p.w), ZELVAN_OK);
-}
-
-double largestDistance(const Mvec8Real& a, const Mvec8Real& b) {
-  double largest = 0;
-  for (int i = 0; i < 4; ++i) {
-    double ax, ay, bx, by;
-    Mvec8Real_trans2DReal(&a, &ax, &ay, 160.0 * (i & 1), 120.0 * (i >> 1));
-    Mvec8Real_trans2DReal(&b, &bx, &by, 160.0 * (i & 1), 120.0 * (i >> 1));
-    largest = std::max(largest, std::hypot(ax - bx, ay - by));
-  }
-  return largest;
 }
 
 // Cost of pairs by its definition; P maps (X, Y), Q maps (x, y).
@@ -155,7 +118,7 @@ TEST(ProjectiveMoments, IntegerProductsWrapOneByOne) {
 }
 
 TEST(MILsm, AllWaysToAddAgree) {
-  for (int32_t type : {MILSM_8, MILSM_8ST, MILSM_8R}) {
+  for (int32_t type : kAllTypes) {
     Mvec8Real results[4];
     for (int way = 0; way < 4; ++way) {
       Solver s(type);
@@ -324,7 +287,7 @@ TEST(MILsm, FrontAnswersWithoutImplementationOrSlot) {
 
 // The arena gives out at every request of init and solve in turn.
 TEST(MILsm, ExhaustedArenaIsReported) {
-  for (int32_t type : {MILSM_8, MILSM_8ST, MILSM_8R}) {
+  for (int32_t type : kAllTypes) {
     for (bool init : {true, false}) {
       Status status = ZELVAN_ERROR_NOMEM;
       for (int room = 16; status != ZELVAN_OK; room += 48) {
