@@ -177,8 +177,8 @@ Status ImageProc_render_with4Points(ImageProc* proc, Image* dst, const int32_t* 
     job.quad.corners[i] = {dstX[i], dstY[i], {srcX[i], srcY[i]}};
     for (const int32_t c : {dstX[i], dstY[i], srcX[i], srcY[i]}) far = far || c < -(1 << 30) || c > 1 << 30;
   }
-  if (far) return ZELVAN_OK;
-  if (!isConvex(job.quad)) return ZELVAN_ERROR_PARAM;
+  if (far) job.quad = {};  // which has no rows
+  if (!far && !isConvex(job.quad)) return ZELVAN_ERROR_PARAM;
   Status slices = ZELVAN_OK;
   const Status status = render(proc, dst, src, &job, &slices);
   return status != ZELVAN_OK ? status : slices;

@@ -251,6 +251,7 @@ TEST(Render, Refusals) {
     TestImage dst(width, 8, to, 2);
     EXPECT_EQ(run(form, rig, &dst, &src, motion), status) << form << ": " << to << " from " << from;
     EXPECT_TRUE(dst.unchanged());
+    EXPECT_EQ(run(form, rig, &dst, nullptr, motion), ZELVAN_ERROR_PARAM);
   }
   KernelRig small(0, 4096);
   const TestImage src(4000, 4, 57);
