@@ -69,15 +69,20 @@ Status throughWorker(Worker worker, Image* dst, const Image* src, const ImageRec
   return worker(&dstView, &srcView);
 }
 
-// Target formats first to last. rect null: the whole image.
+bool isInside(const ImageRect& r, const Image* image) {
+  return r.left >= 0 && r.top >= 0 && r.right <= image->width && r.bottom <= image->height;
+}
+
+// Target formats first to last, of which packed mosaics are none. rect null: the whole image.
 template <size_t N>
 Status dispatch(Image* dst, const Image* src, const ImageRect* rect, int32_t first, int32_t last,
                 const Route (&routes)[N]) {
   if (dst == nullptr || src == nullptr || dst->format < first || dst->format > last) return ZELVAN_ERROR_PARAM;
+  if (Image_isBayer10M8L2Packed(dst->format) != 0) return ZELVAN_ERROR_PARAM;
   if (dst->format == src->format) return ZELVAN_OK;
   const ImageRect whole = {0, 0, src->width, src->height};
   const ImageRect& r = rect != nullptr ? *rect : whole;
-  if (r.left < 0 || r.top < 0 || r.right > src->width || r.bottom > src->height) return ZELVAN_ERROR_PARAM;
+  if (!isInside(r, src)) return ZELVAN_ERROR_PARAM;
   if (r.right <= r.left || r.bottom <= r.top) return ZELVAN_OK;
   for (const Route& route : routes) {
     if (src->format < route.first || src->format > route.last) continue;
@@ -92,6 +97,7 @@ Status betweenDepths(Image* dst, const Image* src, const ImageRect* rect, int32_
   if (src->format != IMAGE_UINT8 && src->format != IMAGE_UINT16) return ZELVAN_ERROR_UNSUPPORTED;
   const ImageRect whole = {0, 0, src->width, src->height};
   const ImageRect& r = rect != nullptr ? *rect : whole;
+  if (!isInside(r, src)) return ZELVAN_ERROR_PARAM;
   for (int32_t y = r.top; y < r.bottom; ++y) {
     for (int32_t x = r.left; x < r.right; ++x) {
       if (target == IMAGE_UINT16) {

@@ -115,6 +115,11 @@ TEST(ConvRgb, StatusesAndDepths) {
   EXPECT_EQ(Image_conv_toRgb565(&rgb, &rgb), ZELVAN_ERROR_PARAM);
   EXPECT_EQ(Image_conv_toRgb888(&rgb, &rgb), ZELVAN_OK);
   EXPECT_TRUE(rgb.unchanged());
+  TestImage packed(8, 8, IMAGE_BAYER10_M8L2PACKED_GRBG);
+  const ImageRect outside = {2, 2, 9, 4};
+  EXPECT_EQ(Image_conv_toBayer16(&packed, &rgb), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(Image_conv_toUint16_withRect(&deep, &gray, &outside), ZELVAN_ERROR_PARAM);
+  EXPECT_TRUE(packed.unchanged() && deep.unchanged());
   ASSERT_EQ(Image_conv_toUint16(&deep, &gray), ZELVAN_OK);
   EXPECT_EQ(imageRow<uint16_t>(&deep, 7)[7], gray.row(0, 7)[7]);
   imageRow<uint16_t>(&deep, 0)[0] = 900;
