@@ -12,6 +12,8 @@
 
 namespace test {
 
+constexpr char kVu[] = "YVU420_SEMIPLANAR";
+constexpr char kUv[] = "YUV420_SEMIPLANAR";
 constexpr uint32_t kOk = ZELVAN_TESSALINE4_OK;
 constexpr uint32_t kParam = ZELVAN_TESSALINE4_ERROR_PARAM;
 constexpr uint32_t kState = ZELVAN_TESSALINE4_ERROR_STATE;
@@ -22,14 +24,12 @@ class Instance {
  public:
   static constexpr size_t kGuard = 64;
 
-  Instance(int32_t width, int32_t height, int32_t frames, const std::string& format = "YVU420_SEMIPLANAR",
-           uint8_t fill = 0xA5)
+  Instance(int32_t width, int32_t height, int32_t frames, const std::string& format = kVu, uint8_t fill = 0xA5)
       : size_(zelvan_Tessaline4_getBufferSize(width, height, frames, format.c_str())),
         memory_(static_cast<size_t>(size_) + 2 * kGuard, fill),
         fill_(fill) {
     EXPECT_GT(size_, 0);
-    status_ = zelvan_Tessaline4_initialize(&handle_, memory_.data() + kGuard, size_, width, height);
-    EXPECT_EQ(status_, kOk);
+    EXPECT_EQ(zelvan_Tessaline4_initialize(&handle_, memory_.data() + kGuard, size_, width, height), kOk);
   }
   ~Instance() {
     if (handle_.pointer != nullptr) {
@@ -50,52 +50,51 @@ class Instance {
   int32_t size_;
   std::vector<uint8_t> memory_;
   uint8_t fill_;
-  uint32_t status_ = 0;
 };
 
 using Settings = std::function<void(zelvan_Tessaline4*)>;
 
 // Every setting at its highest.
 inline void highestSettings(zelvan_Tessaline4* handle) {
-  EXPECT_EQ(zelvan_Tessaline4_setAutoScaling(handle, 1), kOk);
-  EXPECT_EQ(zelvan_Tessaline4_setObjBlurCorrectionLevel(handle, 7), kOk);
-  EXPECT_EQ(zelvan_Tessaline4_setLumaNoiseReductionLevel(handle, 7), kOk);
-  EXPECT_EQ(zelvan_Tessaline4_setChromaNoiseReductionLevel(handle, 7), kOk);
-  EXPECT_EQ(zelvan_Tessaline4_setSaturationLevel(handle, 4096), kOk);
-  EXPECT_EQ(zelvan_Tessaline4_setGain(handle, 1000), kOk);
-  EXPECT_EQ(zelvan_Tessaline4_setGamma(handle, 1000), kOk);
-  EXPECT_EQ(zelvan_Tessaline4_setContrast(handle, 2000), kOk);
-  EXPECT_EQ(zelvan_Tessaline4_setSharpnessEnhanceLevel(handle, 10000), kOk);
-  EXPECT_EQ(zelvan_Tessaline4_setRemoveSpikeNoiseLevel_internal(handle, 255), kOk);
-  EXPECT_EQ(zelvan_Tessaline4_setLumaNoiseReductionTimes_internal(handle, 3), kOk);
+  uint32_t status = zelvan_Tessaline4_setAutoScaling(handle, 1);
+  status |= zelvan_Tessaline4_setObjBlurCorrectionLevel(handle, 7);
+  status |= zelvan_Tessaline4_setLumaNoiseReductionLevel(handle, 7);
+  status |= zelvan_Tessaline4_setChromaNoiseReductionLevel(handle, 7);
+  status |= zelvan_Tessaline4_setSaturationLevel(handle, 4096);
+  status |= zelvan_Tessaline4_setGain(handle, 1000);
+  status |= zelvan_Tessaline4_setGamma(handle, 1000);
+  status |= zelvan_Tessaline4_setContrast(handle, 2000);
+  status |= zelvan_Tessaline4_setSharpnessEnhanceLevel(handle, 10000);
+  status |= zelvan_Tessaline4_setRemoveSpikeNoiseLevel_internal(handle, 255);
+  status |= zelvan_Tessaline4_setLumaNoiseReductionTimes_internal(handle, 3);
+  EXPECT_EQ(status, kOk);
 }
 
-// The whole road. Returns the picture's bytes; statuses has the merge status of each frame.
-inline std::vector<uint8_t> mergeWith(Instance* instance, const std::vector<Frame>& burst, const std::string& format,
-                                      const Settings& settings, std::vector<int32_t>* statuses = nullptr) {
+// Adds copies of the frames and takes the result; the statuses of the calls.
+inline uint32_t addAndMerge(zelvan_Tessaline4* handle, const std::vector<Frame>& burst) {
+  std::vector<Frame> frames = copyBurst(burst);
+  uint32_t status = kOk;
+  for (Frame& frame : frames) status |= zelvan_Tessaline4_addImage(handle, &frame.data);
+  return status | zelvan_Tessaline4_getResult(handle);
+}
+
+// The whole road; output receives the picture. settings may be empty.
+inline uint32_t run(Instance* instance, const std::vector<Frame>& burst, const std::string& format,
+                    const Settings& settings, Frame* output) {
   zelvan_Tessaline4* handle = instance->handle();
   EXPECT_EQ(zelvan_Tessaline4_setImageFormat(handle, format.c_str()), kOk);
   if (settings) settings(handle);
-  std::vector<Frame> frames = copyBurst(burst);
-  Frame output = makeFrame(format, burst[0].data.width, burst[0].data.height);
-  EXPECT_EQ(zelvan_Tessaline4_start(handle, &output.data, static_cast<int32_t>(frames.size())), kOk);
-  for (Frame& frame : frames) EXPECT_EQ(zelvan_Tessaline4_addImage(handle, &frame.data), kOk);
-  EXPECT_EQ(zelvan_Tessaline4_getResult(handle), kOk);
-  int32_t merged = 0;  // frames are asked for by id, up to the number to merge
-  EXPECT_EQ(zelvan_Tessaline4_getNumberOfMergeImages(handle, &merged), kOk);
-  for (size_t i = 0; statuses != nullptr && i < frames.size() && static_cast<int32_t>(i) <= merged; ++i) {
-    int32_t status = -1;
-    EXPECT_EQ(zelvan_Tessaline4_getMergeStatus(handle, &status, static_cast<int32_t>(i)), kOk);
-    statuses->push_back(status);
-  }
-  return output.bytes;
+  *output = makeFrame(format, burst[0].data.width, burst[0].data.height);
+  const uint32_t status = zelvan_Tessaline4_start(handle, &output->data, static_cast<int32_t>(burst.size()));
+  return status | addAndMerge(handle, burst);
 }
 
-inline std::vector<uint8_t> mergeOnce(const std::vector<Frame>& burst, const std::string& format,
-                                      const Settings& settings, uint8_t fill = 0xA5,
-                                      std::vector<int32_t>* statuses = nullptr) {
+inline std::vector<uint8_t> mergeOnce(const std::vector<Frame>& burst, const std::string& format = kVu,
+                                      const Settings& settings = {}, uint8_t fill = 0xA5) {
   Instance instance(burst[0].data.width, burst[0].data.height, static_cast<int32_t>(burst.size()), format, fill);
-  return mergeWith(&instance, burst, format, settings, statuses);
+  Frame output;
+  EXPECT_EQ(run(&instance, burst, format, settings, &output), kOk);
+  return output.bytes;
 }
 
 }  // namespace test
