@@ -11,6 +11,7 @@
 #include "image_file.h"
 #include "options.h"
 #include "quality.h"
+#include "resample.h"
 #include "truth.h"
 
 namespace tool {
@@ -31,9 +32,13 @@ struct MergeReport {
   size_t base = 0;
   struct Frame {
     std::string status;
-    Homography motion;  // base to frame
+    Homography motion;  // result to frame
   };
   std::vector<Frame> frames;
+
+  // Result to base: the identity, unless the merge cropped and scaled.
+  const Homography& crop() const { return frames[base].motion; }
+  bool isCropped() const { return crop() != Homography{1, 0, 0, 0, 1, 0, 0, 0, 1}; }
 };
 
 MergeReport readReport(const std::string& path) {
@@ -70,10 +75,11 @@ double cornerError(const Homography& found, const Homography& truth, int32_t wid
 std::vector<double> motionErrors(const MergeReport& report, const Truth& truth) {
   std::vector<double> errors;
   const Homography fromBase = inverse(truth.frames[report.base].motion);
+  const Homography uncrop = inverse(report.crop());
   for (size_t i = 0; i < report.frames.size(); ++i) {
     if (i == report.base || report.frames[i].status != "merged") continue;
-    errors.push_back(
-        cornerError(report.frames[i].motion, compose(truth.frames[i].motion, fromBase), truth.width, truth.height));
+    errors.push_back(cornerError(compose(report.frames[i].motion, uncrop), compose(truth.frames[i].motion, fromBase),
+                                 truth.width, truth.height));
   }
   std::sort(errors.begin(), errors.end());
   return errors;
@@ -118,9 +124,11 @@ void run(const Options& o) {
   const Picture noisy = readPicture(o.truthFolder + "/" + truth.frames[base].file,
                                     rawFrames ? std::optional<RawLayout>(own) : std::nullopt);
   const Quality before = compareWithTruth(noisy, reference);
-  const Quality after = compareWithTruth(result, reference);
+  const bool isCropped = !o.report.empty() && report.isCropped();
+  const Quality after = compareWithTruth(result, isCropped ? resample(reference, report.crop()) : reference);
 
-  std::printf("Against %s, the clean frame of the base:\n\n", truth.frames[base].clean.c_str());
+  std::printf("Against %s, the clean frame of the base%s:\n\n", truth.frames[base].clean.c_str(),
+              isCropped ? ", cropped and scaled as the result is" : "");
   std::printf("                 luma PSNR  chroma PSNR  luma SSIM  chroma SSIM\n");
   for (const auto& [name, q] :
        {std::pair<const char*, const Quality&>{"one noisy frame", before}, {"the result", after}}) {
@@ -155,7 +163,10 @@ void addCompareCommand(CLI::App& app) {
   const auto o = std::make_shared<Options>();
   command->add_option("RESULT", o->result, "The merged picture")->required();
   command->add_option("TRUTH-DIR", o->truthFolder, "Folder that simulate wrote")->required();
-  command->add_option("--report", o->report, "Report of the merge: names the base, and its motions are checked")
+  command
+      ->add_option("--report", o->report,
+                   "Report of the merge: names the base, and its motions are checked. A picture merged with "
+                   "--auto-scaling 1 needs it")
       ->type_name("FILE");
   command->add_option("--json", o->json, "Write the numbers as JSON, too")->type_name("FILE");
   o->raw.addTo(*command);

@@ -3,6 +3,7 @@
 #define TESSALINE4_TOOLS_HOMOGRAPHY_H_
 
 #include <array>
+#include <cstddef>
 
 namespace tool {
 

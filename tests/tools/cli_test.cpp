@@ -1,7 +1,9 @@
 // The program as a stranger meets it: good bursts, and every bad input with one clear line.
 #include <gtest/gtest.h>
+
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <nlohmann/json.hpp>
 
 #include <cstdlib>
 #include <filesystem>
@@ -118,6 +120,15 @@ TEST_F(Cli, MergesComparesAndReports) {
   ASSERT_EQ(run("compare m.png burst --report r.json --json c.json"), 0) << textOf(folder_ / "err");
   EXPECT_NE(textOf(folder_ / "out").find("the result"), std::string::npos);
   EXPECT_NE(textOf(folder_ / "c.json").find("cornerErrors"), std::string::npos);
+
+  // A cropped and scaled result is compared as such: it is as near to the truth as the other.
+  ASSERT_EQ(
+      run("merge burst/frame00.png burst/frame01.png burst/frame02.png -o s.png --report rs.json --auto-scaling 1"), 0);
+  ASSERT_EQ(run("compare s.png burst --report rs.json --json cs.json"), 0) << textOf(folder_ / "err");
+  const auto psnr = [&](const char* name) {
+    return nlohmann::json::parse(textOf(folder_ / name))["result"]["lumaPsnr"].get<double>();
+  };
+  EXPECT_NEAR(psnr("cs.json"), psnr("c.json"), 2.0);
 }
 
 // Every kind that loses nothing comes back as it was, and a burst in any of them merges to the same picture.
