@@ -37,6 +37,36 @@ TEST(VectralTrack, RecoversKnownMotions) {
   }
 }
 
+TEST(VectralTrack, EverySolverRecoversMotionsOfItsModel) {
+  const Mvec8Real tilted = {{1.002, 0.003, -4, -0.002, 0.998, 3, 6e-6, -4e-6, 1}, {}};
+  const Mvec8Real rigid = sceneMotion(-7, 6, 0.6), zoomed = sceneMotion(2, 1, -0.5, 1.012);
+  Mvec8Real turned = {{}, {0.009, -0.006, 0.012}};
+  Mvec8Real_setRotationAngle(&turned, 0.009, -0.006, 0.012, 640, 480, 61.0, 0);
+  struct {
+    int32_t type;
+    const Mvec8Real* truth;
+  } const cases[] = {
+      {MILSM_3R, &kMoved},  {MILSM_3R, &rigid},
+      {MILSM_4, &kMoved},   {MILSM_4, &zoomed},
+      {MILSM_8, &zoomed},   {MILSM_8, &tilted},
+      {MILSM_8ST, &turned}, {MILSM_8ST, &tilted},
+      {MILSM_8R, &turned},  {MILSM_8R_FIXED_POINT, &turned},
+  };
+  for (const auto& c : cases) {
+    TestTracker tracker;
+    tracker.blockType = 0;
+    tracker.lsmType = c.type;
+    tracker.start(baseImage());
+    ASSERT_EQ(addScene(&tracker, *c.truth), ZELVAN_OK);
+    EXPECT_EQ(tracker.failureCode, 0u) << &c - cases;
+    EXPECT_LT(motionError(tracker.output(), *c.truth), 0.25) << &c - cases;
+    for (int i = 0; i < 3; ++i) {
+      const bool hasAngles = c.type == MILSM_8R || c.type == MILSM_8R_FIXED_POINT;
+      EXPECT_NEAR(tracker.output().angles[i], hasAngles ? turned.angles[i] : 0.0, 3e-4) << &c - cases;
+    }
+  }
+}
+
 // Ideal positions stand three pixels to the right of measured ones.
 void undistort(void* size, double* outX, double* outY, double x, double y, double w, double h, double scale) {
   *static_cast<double*>(size) = w * 1000 + h;
@@ -45,6 +75,58 @@ void undistort(void* size, double* outX, double* outY, double x, double y, doubl
 }
 void distort(void*, double* outX, double* outY, double x, double y, double, double, double) {
   *outX = x - 3, *outY = y;
+}
+
+// A barrel lens: an ideal radius is (1 + k r^2) times the measured radius r, in half diagonals from the centre.
+void undistortBarrel(void* k, double* outX, double* outY, double x, double y, double w, double h, double scale) {
+  const double dx = x - w / 2, dy = y - h / 2;
+  const double factor = 1 + *static_cast<double*>(k) * (dx * dx + dy * dy) * scale * scale;
+  *outX = w / 2 + dx * factor;
+  *outY = h / 2 + dy * factor;
+}
+void distortBarrel(void* k, double* outX, double* outY, double x, double y, double w, double h, double scale) {
+  double u = x, v = y;
+  for (int i = 0; i < 40; ++i) {
+    double backX, backY;
+    undistortBarrel(k, &backX, &backY, u, v, w, h, scale);
+    u += x - backX;
+    v += y - backY;
+  }
+  *outX = u, *outY = v;
+}
+
+TEST(VectralTrack, LensFunctionsTakeTheCurvatureOutOfTheMotion) {
+  double k = 0.2;
+  const Mvec8Real truth = sceneMotion(14, -10);
+  const auto draw = [&](Image* image, const Mvec8Real& motion) {
+    Mvec8Real back;
+    Mvec8Real_inv(&back, &motion);
+    drawPixels(image, [&](double x, double y) {
+      double u, v;
+      undistortBarrel(&k, &u, &v, x, y, 640, 480, 1 / 400.0);
+      const auto p = movedPoint(back, u, v);
+      return sceneAt(p[0], p[1]);
+    });
+  };
+  TestImage base(640, 480, IMAGE_UINT8), frame(640, 480, IMAGE_UINT8);
+  draw(&base, kIdentity);
+  draw(&frame, truth);
+  double errors[2];
+  for (const int corrected : {0, 1}) {
+    TestTracker tracker;
+    tracker.blockType = 0;
+    if (corrected != 0) {
+      tracker.lensContext = &k;
+      tracker.lensUndistort = undistortBarrel;
+      tracker.lensDistort = distortBarrel;
+    }
+    tracker.start(base);
+    ASSERT_EQ(Vectral_addImage(&tracker, &frame), ZELVAN_OK);
+    EXPECT_EQ(tracker.failureCode, 0u) << corrected;
+    errors[corrected] = motionError(tracker.output(), truth);
+  }
+  EXPECT_LT(errors[1], 2.5) << "current positions come in whole pixels of level 0";
+  EXPECT_GT(errors[0], 2 * errors[1]);
 }
 
 TEST(VectralTrack, SettingsKeepTheirPrecisionAndVerdict) {
