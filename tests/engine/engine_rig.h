@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <memory>
 #include <vector>
 
@@ -57,6 +58,9 @@ class EngineRig {
     for (int32_t i = 0; i < count; ++i) EXPECT_EQ(Tessal4_setImage(get(), &frames[i], i), ZELVAN_OK);
   }
 
+  std::array<int32_t, 4> crop() const {  // left, top, right, bottom
+    return {engine_->cropLeft, engine_->cropTop, engine_->cropRight, engine_->cropBottom};
+  }
   // The first count frames, in the order of their ids.
   void merge(int32_t count) {
     constexpr int32_t kOrder[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9};

@@ -55,8 +55,7 @@ TEST(Tessal4Context, CropIsCentredWithAMarginAndEven) {
     params.outputScale = c.scale;
     EngineRig engine(c.width, c.height, 1, params);
     EXPECT_EQ(engine->outWidth, c.outWidth < 0 ? c.width : c.outWidth);
-    const std::array crop = {engine->cropLeft, engine->cropTop, engine->cropRight, engine->cropBottom};
-    EXPECT_EQ(crop, c.crop) << c.outWidth << " / " << c.scale;
+    EXPECT_EQ(engine.crop(), c.crop) << c.outWidth << " / " << c.scale;
     EXPECT_EQ(engine->cropWidth, c.crop[2] - c.crop[0]);
     EXPECT_EQ(engine->cropHeight, c.crop[3] - c.crop[1]);
   }
