@@ -102,8 +102,9 @@ struct Vectral {
 };
 
 extern "C" {
-// construct_Vectral sets the defaults and takes no memory. Vectral_memClear gives back all that Vectral_init and later
-// calls took, on a partly built record too; the state stays. destruct_Vectral also zeroes the record.
+// construct_Vectral sets the defaults and takes no memory; mvec starts as identity, so that a tracker that only loads
+// feature data can go on from there. Vectral_memClear gives back all that Vectral_init and later calls took, on a
+// partly built record too; the state stays. destruct_Vectral also zeroes the record.
 Status construct_Vectral(Vectral* self, Env* env) ZVT4_NAME(construct_Vectral);
 Status destruct_Vectral(Vectral* self) ZVT4_NAME(destruct_Vectral);
 Status Vectral_memClear(Vectral* self) ZVT4_NAME(Vectral_memClear);
@@ -152,7 +153,8 @@ Status Vectral_getFeatDataSize(Vectral* self, int32_t* outSize, int32_t withImag
 Status Vectral_dumpFeatData(Vectral* self, void* buffer, int32_t withImage) ZVT4_NAME(Vectral_dumpFeatData);
 Status Vectral_loadFeatData(Vectral* self, const void* buffer) ZVT4_NAME(Vectral_loadFeatData);
 
-// One more solve, by any MILsm variant, on the inliers of level 0; out is untouched when the solver fails.
+// One more solve, by any MILsm variant, on the inliers of level 0; out is untouched when the solver fails. The solver
+// lives for the call only, whatever comes of it.
 Status Vectral_recalcMvec(Vectral* self, Mvec8Real* out, int32_t type) ZVT4_NAME(Vectral_recalcMvec);
 
 // How well a level of the frame, warped by motion, fits that of the base: the variance of their difference per cell of

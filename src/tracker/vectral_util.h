@@ -76,7 +76,9 @@ Status VectralUtil_shrink2ForMvecDetect(Image* dst, const Image* src, ParallelEx
 Status ImageUint8_shrink2ForMvecDetect(Image* dst, const Image* src) ZVT4_NAME(ImageUint8_shrink2ForMvecDetect);
 
 // Local contrast: dst = clamp(src - m + 128, 0, 255) with m the mean of the 5x5 window, cut to the image; a full window
-// takes m = (2621 * sum) >> 16, a cut one sum / count. dst may be src, of which a copy is then taken from its arena.
+// takes m = (2621 * sum) >> 16, a cut one sum / count. The former lies a little below 1 / 25, so that a flat image
+// gives 128 along its border and, unless it is black, 129 inside.
+// dst may be src, of which a copy is then taken from its arena.
 // ZELVAN_ERROR_PARAM: a null record or plane, a src that is not UINT8. ZELVAN_ERROR_NOMEM: no copy or no dst.
 Status ImageUint8_calcLocalY(Image* dst, const Image* src) ZVT4_NAME(ImageUint8_calcLocalY);
 }
