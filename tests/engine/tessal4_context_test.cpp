@@ -42,7 +42,7 @@ TEST(Tessal4Context, CropIsCentredWithAMarginAndEven) {
     double scale;
     std::array<int32_t, 4> crop;  // left, top, right, bottom
   } const cases[] = {
-      {640, 480, -1, -1, 1.0, {0, 0, 640, 480}},       {641, 483, -1, -1, 1.0, {0, 0, 640, 482}},
+      {640, 480, -1, -1, 1.0, {0, 0, 640, 480}},       {647, 483, -1, -1, 1.0, {0, 0, 646, 482}},
       {640, 480, 320, 240, 1.0, {152, 112, 488, 368}}, {640, 480, 321, 241, 1.0, {152, 112, 488, 368}},
       {640, 480, 640, 480, 2.0, {152, 112, 488, 368}}, {640, 480, 630, 470, 1.0, {0, 0, 640, 480}},
       {640, 480, 320, 480, 1.3, {190, 48, 450, 432}},  {640, 480, 618, 458, 1.0, {4, 4, 636, 476}},
@@ -57,6 +57,7 @@ TEST(Tessal4Context, CropIsCentredWithAMarginAndEven) {
     EXPECT_EQ(engine->outWidth, c.outWidth < 0 ? c.width : c.outWidth);
     EXPECT_EQ(engine.crop(), c.crop) << c.outWidth << " / " << c.scale;
     EXPECT_EQ(engine->cropWidth, c.crop[2] - c.crop[0]);
+    EXPECT_EQ((engine->workWidth | engine->workHeight) & 3, 0);
     EXPECT_EQ(engine->cropHeight, c.crop[3] - c.crop[1]);
   }
 }

@@ -123,6 +123,19 @@ TEST(Tessal4Intake, SolveFindsTheShiftsOnBothRoads) {
   }
 }
 
+TEST(Tessal4Intake, SolveChangesTheReferenceOfMotionsFromTheIntake) {
+  EngineRig engine(640, 480, 3, defaultParams(640, 480));
+  engine->trackedAtIntake = 1;
+  engine->motions[1] = {{1.01, 0, 0, 0, 1.01, 0, 0, 0, 1}, {}};
+  engine->motions[2] = shiftBy(5, 0);
+  ASSERT_EQ(Tessal4_solve(engine.get(), 1), ZELVAN_OK);
+  for (const auto& [id, expected] : {std::pair(0, 101 / 1.01), {1, 101.0}, {2, 101 / 1.01 + 5}}) {
+    double x = 0, y = 0;
+    Mvec8Real_trans2DReal(&engine->motions[id], &x, &y, 101, 0);
+    EXPECT_NEAR(x, expected, 1e-9) << id;
+  }
+}
+
 TEST(Tessal4Intake, AutoScalingCropsToWhatAllFramesShow) {
   for (int32_t uncropped : {0, 1}) {
     Tessal4Params params = defaultParams(640, 480);
