@@ -160,7 +160,11 @@ TEST(Settings, LevelsBecomeEngineParameters) {
     Instance instance(640, 480, 4);
     zelvan_Tessaline4* handle = instance.handle();
     if (which == LEVELS) {
-      zelvan_Tessaline4_setGain(handle, 101);
+      zelvan_Tessaline4_setNumberOfMergeImages(handle, 2);
+      zelvan_Tessaline4_setGain(handle, 0);
+      zelvan_Tessaline4_setGamma(handle, 101);
+      zelvan_Tessaline4_setSaturationLevel(handle, 2000);
+      zelvan_Tessaline4_setLumaNoiseReductionTimes_internal(handle, 3);  // gives way to the level
       zelvan_Tessaline4_setLumaNoiseReductionLevel(handle, 3);
       zelvan_Tessaline4_setChromaNoiseReductionLevel(handle, 7);
       zelvan_Tessaline4_setObjBlurCorrectionLevel(handle, 5);
@@ -174,13 +178,16 @@ TEST(Settings, LevelsBecomeEngineParameters) {
     EXPECT_EQ(zelvan_Tessaline4_start(handle, &output.data, 4), kOk);
     const Tessal4Handle& h = *handle->pointer;
     const bool levels = which == LEVELS;
-    EXPECT_EQ(h.params.gain, which == DEFAULTS ? -1.0 : levels ? 1.01 : 1.0);  // neutral: no curve at intake
-    EXPECT_EQ(h.params.gamma, which == DEFAULTS ? -1.0 : 1.0);
+    EXPECT_EQ(h.params.gain, which == DEFAULTS ? -1.0 : levels ? 0.0 : 1.0);  // neutral: no curve at intake
+    EXPECT_EQ(h.params.gamma, which == DEFAULTS ? -1.0 : levels ? 1.01 : 1.0);
+    EXPECT_EQ(h.params.saturation, levels ? 2000 : 1024);
+    EXPECT_EQ(h.params.lumaNrTimes, 0);
     EXPECT_EQ(h.params.objBlurCorrection, levels ? 2.0 : 0.4);
     EXPECT_EQ(h.params.sharpnessMapFloor, which == ONE_FRAME ? 1.0 : 0.4);
     EXPECT_EQ(h.params.lumaNrLevelPercent, levels ? 15 : 0);
     EXPECT_EQ(h.params.chromaNrTimes, levels ? 3 : 0);
     EXPECT_EQ(h.uvThresholdLevels[1], levels ? 128 : 2);  // 200 % or 4 % of 64
+    EXPECT_EQ(h.uvThresholdLevels[4], levels ? 16 : 0);   // of 8, the last frame's
     EXPECT_EQ(h.epsilonLevels[1], levels ? 15.0f : 0.0f);
     EXPECT_EQ(h.epsilonLevels[5], 2.0f);  // beyond the frame count
     EXPECT_EQ(h.engine.uvThresholdTable[0], levels ? 128 : 2);
