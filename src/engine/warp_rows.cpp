@@ -4,7 +4,10 @@ namespace {
 
 #define ALWAYS_INLINE [[gnu::always_inline]] inline
 
-// Upper half of a product, which vector units have for 16-bit lanes.
+// Halves of a product, which vector units have for 16-bit lanes.
+ALWAYS_INLINE uint16_t mulLow(uint16_t a, uint16_t b) {
+  return static_cast<uint16_t>(uint32_t{a} * b);
+}
 ALWAYS_INLINE uint16_t mulHigh(uint16_t a, uint16_t b) {
   return static_cast<uint16_t>((uint32_t{a} * b) >> 16);
 }
@@ -22,8 +25,8 @@ struct Coarse {
   // With top and bottom at most 128 x 255 and p = (bottom - top) fy, the result is (128 top + p + 8192) >> 14, that is
   // (top + (p >> 7) + 64) >> 7.
   ALWAYS_INLINE static uint8_t mix(uint8_t a, uint8_t b, uint8_t c, uint8_t d, uint16_t fx, uint16_t fy) {
-    const auto top = static_cast<uint16_t>(128 * a + fx * (b - a));
-    const auto bottom = static_cast<uint16_t>(128 * c + fx * (d - c));
+    const auto top = static_cast<uint16_t>(128 * a + mulLow(static_cast<uint16_t>(b - a), fx));
+    const auto bottom = static_cast<uint16_t>(128 * c + mulLow(static_cast<uint16_t>(d - c), fx));
     const uint16_t down = mulHighDifference(bottom - top, static_cast<uint16_t>(fy << 9));
     return static_cast<uint8_t>(static_cast<uint16_t>(top + down + 64) >> 7);
   }
@@ -49,7 +52,8 @@ struct Store {
 struct Blend {
   // Bits 7 to 14 of the sum are the result.
   ALWAYS_INLINE static uint8_t put(uint8_t acc, uint8_t sample, const uint8_t* weights, int32_t j) {
-    return static_cast<uint8_t>(static_cast<uint16_t>(128 * sample + weights[j] * (acc - sample) + 64) >> 7);
+    return static_cast<uint8_t>(
+        static_cast<uint16_t>(128 * sample + mulLow(static_cast<uint16_t>(acc - sample), weights[j]) + 64) >> 7);
   }
 };
 
@@ -66,8 +70,8 @@ ALWAYS_INLINE void warpRow(uint8_t* __restrict dst, const WarpTaps& taps, const 
   const auto dy = static_cast<uint16_t>(line.dy);
   for (int32_t j = 0; j < count; ++j) {
     const auto k = static_cast<uint16_t>(j / Channels);
-    const uint16_t fx = Weights::fraction(static_cast<uint16_t>(x + uint32_t{k} * dx));
-    const uint16_t fy = Weights::fraction(static_cast<uint16_t>(y + uint32_t{k} * dy));
+    const uint16_t fx = Weights::fraction(static_cast<uint16_t>(x + mulLow(k, dx)));
+    const uint16_t fy = Weights::fraction(static_cast<uint16_t>(y + mulLow(k, dy)));
     dst[j] = Put::put(dst[j], Weights::mix(a[j], b[j], c[j], d[j], fx, fy), weights, j);
   }
 }
