@@ -46,8 +46,8 @@ void mapColumns(const RenderJob& job, int32_t top, RenderColumn* columns) {
   const auto mapEdge = [&](int32_t x, RenderPoint* ends) {
     return renderMap(job.motion, x, top, &ends[0]) && renderMap(job.motion, x, bottom, &ends[1]);
   };
-  RenderPoint left[2];
-  RenderPoint right[2];
+  RenderPoint left[2] = {};
+  RenderPoint right[2] = {};
   bool leftSeen = mapEdge(0, left);
   for (int32_t i = 0; i < job.columnCount; ++i) {
     const int32_t begin = i * kTile;
