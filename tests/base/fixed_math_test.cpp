@@ -77,6 +77,7 @@ TEST(SoftDouble, AgreesWithTheHardware) {
     EXPECT_EQ(DoubleToInt32(Int32ToDouble(word)), word);
     EXPECT_EQ(DoubleToUint32(Uint32ToDouble(static_cast<uint32_t>(word))), static_cast<uint32_t>(word));
     EXPECT_EQ(Int64ToDouble(whole), bits(static_cast<double>(whole)));
+    EXPECT_EQ(Uint64ToDouble(static_cast<uint64_t>(whole)), bits(static_cast<double>(static_cast<uint64_t>(whole))));
     EXPECT_EQ(DoubleToF32(F32ToDouble(word)), word);
   }
   EXPECT_EQ(DoubleToInt32(bits(-2.9)), -2);
@@ -90,7 +91,11 @@ TEST(SoftDouble, AgreesWithTheHardware) {
   EXPECT_EQ(Double_pow(0, bits(3.0)), 0u);
   EXPECT_EQ(Double_mul2(bits(0.75)), bits(1.5));
   EXPECT_NEAR(std::bit_cast<double>(Double_pow(bits(2.0), bits(0.5))), std::sqrt(2.0), 1e-14);
-  EXPECT_NEAR(std::bit_cast<double>(Double_sin(bits(1.0))), std::sin(1.0), 1e-15);
+  const std::pair<Double, double> functions[] = {{Double_sin(bits(1.0)), std::sin(1.0)},
+                                                 {Double_cos(bits(1.0)), std::cos(1.0)},
+                                                 {Double_exp(bits(1.5)), std::exp(1.5)},
+                                                 {Double_log(bits(10.0)), std::log(10.0)}};
+  for (const auto& [found, value] : functions) EXPECT_NEAR(std::bit_cast<double>(found), value, 2e-15);
 }
 
 }  // namespace

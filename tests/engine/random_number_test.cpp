@@ -47,4 +47,10 @@ TEST(RandomNumber, TypeZeroWrapsItsMiddleOffset) {
   EXPECT_EQ(destruct_RandomNumber(&random), ZELVAN_OK);
 }
 
+TEST(RandomNumber, StatesItsMemory) {
+  EXPECT_EQ(RandomNumber_getBufferSize(1), (624 + 4096) * 4);
+  EXPECT_EQ(RandomNumber_getBufferSize(0), (351 + 4096) * 4);
+  EXPECT_EQ(RandomNumber_getBufferSize(2), -1);
+}
+
 }  // namespace

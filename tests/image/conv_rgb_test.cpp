@@ -127,6 +127,33 @@ TEST(ConvRgb, StatusesAndDepths) {
   EXPECT_EQ(gray.row(0, 0)[0], 255);
 }
 
+TEST(ConvRgb, DeepColourMosaicsAndRectanglesOfDepths) {
+  const TestImage rgb(16, 8, IMAGE_RGB888, 7), gray(16, 8, IMAGE_UINT16, 2, 6);
+  TestImage deep(16, 8, IMAGE_RGB161616, 1, 6), part(16, 8, IMAGE_RGB161616, 1, 6), mosaic(16, 8, IMAGE_BAYER8_GRBG);
+  TestImage back(16, 8, IMAGE_RGB888, 3), same(16, 8, IMAGE_RGB888, 3), bytes(16, 8, IMAGE_UINT8),
+      some(16, 8, IMAGE_UINT8);
+  const ImageRect rect = {3, 1, 9, 5};
+  ASSERT_EQ(Image_conv_toRgb161616(&deep, &rgb) | Image_conv_toRgb161616_withRect(&part, &rgb, &rect), ZELVAN_OK);
+  ASSERT_EQ(Image_conv_toUint8(&bytes, &gray) | Image_conv_toUint8_withRect(&some, &gray, &rect), ZELVAN_OK);
+  ASSERT_EQ(Image_conv_toBayer8(&mosaic, &rgb), ZELVAN_OK);
+  ASSERT_EQ(Image_conv_toRgb888(&back, &mosaic) | ImageBayer8_toRgb888(&same, &mosaic), ZELVAN_OK);
+  EXPECT_TRUE(same.sameBytes(back));
+  TestImage corner(16, 8, IMAGE_RGB888, 3);
+  const TestImage fresh(16, 8, IMAGE_RGB888, 3);
+  ASSERT_EQ(Image_conv_toRgb888_withRect(&corner, &mosaic, &rect), ZELVAN_OK);
+  const uint16_t scale = static_cast<uint16_t>(imageRow<uint16_t>(&deep, 0)[0] / rgb.row(0, 0)[0]);
+  for (int32_t i = 0; i < 8 * 48; ++i) {
+    const int32_t x = i % 48, y = i / 48;
+    const bool inside = x >= 9 && x < 27 && y >= 1 && y < 5;
+    EXPECT_EQ(corner.row(0, y)[x], (inside ? back : fresh).row(0, y)[x]);
+    EXPECT_EQ(imageRow<uint16_t>(&deep, y)[x], rgb.row(0, y)[x] * scale);
+    if (!inside) continue;
+    EXPECT_EQ(imageRow<uint16_t>(&part, y)[x], imageRow<uint16_t>(&deep, y)[x]);
+    EXPECT_EQ(some.row(0, y)[x / 3], bytes.row(0, y)[x / 3]);
+  }
+  EXPECT_EQ(ImageBayer8_toRgb888(&back, &rgb), ZELVAN_ERROR_PARAM);
+}
+
 TEST(ConvRgb, ShrunkLumaIsTheMeanOfItsBlock) {
   TestArena arena;
   const ImageRect rect = {2, 2, 14, 8};

@@ -47,6 +47,7 @@ TEST(ImageIf, AvailabilityOfOddWidths) {
   for (const auto& [format, width, pitch0, pitch1, pitch2, available] : cases) {
     const zelvan_ImageDataEx record = {width, 3, nullptr, nullptr, nullptr, pitch0, pitch1, pitch2};
     EXPECT_EQ(IF_isAvailableImageEx(&record, format), available) << format << ' ' << pitch0;
+    EXPECT_EQ(IF_isAvailableImage(), 1);
   }
 }
 

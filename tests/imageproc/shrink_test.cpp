@@ -84,9 +84,6 @@ TEST(Rotate, FourTurnsAndTwoMirrorsComeBack) {
     EXPECT_TRUE(back.sameBytes(src));
     EXPECT_EQ(ImageProc2_rotateImageEx(&proc, &back, &src, 1, 0), ZELVAN_ERROR_UNSUPPORTED);
   }
-  ImageProcShrinkArgs args;
-  EXPECT_EQ(ImageProc_shrinkaverageImageUV_setArgs(&args, 1, 2, 3), ZELVAN_OK);
-  EXPECT_EQ(args.words[2], 3);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "tracker/vectral_fp_list.h"
 
 #include "tracker/vectral_scene.h"
+#include "tracker/vectral_util.h"
 
 namespace {
 
@@ -99,6 +100,63 @@ TEST_F(Tracking, DumpsLoadAgain) {
     EXPECT_EQ(VectralFPList_updatePos(&loaded, &image, &motion, ranges, nullptr), ZELVAN_OK);
     EXPECT_EQ(VectralFPList_set(&loaded, &feats, &base, 5), ZELVAN_ERROR_PARAM);
     EXPECT_EQ(loaded.count, 0);
+  }
+}
+
+// A copy goes its own way; the history sums squared distances in 1/32 pixel from the motion, of tracked points alone.
+TEST_F(Tracking, CopiesAreDeepAndHistoriesGrow) {
+  List list(arena.env()), copy(arena.env());
+  ASSERT_EQ(VectralFPList_set(&list, &feats, &base, 1), ZELVAN_OK);
+  ASSERT_EQ(VectralFPList_updatePos(&list, &image, &motion, ranges, nullptr), ZELVAN_OK);
+  ASSERT_EQ(VectralFPList_copy(&copy, &list), ZELVAN_OK);
+  const Points before = list.points();
+  EXPECT_EQ(copy.points(), before);
+  ASSERT_EQ(VectralFPList_updatePos(&copy, &base, &motion, ranges, nullptr), ZELVAN_OK);
+  EXPECT_NE(copy.points(), before);
+  EXPECT_EQ(list.points(), before);
+  const Mvec8Real still = sceneMotion(0, 0);
+  for (const int32_t times : {1, 2}) {
+    ASSERT_EQ(VectralFPList_updateSt(&list, &still), ZELVAN_OK);
+    EXPECT_EQ(list.updateCount, times);
+    for (int32_t i = 0; i < list.count; ++i) {
+      const auto& p = before[static_cast<size_t>(i)];
+      const int32_t dx = (p[2] - (p[0] << 15)) >> 10, dy = (p[3] - (p[1] << 15)) >> 10;
+      EXPECT_EQ(list.history[i].count, p[2] < 0 ? 0 : times);
+      EXPECT_EQ(list.history[i].sum, p[2] < 0 ? 0 : times * ((dx * dx + dy * dy) >> 5));
+    }
+  }
+  EXPECT_EQ(VectralFPList_copy(&list, &list), ZELVAN_OK);
+  EXPECT_EQ(VectralFPList_copy(&copy, nullptr) & VectralFPList_updateSt(nullptr, &still), ZELVAN_ERROR_PARAM);
+}
+
+// Costs of single candidates lead to the winner of the whole search.
+TEST_F(Tracking, CandidatesAndPlainFormsAgreeWithTheirTwins) {
+  VectralBlockBM7x7 block;
+  ASSERT_EQ(VectralBlockBM7x7_init(&block, &base, 40, 30, 50), ZELVAN_OK);
+  int32_t x = 40 << 15, y = 30 << 15, best[3] = {-1, -1, INT32_MAX};
+  ASSERT_EQ(VectralBlockBM7x7_alignment(&block, &image, &x, &y, ranges, nullptr), ZELVAN_OK);
+  for (int32_t i = 0; i < 81; ++i) {
+    VectralBlockBM7x7_evalCandidate(&block, &image, 36 + i % 9, 26 + i / 9, &best[0], &best[1], &best[2]);
+  }
+  EXPECT_TRUE(best[0] == x >> 15 && best[1] == y >> 15) << best[0] << ' ' << best[1];
+  const int32_t cost = best[2];
+  VectralBlockBM7x7_evalCandidate(&block, &image, -30, 26, &best[0], &best[1], &best[2]);
+  EXPECT_EQ(best[2], cost);
+
+  FeatPntList one, many;
+  ASSERT_EQ(construct_FeatPntList(&one, 60, arena.env()) | construct_FeatPntList(&many, 60, arena.env()), ZELVAN_OK);
+  TestExecutor three(3);
+  ASSERT_EQ(calcFeatPntList(&one, &base, 40, 7, 1, 32768, 4), ZELVAN_OK);
+  ASSERT_EQ(VectralFeatPntList_calc(&many, &base, 40, 7, 1, 32768, 4, three.get()), ZELVAN_OK);
+  EXPECT_TRUE(one.count > 10 && one.count == many.count);
+  for (int32_t i = 0; i < one.count; ++i) EXPECT_EQ(memcmp(&one.pnts[i], &many.pnts[i], sizeof(FeatPnt)), 0);
+  EXPECT_EQ(destruct_FeatPntList(&one) | destruct_FeatPntList(&many), ZELVAN_OK);
+
+  ScopedImage half(arena.env()), twin(arena.env());
+  ASSERT_EQ(ImageUint8_shrink2ForMvecDetect(&half, &base), ZELVAN_OK);
+  ASSERT_EQ(VectralUtil_shrink2ForMvecDetect(&twin, &base, three.get()), ZELVAN_OK);
+  for (int32_t y2 = 0; y2 < half.height; ++y2) {
+    EXPECT_EQ(memcmp(imageRow(&half, y2), imageRow(&twin, y2), static_cast<size_t>(half.width)), 0);
   }
 }
 
