@@ -119,6 +119,7 @@ void rotateRows(const RotateJob& job, int32_t begin, int32_t end) {
 }
 
 Status setArgs(ImageProcShrinkArgs* args, intptr_t a, intptr_t b, intptr_t c) {
+  if (args == nullptr) return ZELVAN_ERROR_PARAM;
   *args = {{a, b, c}};
   return ZELVAN_OK;
 }

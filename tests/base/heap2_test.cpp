@@ -108,7 +108,8 @@ TEST(Heap2, TakesTheWholeBufferAndRefusesOneTooSmall) {
   for (uint32_t offset = 16; offset < 32; ++offset) {
     for (uint32_t size = 0; size <= 128; ++size) {
       std::vector<char> memory(offset + size);  // its end is guarded in sanitized builds
-      const uint32_t user = (offset + 23) / 16 * 16, end = (offset + size - 8) / 16 * 16;
+      const auto at = offset + static_cast<uint32_t>(reinterpret_cast<uintptr_t>(memory.data()) % 16);
+      const uint32_t user = (at + 23) / 16 * 16, end = (at + size - 8) / 16 * 16;
       const bool fits = user < end;
       Heap2 heap = {};
       ASSERT_EQ(construct_Heap2(&heap, memory.data() + offset, size), fits ? ZELVAN_OK : ZELVAN_ERROR_RESOURCE);
