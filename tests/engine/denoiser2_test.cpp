@@ -7,6 +7,7 @@
 #include "engine/engine_rig.h"
 #include "engine/finish_scene.h"
 #include "engine/sharpen.h"
+#include "support/golden.h"
 #include "support/test_executor.h"
 #include "support/test_pel.h"
 
@@ -72,66 +73,7 @@ struct Scene {
   TestImage src, map;
 };
 
-TEST(Denoiser2, OnePassIsTheThresholdedMean) {
-  Scene scene;
-  TestImage dst(151, 62, IMAGE_YUV420_SEMIPLANAR, 2);
-  Tessal4Denoiser2 denoiser = {scene.arena.env(), nullptr, nullptr};
-  const Tessal4Denoiser2Params params = passes(1, 1);
-  ASSERT_EQ(Tessal4Denoiser2_reduceNoise(&denoiser, &dst, &scene.src, &scene.map, &params), ZELVAN_OK);
-  const auto board = std::make_unique<Scoreboard>();
-  Offset taps[20] = {{0, -1}, {0, 1}, {-1, 0}, {1, 0}}, rings[28];
-  board->clear();
-  board->choose(taps + 4, 16, 20.0, 0, 1);
-  board->clear();
-  board->choose(rings, 16, 9.0, 0, 1);
-  board->choose(rings + 16, 8, 5.0, 0, 1);
-  board->choose(rings + 24, 4, 2.0, 0, 1);
-
-  const auto at = [](const TestImage& image, int32_t x, int32_t y) -> int32_t {
-    return image.row(0, std::clamp(y, 0, image.height - 1))[std::clamp(x, 0, image.width - 1)];
-  };
-  for (int32_t y = 0; y < 62; ++y) {
-    for (int32_t x = 0; x < 151; ++x) {
-      int32_t smooth = 8;
-      for (int32_t i = 0; i < 9; ++i) {
-        smooth += ((2 - std::abs(i % 3 - 1)) * (2 - std::abs(i / 3 - 1))) * at(scene.src, x + i % 3 - 1, y + i / 3 - 1);
-      }
-      const int32_t c = at(scene.src, x, y), m = at(scene.map, x / 8, y / 8), a = std::clamp(m - 32, 0, 128);
-      const int32_t reference = ((128 - a) * c + a * (smooth / 16) + 64) / 128;
-      int32_t sum = 3 * c, n = 3;
-      for (const Offset& tap : taps) {
-        const int32_t t = at(scene.src, x + tap.dx, y + tap.dy);
-        if (std::abs(reference - t) >= 6 * m / 8) continue;
-        sum += t;
-        ++n;
-      }
-      ASSERT_EQ(dst.row(0, y)[x], (sum + n / 2) * (32768 / n) / 32768) << x << ' ' << y;
-    }
-  }
-  const auto pair = [&](int32_t x, int32_t y, int32_t b) -> int32_t {
-    return scene.src.row(1, std::clamp(y, 0, 30))[2 * std::clamp(x, 0, 74) + b];
-  };
-  const auto guide = [&](int32_t x, int32_t y) {
-    x = 2 * std::clamp(x, 0, 74);
-    y = 2 * std::clamp(y, 0, 30);
-    return (at(dst, x, y) + at(dst, x + 1, y) + at(dst, x, y + 1) + at(dst, x + 1, y + 1) + 2) / 4;
-  };
-  for (int32_t i = 0; i < 75 * 31 * 2; ++i) {
-    const int32_t x = i / 2 % 75, y = i / 150, b = i % 2, limit = at(scene.map, x / 4, y / 4) + 10;
-    int32_t sum = pair(x, y, b) + pair(x - 1, y, b) + pair(x + 1, y, b) + pair(x, y - 1, b) + pair(x, y + 1, b), n = 5;
-    for (const Offset& tap : rings) {
-      const int32_t u = x + tap.dx, v = y + tap.dy;
-      bool near = std::abs(guide(x, y) - guide(u, v)) < limit / 2;
-      for (int32_t k = 0; k < 2; ++k) near = near && std::abs(pair(x, y, k) - pair(u, v, k)) < (9 * limit + 32) / 64;
-      if (!near) continue;
-      sum += pair(u, v, b);
-      ++n;
-    }
-    ASSERT_EQ(dst.row(1, y)[2 * x + b], (sum + n / 2) * (32768 / n) / 32768) << x << ' ' << y;
-  }
-}
-
-// Every chain of stages: the same for any workers and in place, as well as by single stages.
+// Every chain of stages: recorded, the same for any workers and in place, and the sum of its stages.
 TEST(Denoiser2, ChainsEqualTheirStages) {
   Scene scene;
   TestPel pel(3);
@@ -142,6 +84,7 @@ TEST(Denoiser2, ChainsEqualTheirStages) {
   const auto run = [&](Tessal4Denoiser2* denoiser, Image* dst, const Image* src, const Tessal4Denoiser2Params& params) {
     ASSERT_EQ(Tessal4Denoiser2_reduceNoise(denoiser, dst, src, &scene.map, &params), ZELVAN_OK);
   };
+  Hash hash;
   for (int32_t stages = 0; stages < 16; ++stages) {
     Tessal4Denoiser2Params params = passes(stages % 4, stages % 4);
     params.spike = stages & 4 ? 3 : 0;
@@ -151,6 +94,7 @@ TEST(Denoiser2, ChainsEqualTheirStages) {
     params.blend = stages % 3 == 0 ? 1024 : 700;
     TestImage expected(151, 62, IMAGE_YUV420_SEMIPLANAR, 2), dst(151, 62, IMAGE_YUV420_SEMIPLANAR, 2);
     run(&serial, &expected, &scene.src, params);
+    hash.image(expected);
     run(&parallel, &dst, &scene.src, params);
     EXPECT_TRUE(dst.sameBytes(expected)) << stages;
     Image_copy(&dst, &scene.src);
@@ -169,6 +113,7 @@ TEST(Denoiser2, ChainsEqualTheirStages) {
       ASSERT_EQ(expected.row(1, i / 150)[i % 150], in + (((full - in) * params.blend + 512) >> 10));
     }
   }
+  expectGolden("kernels.txt", "denoiser2", hash);
   const Tessal4Denoiser2Params params = passes(2, 2);
   const TestImage small(18, 8, IMAGE_UINT8), luma(151, 62, IMAGE_UINT8);
   TestImage dst(151, 62, IMAGE_YUV420_SEMIPLANAR, 3);
