@@ -1,19 +1,12 @@
 // The arithmetic family by a table of rules, on every set of formats.
 #include "imageproc/pixel_ops.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstring>
-#include <functional>
-
+#include "imageproc/kernel_rig.h"
 #include "imageproc/tone.h"
-#include "support/test_arena.h"
-#include "support/test_image.h"
 
 namespace {
 
-using Rule = std::function<double(double old, double a, double b)>;
+using Rule = int64_t (*)(int64_t old, int64_t a, int64_t b);
 using TwoImages = Status (*)(ImageProc*, Image*, const Image*, const Image*);
 using WithNumber = Status (*)(ImageProc*, Image*, const Image*, int32_t);
 
@@ -26,45 +19,23 @@ struct Member {
 };
 
 const Member kMembers[] = {
-    {"add", ImageProc_add, ImageProc_n_add, false, [](double, double a, double b) { return a + b; }},
-    {"sub", ImageProc_sub, ImageProc_n_sub, true, [](double, double a, double b) { return a - b; }},
-    {"subr", nullptr, ImageProc_n_subr, true, [](double, double a, double b) { return b - a; }},
-    {"abssub", ImageProc_abssub, nullptr, false, [](double, double a, double b) { return std::fabs(a - b); }},
-    {"mul", ImageProc_mul, ImageProc_n_mul, false, [](double, double a, double b) { return a * b; }},
-    {"max", ImageProc_max, ImageProc_n_max, true, [](double, double a, double b) { return std::max(a, b); }},
-    {"min", ImageProc_min, ImageProc_n_min, true, [](double, double a, double b) { return std::min(a, b); }},
-    {"mla", ImageProc_mla, nullptr, false, [](double old, double a, double b) { return old + a * b; }},
+    {"add", ImageProc_add, ImageProc_n_add, false, [](int64_t, int64_t a, int64_t b) { return a + b; }},
+    {"sub", ImageProc_sub, ImageProc_n_sub, true, [](int64_t, int64_t a, int64_t b) { return a - b; }},
+    {"subr", nullptr, ImageProc_n_subr, true, [](int64_t, int64_t a, int64_t b) { return b - a; }},
+    {"abssub", ImageProc_abssub, nullptr, false, [](int64_t, int64_t a, int64_t b) { return std::abs(a - b); }},
+    {"mul", ImageProc_mul, ImageProc_n_mul, false, [](int64_t, int64_t a, int64_t b) { return a * b; }},
+    {"max", ImageProc_max, ImageProc_n_max, true, [](int64_t, int64_t a, int64_t b) { return std::max(a, b); }},
+    {"min", ImageProc_min, ImageProc_n_min, true, [](int64_t, int64_t a, int64_t b) { return std::min(a, b); }},
+    {"mla", ImageProc_mla, nullptr, false, [](int64_t old, int64_t a, int64_t b) { return old + a * b; }},
 };
 
-double sampleAt(const Image& image, int32_t x, int32_t y) {
-  switch (image.format) {
-    case IMAGE_UINT16:
-      return imageRow<uint16_t>(&image, y)[x];
-    case IMAGE_INT32:
-      return imageRow<int32_t>(&image, y)[x];
-    case IMAGE_FLOAT:
-      return imageRow<float>(&image, y)[x];
-    default:
-      return imageRow(&image, y)[x];
-  }
-}
-
-// Values small enough that doubles are exact.
+// Values small enough that nothing wraps and floats are whole.
 void tame(const Image& image) {
-  for (int32_t y = 0; y < image.height; ++y) {
-    for (int32_t x = 0; x < image.width; ++x) {
-      if (image.format == IMAGE_INT32) imageRow<int32_t>(&image, y)[x] %= 30000;
-      if (image.format == IMAGE_FLOAT)
-        imageRow<float>(&image, y)[x] = static_cast<float>((x * 37 + y * 11) % 500 - 250);
-    }
+  for (int32_t i = 0; i < image.width * image.height; ++i) {
+    const int32_t x = i % image.width, y = i / image.width;
+    if (image.format == IMAGE_INT32) imageRow<int32_t>(&image, y)[x] %= 30000;
+    if (image.format == IMAGE_FLOAT) imageRow<float>(&image, y)[x] = static_cast<float>((x * 37 + y * 11) % 500 - 250);
   }
-}
-
-double stored(int32_t format, bool clamps, double value) {
-  const double most = format == IMAGE_UINT8 ? 255 : 65535;
-  if (format != IMAGE_UINT8 && format != IMAGE_UINT16) return value;
-  if (clamps) return std::clamp(value, 0.0, most);
-  return static_cast<double>(static_cast<int64_t>(value) & static_cast<int64_t>(most));
 }
 
 TEST(PixelOps, EveryMemberOnEverySetOfFormats) {
@@ -76,28 +47,23 @@ TEST(PixelOps, EveryMemberOnEverySetOfFormats) {
       SCOPED_TRACE(std::string(member.name) + " " + std::to_string(to) + " " + std::to_string(from));
       for (const bool number : {false, true}) {
         if (number ? member.number == nullptr : member.images == nullptr) continue;
-        TestImage dst(19, 13, to, 1, 8);
-        TestImage old(19, 13, to, 1, 8);
-        TestImage a(19, 13, from, 2, 4);
-        TestImage b(19, 13, from, 3, 12);
-        for (const Image* image :
-             {static_cast<Image*>(&dst), static_cast<Image*>(&old), static_cast<Image*>(&a), static_cast<Image*>(&b)}) {
-          tame(*image);
+        TestImage dst(19, 13, to, 1, 8), a(19, 13, from, 2, 4), b(19, 13, from, 3, 12);
+        for (const Image& image : {Image(dst), Image(a), Image(b)}) tame(image);
+        Plane expected = planesOf(dst)[0];
+        const Plane left = planesOf(a)[0], right = planesOf(b)[0];
+        const int64_t most = to == IMAGE_UINT8 ? 255 : 65535;
+        for (size_t i = 0; i < expected.values.size(); ++i) {
+          int64_t& v = expected.values[i];
+          v = member.rule(v, left.values[i], number ? -77 : right.values[i]);
+          if (to == IMAGE_UINT8 || to == IMAGE_UINT16) v = member.clamps ? std::clamp<int64_t>(v, 0, most) : v & most;
         }
-        constexpr int32_t kNumber = -77;
-        ASSERT_EQ(number ? member.number(&proc, &dst, &a, kNumber) : member.images(&proc, &dst, &a, &b), ZELVAN_OK);
-        for (int32_t y = 0; y < 13; ++y) {
-          for (int32_t x = 0; x < 19; ++x) {
-            const double right = number ? kNumber : sampleAt(b, x, y);
-            ASSERT_EQ(sampleAt(dst, x, y),
-                      stored(to, member.clamps, member.rule(sampleAt(old, x, y), sampleAt(a, x, y), right)));
-          }
-        }
+        ASSERT_EQ(number ? member.number(&proc, &dst, &a, -77) : member.images(&proc, &dst, &a, &b), ZELVAN_OK);
+        EXPECT_EQ(planesOf(dst)[0], expected);
+        EXPECT_TRUE(dst.guardsUnchanged());
       }
     }
   }
-  TestImage rgb(4, 4, IMAGE_RGB888);
-  TestImage bytes(4, 4, IMAGE_UINT8);
+  TestImage rgb(4, 4, IMAGE_RGB888), bytes(4, 4, IMAGE_UINT8);
   EXPECT_EQ(ImageProc_add(&proc, &rgb, &bytes, &bytes), ZELVAN_ERROR_PARAM);
   EXPECT_EQ(ImageProc_add(&proc, &bytes, &bytes, nullptr), ZELVAN_ERROR_PARAM);
   EXPECT_EQ(ImageProc_div(&proc, &bytes, &bytes, &bytes), ZELVAN_ERROR_PARAM);
@@ -105,13 +71,8 @@ TEST(PixelOps, EveryMemberOnEverySetOfFormats) {
 
 TEST(PixelOps, SemiplanarImagesWorkOnBothPlanes) {
   ImageProc proc = {nullptr, nullptr};
-  TestImage dst(17, 11, IMAGE_YVU420_SEMIPLANAR, 1);
-  TestImage a(17, 11, IMAGE_YVU420_SEMIPLANAR, 2);
-  TestImage b(17, 11, IMAGE_YVU420_SEMIPLANAR, 3);
-  TestImage mask(17, 11, IMAGE_UINT8, 4);
-  for (int32_t y = 0; y < 11; ++y) {
-    for (int32_t x = 0; x < 17; ++x) mask.row(0, y)[x] %= 129;
-  }
+  TestImage dst(17, 11, 29, 1), a(17, 11, 29, 2), b(17, 11, 29, 3), mask(17, 11, 57, 4);
+  for (int32_t i = 0; i < 17 * 11; ++i) mask.row(0, i / 17)[i % 17] %= 129;
   ASSERT_EQ(ImageProc_abssub(&proc, &dst, &a, &b), ZELVAN_OK);
   EXPECT_TRUE(dst.guardsUnchanged());
   for (int32_t i = 0; i < 18; ++i) EXPECT_EQ(dst.row(1, 5)[i], std::abs(a.row(1, 5)[i] - b.row(1, 5)[i]));
@@ -122,17 +83,13 @@ TEST(PixelOps, SemiplanarImagesWorkOnBothPlanes) {
     const int32_t even = mask.row(0, 10)[i & ~1];
     EXPECT_EQ(dst.row(1, 5)[i], ((128 - even) * a.row(1, 5)[i] + even * b.row(1, 5)[i]) >> 7);
   }
-  TestImage luma(17, 11, IMAGE_UINT8);
-  TestImage u(9, 6, IMAGE_UINT8);
-  TestImage v(9, 6, IMAGE_UINT8);
+  TestImage luma(17, 11, 57), u(9, 6, 57), v(9, 6, 57);
   ASSERT_EQ(ImageProc_split2rgb888_yuv420semiplanar(&proc, &luma, &u, &v, &a), ZELVAN_OK);
   EXPECT_EQ(v.row(0, 3)[4], a.row(1, 3)[8]);
   EXPECT_EQ(u.row(0, 3)[4], a.row(1, 3)[9]);
   const int32_t grey[3] = {50, 60, 70};
   ASSERT_EQ(ImageProc_clear(&proc, &dst, grey), ZELVAN_OK);
-  EXPECT_EQ(dst.row(0, 10)[16], 50);
-  EXPECT_EQ(dst.row(1, 5)[0], 70);
-  EXPECT_EQ(dst.row(1, 5)[17], 60);
+  EXPECT_TRUE(dst.row(0, 10)[16] == 50 && dst.row(1, 5)[0] == 70 && dst.row(1, 5)[17] == 60);
 }
 
 TEST(PixelOps, RangesMapOntoBytes) {
@@ -141,39 +98,26 @@ TEST(PixelOps, RangesMapOntoBytes) {
   TestImage dst(9, 1, IMAGE_UINT8);
   for (int32_t x = 0; x < 9; ++x) imageRow<int32_t>(&src, 0)[x] = -1000 + 250 * x;
   ASSERT_EQ(ImageProc_ImageInt32_toUint8(&proc, &dst, &src, 0, 0), ZELVAN_OK);  // its own bounds
-  EXPECT_EQ(dst.row(0, 0)[0], 0);
-  EXPECT_EQ(dst.row(0, 0)[4], 128);
-  EXPECT_EQ(dst.row(0, 0)[8], 255);
+  EXPECT_TRUE(dst.row(0, 0)[0] == 0 && dst.row(0, 0)[4] == 128 && dst.row(0, 0)[8] == 255);
   ASSERT_EQ(ImageProc_ImageInt32_toUint8(&proc, &dst, &src, 0, 500), ZELVAN_OK);
-  EXPECT_EQ(dst.row(0, 0)[2], 0);
-  EXPECT_EQ(dst.row(0, 0)[5], 128);
-  EXPECT_EQ(dst.row(0, 0)[7], 255);
+  EXPECT_TRUE(dst.row(0, 0)[2] == 0 && dst.row(0, 0)[5] == 128 && dst.row(0, 0)[7] == 255);
 }
 
 TEST(Tone, NeutralCopiesAndGainKeepsSaturation) {
   TestArena arena;
   ImageProc proc = {arena.env(), nullptr};
-  for (const int32_t format :
-       {IMAGE_YUV420_PLANAR, IMAGE_YUV420_SEMIPLANAR, IMAGE_YVU420_SEMIPLANAR, IMAGE_YUV422_YUYV}) {
+  for (const int32_t format : {26, 27, 29, int32_t{IMAGE_YUV422_YUYV}}) {
     SCOPED_TRACE(format);
-    TestImage src(18, 10, format, 5);
-    TestImage dst(18, 10, format, 6);
+    TestImage src(18, 10, format, 5), dst(18, 10, format, 6);
     ImageProcTone tone = {{100, 100, 100}, 0, 32768, 32768, 32768, 0, 100};
     ASSERT_EQ(ImageProc_enhanceImage_process(&proc, &dst, &src, &tone), ZELVAN_OK);
-    for (int32_t p = 0; p < imagePlaneCount(format); ++p) {
-      for (int32_t y = 0; y < src.pixelRows(p); ++y) {
-        ASSERT_EQ(std::memcmp(dst.row(p, y), src.row(p, y), static_cast<size_t>(src.pixelBytes(p))), 0);
-      }
-    }
+    EXPECT_EQ(planesOf(dst), planesOf(src));
     // Half the luma: chroma comes half way to grey.
     tone.percentages[0] = 50;
     tone.gain = 16384;
-    for (int32_t y = 0; y < src.pixelRows(0); ++y) {
-      for (int32_t x = 0; x < src.pixelBytes(0); ++x) src.row(0, y)[x] |= 64;
-    }
+    src.row(0, 4)[0] |= 64;
     ASSERT_EQ(ImageProc_enhanceImage_process(&proc, &dst, &src, &tone), ZELVAN_OK);
-    const int32_t y0 = src.row(0, 4)[0];
-    EXPECT_EQ(dst.row(0, 4)[0], (y0 + 1) / 2);
+    EXPECT_EQ(dst.row(0, 4)[0], (src.row(0, 4)[0] + 1) / 2);
     const uint8_t* from = format == IMAGE_YUV422_YUYV ? src.row(0, 4) + 1 : src.row(1, 2);
     const uint8_t* to = format == IMAGE_YUV422_YUYV ? dst.row(0, 4) + 1 : dst.row(1, 2);
     EXPECT_NEAR(*to - 128, (*from - 128) / 2.0, 1.5);
@@ -187,9 +131,7 @@ TEST(Tone, StretchesTheHistogram) {
   TestArena arena;
   ImageProc proc = {arena.env(), nullptr};
   TestImage image(64, 64, IMAGE_YUV420_SEMIPLANAR);
-  for (int32_t y = 0; y < 64; ++y) {
-    for (int32_t x = 0; x < 64; ++x) image.row(0, y)[x] = static_cast<uint8_t>(64 + 2 * x);  // 64 to 190
-  }
+  for (int32_t i = 0; i < 64 * 64; ++i) image.row(0, i / 64)[i % 64] = static_cast<uint8_t>(64 + i % 64 * 2);
   const ImageProcTone tone = {{100, 100, 100}, 100, 32768, 32768, 32768, 5, 95};
   ASSERT_EQ(ImageProc_enhanceImage_process(&proc, &image, &image, &tone), ZELVAN_OK);
   EXPECT_EQ(image.row(0, 10)[0], 0);

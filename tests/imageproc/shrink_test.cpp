@@ -26,12 +26,10 @@ TEST(Shrink, IsTheMeanOfTheArea) {
   TestArena arena;
   ImageProc proc = {arena.env(), nullptr};
   for (const auto& [w, h] : {std::pair{37, 23}, {20, 10}, {12, 7}, {5, 3}, {1, 1}}) {
-    TestImage src(40, 24, IMAGE_UINT8, 3);
-    TestImage dst(w, h, IMAGE_UINT8);
+    TestImage src(40, 24, IMAGE_UINT8, 3), dst(w, h, IMAGE_UINT8);
     ASSERT_EQ(ImageProc_shrinkImage(&proc, &dst, &src), ZELVAN_OK);
     EXPECT_TRUE(dst.guardsUnchanged());
-    const double sx = 40.0 / w;
-    const double sy = 24.0 / h;
+    const double sx = 40.0 / w, sy = 24.0 / h;
     for (int32_t y = 0; y < h; ++y) {
       for (int32_t x = 0; x < w; ++x) {
         // Edges are kept in 1/256 pixel, and the quotient is cut.
@@ -42,18 +40,15 @@ TEST(Shrink, IsTheMeanOfTheArea) {
     ASSERT_EQ(ImageProc_shrinkImage(&proc, &dst, &src), ZELVAN_OK);
     EXPECT_EQ(dst.row(0, 0)[0], 254) << w;
   }
-  TestImage small(8, 8, IMAGE_UINT8);
-  TestImage big(9, 8, IMAGE_UINT8);
+  TestImage small(8, 8, IMAGE_UINT8), big(9, 8, IMAGE_UINT8), rgb(4, 4, IMAGE_RGB888);
   EXPECT_EQ(ImageProc_shrinkImage(&proc, &big, &small), ZELVAN_ERROR_PARAM);
-  TestImage rgb(4, 4, IMAGE_RGB888);
   EXPECT_EQ(ImageProc_shrinkImage(&proc, &rgb, &small), ZELVAN_ERROR_GENERAL);
 }
 
 TEST(Shrink, HalvesBothPlanes) {
   TestArena arena;
   ImageProc proc = {arena.env(), nullptr};
-  TestImage src(20, 12, IMAGE_YVU420_SEMIPLANAR, 3);
-  TestImage dst(10, 6, IMAGE_YVU420_SEMIPLANAR, 4);
+  TestImage src(20, 12, IMAGE_YVU420_SEMIPLANAR, 3), dst(10, 6, IMAGE_YVU420_SEMIPLANAR, 4);
   ASSERT_EQ(ImageProc_shrink2(&proc, &dst, &src), ZELVAN_OK);
   EXPECT_TRUE(dst.guardsUnchanged());
   const auto mean = [&](int32_t p, int32_t x, int32_t y, int32_t step) {
@@ -69,9 +64,7 @@ TEST(Rotate, FourTurnsAndTwoMirrorsComeBack) {
   ImageProc2 proc = {nullptr, nullptr};
   for (const int32_t format : {IMAGE_UINT8, IMAGE_UINT16, IMAGE_RGB888, IMAGE_RGBA8888, IMAGE_YUV420_SEMIPLANAR}) {
     SCOPED_TRACE(format);
-    TestImage src(14, 10, format, 3, 4);
-    TestImage once(10, 14, format, 4, 4);
-    TestImage back(14, 10, format, 3, 4);
+    TestImage src(14, 10, format, 3, 4), once(10, 14, format, 4, 4), back(14, 10, format, 3, 4);
     const int32_t bytes = imageFormatDescriptor(format).planes[0].bytes;
     ASSERT_EQ(ImageProc2_rotateImageEx(&proc, &once, &src, 1, 0), ZELVAN_OK);
     for (int32_t i = 0; i < bytes; ++i) EXPECT_EQ(once.row(0, 0)[9 * bytes + i], src.row(0, 0)[i]) << "clockwise";
