@@ -84,69 +84,6 @@ TEST(BlockMatching, TakesTheFirstOfTheLowestCosts) {
   EXPECT_GT(ties, 20);
 }
 
-// The fine alignment by its definition, in 64 bits and with all sums anew for each step. Returns how it ended.
-enum Outcome { kFound, kOutOfRange, kAlternates, kNoEnd };
-Outcome alignSlowly(const Image& base, const Point& from, const Image& image, Point* position, int32_t radius) {
-  const auto gradient = [&](int32_t i, int32_t axis) {
-    const Point before = {from[0] - (axis == 0), from[1] - (axis == 1)};
-    const Point behind = {from[0] + (axis == 0), from[1] + (axis == 1)};
-    return at(base, before, i) - at(base, behind, i);
-  };
-  const auto correlate = [&](const Image& with, const Point& centre, int32_t axis) {
-    int64_t sum = 0;
-    for (int32_t i = 0; i < 49; ++i) sum += gradient(i, axis) * at(with, centre, i);
-    return sum;
-  };
-  int64_t hess[2] = {};
-  for (int32_t i = 0; i < 98; ++i) hess[i % 2] += gradient(i / 2, i % 2) * gradient(i / 2, i % 2);
-  const Point start = {(*position)[0] >> 15, (*position)[1] >> 15};
-  Point now = {(*position)[0] >> 10, (*position)[1] >> 10}, last = {-1 << 30, -1 << 30}, last2 = last;
-  *position = {VECTRAL_POS_LOST, VECTRAL_POS_LOST};
-  for (int32_t step = 0;; ++step) {
-    const Point whole = {now[0] >> 5, now[1] >> 5};
-    const int32_t fx = now[0] & 31, fy = now[1] & 31;
-    if (std::max(std::abs(whole[0] - start[0]), std::abs(whole[1] - start[1])) > radius) return kOutOfRange;
-    if (whole[0] < 3 || whole[1] < 3 || whole[0] + 5 > image.width || whole[1] + 5 > image.height) return kOutOfRange;
-    if (step == 20) return kNoEnd;
-    for (int32_t axis = 0; axis < 2; ++axis) {
-      const auto sum = [&](int32_t a, int32_t b) { return correlate(image, {whole[0] + a, whole[1] + b}, axis); };
-      const int64_t value = (((32 - fx) * sum(0, 0) + fx * sum(1, 0)) >> 5) * (32 - fy) +
-                            (((32 - fx) * sum(0, 1) + fx * sum(1, 1)) >> 5) * fy;
-      const int64_t move = (value - 32 * correlate(base, from, axis)) / (hess[axis] / 2);
-      now[axis] += static_cast<int32_t>(std::clamp<int64_t>(move, -32, 32));
-    }
-    if (now == last) *position = {now[0] * 1024, now[1] * 1024};
-    if (now == last || now == last2) return now == last ? kFound : kAlternates;
-    last2 = last;
-    last = now;
-  }
-}
-
-TEST(FineAlignment, EqualsTheSlowForm) {
-  std::mt19937 random(11);
-  std::array<int32_t, 4> seen = {};
-  for (int32_t round = 0; round < 2500; ++round) {
-    const auto below = [&](int32_t n) { return static_cast<int32_t>(random() % n); };
-    TestImage base(25, 22, IMAGE_UINT8), image(25, 22, IMAGE_UINT8);
-    const double x = below(1000) / 32.0, y = below(1000) / 32.0;
-    drawTexture(&base, x, y);
-    drawTexture(&image, x + below(64) / 32.0, y + below(64) / 32.0);
-    if (round % 3 == 0) drawNoise(&image, 256, &random);
-    if (round % 3 == 1) drawTexture(&image, y, x);
-    for (int32_t i = 0; i < 60; ++i) image.row(0, below(22))[below(25)] ^= 31;
-    const Point from = {4 + below(17), 4 + below(14)};
-    VectralBlockICIA7x7 block;
-    if (VectralBlockICIA7x7_init(&block, &base, from[0], from[1], 0) != ZELVAN_OK) continue;
-    Point fast = {from[0] * 32768 + below(65536) - 32768, from[1] * 32768 + below(65536) - 32768};
-    Point slow = fast;
-    const int32_t radius = below(6);
-    ++seen[alignSlowly(base, from, image, &slow, radius)];
-    EXPECT_EQ(VectralBlockICIA7x7_alignment(&block, &image, &fast[0], &fast[1], &radius, nullptr), ZELVAN_OK);
-    ASSERT_EQ(fast, slow) << round;
-  }
-  for (const int32_t count : seen) EXPECT_GT(count, 0);
-}
-
 TEST(Blocks, AreRefusedOnFlatsAndEdges) {
   TestImage image(20, 20, IMAGE_UINT8);
   // Grey levels of the right half, and of one pixel beside the edge: flat, an edge, energies of 50 and 2286 (of which a
