@@ -115,7 +115,7 @@ TEST(Tone, NeutralCopiesAndGainKeepsSaturation) {
     // Half the luma: chroma comes half way to grey.
     tone.percentages[0] = 50;
     tone.gain = 16384;
-    src.row(0, 4)[0] |= 64;
+    src.row(0, 4)[0] |= 65;
     ASSERT_EQ(ImageProc_enhanceImage_process(&proc, &dst, &src, &tone), ZELVAN_OK);
     EXPECT_EQ(dst.row(0, 4)[0], (src.row(0, 4)[0] + 1) / 2);
     const uint8_t* from = format == IMAGE_YUV422_YUYV ? src.row(0, 4) + 1 : src.row(1, 2);

