@@ -186,7 +186,7 @@ TEST(MILsmVariants, AnswersAndFailures) {
       EXPECT_EQ(MILsm_outputMvecReal(&s.lsm, &out, image), ZELVAN_ERROR_PARAM);
       EXPECT_EQ(MILsm_addReal(&s.lsm, image, 0, 0, 1, 0, 0, 1), ZELVAN_ERROR_PARAM);
       EXPECT_EQ(MILsm_setInitialMvecReal(&s.lsm, &v.motions[1], image),
-                v.type == MILSM_3R ? ZELVAN_OK : ZELVAN_ERROR_PARAM);
+                v.type <= MILSM_4 ? ZELVAN_OK : ZELVAN_ERROR_PARAM);
     }
     EXPECT_EQ(MILsm_add(&s.lsm, 1, 0, 0, 1, 0, 0, 1), ZELVAN_ERROR_PARAM);
     EXPECT_EQ(MILsm_clearBlock(&s.lsm, 1, 0), v.clearBlock);
