@@ -69,7 +69,7 @@ TEST(Blur, RefusalsLeaveThePicture) {
 // An arena of the stated size, and a block's header for each of the few blocks, is enough.
 TEST(Blur, StatedSizesSuffice) {
   for (const auto& [w, h] : {std::pair{40, 60}, {200, 70}}) {
-    const auto runs = [&](int32_t bytes, int32_t format, Blur2 blur) {
+    const auto runs = [w = w, h = h](int32_t bytes, int32_t format, Blur2 blur) {
       KernelRig rig(0, static_cast<uint32_t>(bytes) + 512);
       TestImage image(w, h, format, 3);
       EXPECT_EQ(blur(&rig.proc2, &image, &image, 7.0), ZELVAN_OK) << format;

@@ -120,7 +120,7 @@ TEST(LinkedBlockingQueue, NullBlankHeldItemsAndTimeLimits) {
   EXPECT_EQ(LinkedBlockingQueue_put(&queue, &item), 0);
   EXPECT_EQ(LinkedBlockingQueue_take(nullptr), nullptr);
   EXPECT_EQ(LinkedBlockingQueue_size(nullptr), -1);
-  ASSERT_EQ(LinkedBlockingQueue_init(&queue, 1), ZELVAN_OK);
+  for (const int32_t capacity : {3, 1}) ASSERT_EQ(LinkedBlockingQueue_init(&queue, capacity), ZELVAN_OK);
   for (const int32_t millis : {-3, 5}) EXPECT_EQ(LinkedBlockingQueue_pollMillis(&queue, millis), nullptr);
   EXPECT_EQ(LinkedBlockingQueue_offerMillis(&queue, &item, -3), 1);
   for (const int32_t millis : {-3, 5}) EXPECT_EQ(LinkedBlockingQueue_offerMillis(&queue, &item, millis), 0);
