@@ -71,15 +71,12 @@ TEST(ImageClear, ChannelsOfOneReadingAndRefusals) {
   TestImage bgr(5, 3, IMAGE_BGR888), deep(5, 3, IMAGE_RGB161616, 1, 6), pair(5, 3, IMAGE_UINT88), same(5, 3, 57);
   ASSERT_EQ(ImageRgb888_clear(&bgr, values) | ImageRgb161616_clear(&deep, values) | ImageUint88_clear(&pair, values),
             ZELVAN_OK);
-  EXPECT_EQ(bgr.row(0, 2)[12], 300 & 255);
-  EXPECT_EQ(bgr.row(0, 2)[14], 10);
-  EXPECT_EQ(imageRow<uint16_t>(&deep, 2)[14], 300);
-  EXPECT_EQ(pair.row(0, 2)[9], 20);
+  EXPECT_TRUE(bgr.row(0, 2)[12] == (300 & 255) && bgr.row(0, 2)[14] == 10);
+  EXPECT_TRUE(imageRow<uint16_t>(&deep, 2)[14] == 300 && pair.row(0, 2)[9] == 20);
   for (const Family& family : kFamilies) {
     TestImage& other = family.first == 57 ? pair : same;
-    EXPECT_EQ(family.clear(&other, values), ZELVAN_ERROR_PARAM);
-    EXPECT_EQ(family.clear(nullptr, values), ZELVAN_ERROR_PARAM);
-    EXPECT_EQ(family.clear(&other, nullptr), ZELVAN_ERROR_PARAM);
+    EXPECT_EQ(family.clear(&other, values) & family.clear(nullptr, values) & family.clear(&other, nullptr),
+              ZELVAN_ERROR_PARAM);
   }
   EXPECT_TRUE(same.unchanged());
 }

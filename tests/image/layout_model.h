@@ -9,8 +9,7 @@ struct LayoutModel {
   struct Plane {
     int32_t unitBytes = 0, unitWidth = 1, unitHeight = 1;
   };
-  int32_t planes = 1;
-  int32_t alignX = 1, alignY = 1;
+  int32_t planes = 1, alignX = 1, alignY = 1;
   Plane plane[3];
 
   int64_t rowBytes(int32_t p, int64_t width) const {

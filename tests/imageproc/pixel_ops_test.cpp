@@ -94,8 +94,7 @@ TEST(PixelOps, SemiplanarImagesWorkOnBothPlanes) {
 
 TEST(PixelOps, RangesMapOntoBytes) {
   ImageProc proc = {nullptr, nullptr};
-  TestImage src(9, 1, IMAGE_INT32, 1, 4);
-  TestImage dst(9, 1, IMAGE_UINT8);
+  TestImage src(9, 1, IMAGE_INT32, 1, 4), dst(9, 1, IMAGE_UINT8);
   for (int32_t x = 0; x < 9; ++x) imageRow<int32_t>(&src, 0)[x] = -1000 + 250 * x;
   ASSERT_EQ(ImageProc_ImageInt32_toUint8(&proc, &dst, &src, 0, 0), ZELVAN_OK);  // its own bounds
   EXPECT_TRUE(dst.row(0, 0)[0] == 0 && dst.row(0, 0)[4] == 128 && dst.row(0, 0)[8] == 255);

@@ -57,8 +57,7 @@ TEST(Resize, RoutesAndRefusals) {
                               {1, 63, 63, 9, 9, 1},   {1, 57, 57, 9, 0, 3},   {2, 57, 57, 20, 8, 3},
                               {2, 57, 57, 10, 16, 3}, {2, 57, 57, 0, 8, 3},   {2, 64, 57, 7, 5, 3}};
   for (const auto& [form, to, from, w, h, status] : cases) {
-    TestImage src(20, 16, from, 1, 8), dst(w, h, to, 2, 8);
-    TestImage expected(w, h, IMAGE_UINT8, 2, 8);
+    TestImage src(20, 16, from, 1, 8), dst(w, h, to, 2, 8), expected(w, h, IMAGE_UINT8, 2, 8);
     ScopedImage luma(nullptr);
     EXPECT_EQ(kForms[form](rig, &dst, &src), kStatuses[status]) << to << " from " << from;
     EXPECT_EQ(dst.unchanged(), status != 0);

@@ -24,14 +24,10 @@ inline double valueNoise(double x, double y, uint32_t seed) {
     h = (h ^ (h >> 12)) * 0x297A2D39u;
     return static_cast<double>((h ^ (h >> 15)) & 0xFFFF) / 65535.0;
   };
-  const double fx = std::floor(x);
-  const double fy = std::floor(y);
-  const int32_t i = static_cast<int32_t>(fx);
-  const int32_t j = static_cast<int32_t>(fy);
+  const double fx = std::floor(x), fy = std::floor(y);
+  const int32_t i = static_cast<int32_t>(fx), j = static_cast<int32_t>(fy);
   const auto ease = [](double t) { return t * t * (3 - 2 * t); };
-  const double u = ease(x - fx);
-  const double v = ease(y - fy);
-  const double top = lattice(i, j) * (1 - u) + lattice(i + 1, j) * u;
+  const double u = ease(x - fx), v = ease(y - fy), top = lattice(i, j) * (1 - u) + lattice(i + 1, j) * u;
   const double bottom = lattice(i, j + 1) * (1 - u) + lattice(i + 1, j + 1) * u;
   return top * (1 - v) + bottom * v;
 }
@@ -54,8 +50,7 @@ struct Frame {
 
 // Layout of a format that the library accepts, computed here on its own.
 inline Frame makeFrame(const std::string& format, int32_t width, int32_t height) {
-  const size_t w = static_cast<size_t>(width + 1) / 2 * 2;
-  const size_t h = static_cast<size_t>(height + 1) / 2 * 2;
+  const size_t w = static_cast<size_t>(width + 1) / 2 * 2, h = static_cast<size_t>(height + 1) / 2 * 2;
   Frame frame;
   frame.bytes.assign(format == "YUV422_YUYV" ? w * static_cast<size_t>(height) * 2 : w * h * 3 / 2, 0);
   // The result of a packed burst is converted in its own buffer, which the semi-planar form must fit as well.
@@ -75,16 +70,13 @@ inline void fillFrame(Frame* frame, const std::string& format, double shiftX, do
   const auto byteOf = [&](double v) {
     return static_cast<uint8_t>(std::clamp(v + (noise > 0 ? normal(random) : 0.0) + 0.5, 0.0, 255.0));
   };
-  const int32_t width = frame->data.width;
-  const int32_t height = frame->data.height;
-  const size_t pitch = static_cast<size_t>(width + 1) / 2 * 2;
-  const size_t rows = static_cast<size_t>(height + 1) / 2 * 2;
+  const int32_t width = frame->data.width, height = frame->data.height;
+  const size_t pitch = static_cast<size_t>(width + 1) / 2 * 2, rows = static_cast<size_t>(height + 1) / 2 * 2;
   uint8_t* out = frame->bytes.data();
   const bool packed = format == "YUV422_YUYV";
   for (size_t y = 0; y < (packed ? static_cast<size_t>(height) : rows); ++y) {
     for (size_t x = 0; x < pitch; ++x) {
-      const double sx = static_cast<double>(x) + shiftX;
-      const double sy = static_cast<double>(y) + shiftY;
+      const double sx = static_cast<double>(x) + shiftX, sy = static_cast<double>(y) + shiftY;
       const uint8_t luma = byteOf(sceneLuma(sx, sy));
       if (packed) {
         out[y * pitch * 2 + 2 * x] = luma;

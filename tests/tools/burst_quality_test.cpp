@@ -16,8 +16,7 @@ constexpr bool kQuick = true;
 #else
 constexpr bool kQuick = false;
 #endif
-constexpr int32_t kWidth = kQuick ? 640 : 1280;
-constexpr int32_t kHeight = kQuick ? 480 : 960;
+constexpr int32_t kWidth = kQuick ? 640 : 1280, kHeight = kQuick ? 480 : 960;
 
 const RgbPicture& scene() {
   static const RgbPicture picture = builtInScene(kWidth, kHeight, 3);
@@ -47,8 +46,7 @@ double cornerError(const SimulatedBurst& burst, const BurstResult& result, size_
   double worst = 0;
   for (const Point corner :
        {Point{0, 0}, Point{kWidth - 1, 0}, Point{0, kHeight - 1}, Point{kWidth - 1, kHeight - 1}}) {
-    const Point a = mapPoint(result.frames[i].motion, corner);
-    const Point b = mapPoint(truth, corner);
+    const Point a = mapPoint(result.frames[i].motion, corner), b = mapPoint(truth, corner);
     worst = std::max(worst, std::hypot(a.x - b.x, a.y - b.y));
   }
   return worst;
@@ -85,8 +83,7 @@ double ghostOpacity(const SimulatedBurst& burst, const SimulatedBurst& still, si
                     const Picture& picture) {
   const Homography motion = compose(burst.frames[i].motion, inverse(burst.frames[base].motion));
   const Picture& truth = burst.frames[base].clean;
-  double product = 0;
-  double square = 0;
+  double product = 0, square = 0;
   for (size_t at = 0; at < truth.y.size(); ++at) {
     if (truth.y[at] != still.frames[base].clean.y[at]) continue;  // the base's own object
     const Point p = mapPoint(motion, {static_cast<double>(at % kWidth), static_cast<double>(at / kWidth)});

@@ -25,26 +25,20 @@ double literalSsim(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b,
   for (int32_t y = 5; y < height - 5; ++y) {
     for (int32_t x = 5; x < width - 5; ++x, ++count) {
       double weight = 0, ma = 0, mb = 0, va = 0, vb = 0, cov = 0;
-      for (int32_t pass = 0; pass < 2; ++pass) {
-        for (int32_t i = 0; i < 121; ++i) {
-          const int32_t dx = i % 11 - 5;
-          const int32_t dy = i / 11 - 5;
-          const double w = std::exp(-(dx * dx + dy * dy) / (2 * 1.5 * 1.5));
-          const auto at = static_cast<size_t>((y + dy) * width + x + dx);
-          if (pass == 0) {
-            weight += w;
-            ma += w * a[at];
-            mb += w * b[at];
-          } else {
-            va += w / weight * (a[at] - ma) * (a[at] - ma);
-            vb += w / weight * (b[at] - mb) * (b[at] - mb);
-            cov += w / weight * (a[at] - ma) * (b[at] - mb);
-          }
+      for (int32_t i = 0; i < 242; ++i) {  // the means first
+        if (i == 121) ma /= weight, mb /= weight;
+        const int32_t dx = i % 11 - 5, dy = i / 11 % 11 - 5;
+        const double w = std::exp(-(dx * dx + dy * dy) / (2 * 1.5 * 1.5));
+        const auto at = static_cast<size_t>((y + dy) * width + x + dx);
+        if (i < 121) {
+          weight += w, ma += w * a[at], mb += w * b[at];
+        } else {
+          va += w / weight * (a[at] - ma) * (a[at] - ma);
+          vb += w / weight * (b[at] - mb) * (b[at] - mb);
+          cov += w / weight * (a[at] - ma) * (b[at] - mb);
         }
-        if (pass == 0) ma /= weight, mb /= weight;
       }
-      const double c1 = 6.5025;   // (0.01 x 255)^2
-      const double c2 = 58.5225;  // (0.03 x 255)^2
+      const double c1 = 6.5025, c2 = 58.5225;  // (0.01 x 255)^2, (0.03 x 255)^2
       sum += (2 * ma * mb + c1) * (2 * cov + c2) / ((ma * ma + mb * mb + c1) * (va + vb + c2));
     }
   }

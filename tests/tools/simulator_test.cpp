@@ -9,8 +9,7 @@
 namespace tool {
 namespace {
 
-constexpr int32_t kWidth = 400;
-constexpr int32_t kHeight = 300;
+constexpr int32_t kWidth = 400, kHeight = 300;
 
 Simulation small() {
   Simulation s;
@@ -41,8 +40,7 @@ double mismatch(const Picture& base, const Picture& frame, const Homography& mot
     for (int32_t x = 40; x < kWidth - 40; ++x, ++count) {
       const Point p = mapPoint(motion, {static_cast<double>(x), static_cast<double>(y)});
       const auto at = static_cast<size_t>(std::floor(p.y)) * kWidth + static_cast<size_t>(std::floor(p.x));
-      const double u = p.x - std::floor(p.x);
-      const double v = p.y - std::floor(p.y);
+      const double u = p.x - std::floor(p.x), v = p.y - std::floor(p.y);
       const double there = (1 - v) * ((1 - u) * frame.y[at] + u * frame.y[at + 1]) +
                            v * ((1 - u) * frame.y[at + kWidth] + u * frame.y[at + kWidth + 1]);
       const double d = there - base.y[static_cast<size_t>(y) * kWidth + static_cast<size_t>(x)];
@@ -74,10 +72,7 @@ TEST(Simulator, NoiseFollowsTheModelAndTheSeed) {
   const SimulatedFrame& frame = plainBurst().frames[2];
   // By brightness; far enough from 0 and 255 not to be clipped.
   struct Bin {
-    double expected = 0;
-    double sum = 0;
-    double square = 0;
-    double count = 0;
+    double expected = 0, sum = 0, square = 0, count = 0;
   };
   std::array<Bin, 3> bins;
   for (size_t i = 0; i < frame.clean.y.size(); ++i) {
@@ -117,8 +112,7 @@ TEST(Simulator, FaultsStayInTheirFrameAndPlace) {
   EXPECT_GT(mismatch(plain.frames[2].clean, burst.frames[2].clean, {1, 0, 0, 0, 1, 0, 0, 0, 1}), 500);
   for (const size_t i : {size_t{0}, size_t{3}}) {
     const SimulatedFrame& frame = burst.frames[i];
-    double reach = 0;
-    double inside = 0;
+    double reach = 0, inside = 0;
     for (size_t at = 0; at < frame.clean.y.size(); ++at) {
       if (frame.clean.y[at] == plain.frames[i].clean.y[at]) continue;
       const double distance = std::hypot(static_cast<double>(at % kWidth) - frame.object.x,
