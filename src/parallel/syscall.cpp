@@ -18,7 +18,8 @@ Status Syscall_setThreadAffinityMask(Env*, uint32_t mask) {
     std::memset(every, 0xFF, sizeof every);
     result = syscall(SYS_sched_setaffinity, 0, sizeof every, every);
   } else {
-    result = syscall(SYS_sched_setaffinity, 0, sizeof mask, &mask);
+    const unsigned long word = mask;  // masks come in whole words
+    result = syscall(SYS_sched_setaffinity, 0, sizeof word, &word);
   }
   return result == 0 ? ZELVAN_OK : ZELVAN_ERROR_RESOURCE;
 }
