@@ -21,18 +21,10 @@
 #define ZVT4_MOTION_MILSM8R_H_
 
 #include "motion/milsm_variant.h"
+#include "motion/rotation_record.h"
 
-// Of image k above 0: q are its rays, p those of image 0.
-struct MILsm8RImageSums {
-  double own[6];    // w q q^T: xx, xy, xz, yy, yz, zz. From pairs with any image.
-  double cross[9];  // w p q^T, row by row
-};
-
-// Of the images 0 < i < j: p are rays of i, q of j.
-struct MILsm8RPairSums {
-  int64_t count;    // how many were added
-  double cross[9];  // w p q^T, row by row
-};
+using MILsm8RImageSums = RotationImageSums<double>;
+using MILsm8RPairSums = RotationPairSums<int64_t, double>;
 
 struct MILsm8R {
   int32_t imageCount;

@@ -25,18 +25,10 @@
 
 #include "motion/milsm_variant.h"
 #include "motion/pair_record.h"
+#include "motion/rotation_record.h"
 
-// Of image k above 0: q are its rays, p those of image 0.
-struct FixedImageSums {
-  int32_t own[6];    // w q q^T: xx, xy, xz, yy, yz, zz. From pairs with any image.
-  int32_t cross[9];  // w p q^T, row by row
-};
-
-// Of the images 0 < i < j: p are rays of i, q of j.
-struct FixedPairSums {
-  int32_t count;     // how many were added
-  int32_t cross[9];  // w p q^T, row by row
-};
+using FixedImageSums = RotationImageSums<int32_t>;
+using FixedPairSums = RotationPairSums<int32_t, int32_t>;
 
 struct MILsm8RFixedPoint {
   int32_t imageCount;

@@ -6,6 +6,20 @@
 #include "motion/camera.h"
 #include "motion/mvec8_real.h"
 
+// Of image k above 0: q are its rays, p those of image 0.
+template <typename Number>
+struct RotationImageSums {
+  Number own[6];    // w q q^T: xx, xy, xz, yy, yz, zz. From pairs with any image.
+  Number cross[9];  // w p q^T, row by row
+};
+
+// Of the images 0 < i < j: p are rays of i, q of j.
+template <typename Count, typename Number>
+struct RotationPairSums {
+  Count count;      // how many were added
+  Number cross[9];  // w p q^T, row by row
+};
+
 template <typename Record>
 void rotationSetCamera(Record* self, int32_t width, int32_t height, double fovDegrees) {
   const Camera camera = makeCamera(width, height, fovDegrees);
