@@ -4,6 +4,7 @@
 #include "imageproc/kernel_rig.h"
 #include "imageproc/resize.h"
 #include "tracker/feat_pnt_list.h"
+#include "tracker/vectral.h"
 #include "tracker/vectral_block.h"
 
 namespace {
@@ -150,25 +151,75 @@ TEST_F(Kernels, Features) {
   }
 }
 
-// Blocks of softened noise sought near their place in the same noise, in noise of its own, and beyond the border.
-TEST_F(Kernels, FineAlignments) {
-  test::Hash hash;
-  int32_t found = 0, lost = 0;
-  for (uint32_t i = 0; i < 2500; ++i) {
-    TestImage base(25, 22, IMAGE_UINT8, i), image(25, 22, IMAGE_UINT8, i % 3 == 0 ? i + 9999 : i);
-    for (TestImage* each : {&base, &image}) ImageProc_gaussBlur2(&rigs.rigs[0].proc, each, each, 1.4);
-    for (uint32_t k = 0; k < i % 60; ++k) image.row(0, k * 7 % 22)[k * 11 % 25] ^= 31;
-    const int32_t x = 4 + i % 17, y = 4 + i % 14, radius = i % 6;
-    VectralBlockICIA7x7 block;
-    if (VectralBlockICIA7x7_init(&block, &base, x, y, 0) != ZELVAN_OK) continue;
-    int32_t at[2] = {x * 32768 + static_cast<int32_t>(i * 7919 % 65536) - 32768,
-                     y * 32768 - static_cast<int32_t>(i * 31)};
-    EXPECT_EQ(VectralBlockICIA7x7_alignment(&block, &image, &at[0], &at[1], &radius, nullptr), ZELVAN_OK);
-    ++(at[0] == VECTRAL_POS_LOST ? lost : found);
-    hash.bytes(at, sizeof at);
+// Blocks of softened noise or of two grey levels, where costs tie, sought near their place in the same picture, in
+// another and beyond the border.
+TEST_F(Kernels, Alignments) {
+  for (const int32_t type : {0, 1, 3}) {
+    VectralBlockFuncTbl table;
+    ASSERT_EQ(VectralBlock_getFuncTbl(&table, type), ZELVAN_OK);
+    test::Hash hash;
+    int32_t found = 0, lost = 0;
+    for (uint32_t i = 0; i < 2500; ++i) {
+      TestImage base(25, 22, IMAGE_UINT8, i), image(25, 22, IMAGE_UINT8, i % 3 == 0 ? i + 9999 : i);
+      for (TestImage* each : {&base, &image}) {
+        if (i % 5 == 0) makeExtreme(*each);
+        if (i % 5 != 0) ImageProc_gaussBlur2(&rigs.rigs[0].proc, each, each, 1.4);
+      }
+      for (uint32_t k = 0; k < i % 60; ++k) image.row(0, k * 7 % 22)[k * 11 % 25] ^= 31;
+      const int32_t x = type == 0 ? 4 + i % 17 : i % 25, y = type == 0 ? 4 + i % 14 : i % 22, radius = i % 6;
+      VectralBlockHybrid block;  // has room for either form
+      if (table.init(&block, &base, x, y, 0) != ZELVAN_OK) continue;
+      int32_t at[3] = {x * 32768 + static_cast<int32_t>(i * 7919 % 65536) - 32768, y * 32768 - int32_t(i * 31), -9};
+      EXPECT_EQ(table.alignment(&block, &image, &at[0], &at[1], &radius, &at[2]), ZELVAN_OK);
+      ++(at[0] == VECTRAL_POS_LOST ? lost : found);
+      hash.bytes(at, sizeof at);
+    }
+    EXPECT_TRUE(found > 500 && (type != 0 || lost > 500)) << found << ' ' << lost;
+    test::expectGolden("kernels.txt", "alignment." + std::to_string(type), hash);
   }
-  EXPECT_TRUE(found > 500 && lost > 500) << found << ' ' << lost;
-  test::expectGolden("kernels.txt", "fine-alignment", hash);
+}
+
+// A shift, some points 5 pixels too far or lost: every way to add and weigh them.
+TEST_F(Kernels, Solves) {
+  int32_t columns[6][70] = {};
+  VectralFPHistory residuals[70] = {};
+  VectralFPList list = {};
+  list.count = 70, list.updateCount = 3, list.history = residuals;
+  list.baseX = columns[0], list.baseY = columns[1], list.curX = columns[2], list.curY = columns[3];
+  list.strength = columns[4], list.inlier = columns[5];
+  for (int32_t i = 0; i < 70; ++i) {
+    const bool lost = i % 11 == 5, outlier = i % 17 == 3;
+    const int32_t x = 10 + 37 * i % 301, y = 8 + 53 * i % 223;
+    list.baseX[i] = x, list.baseY[i] = y, list.strength[i] = 20 + 13 * i % 150;
+    list.curX[i] = lost ? VECTRAL_POS_LOST : x * 32768 + (outlier ? 5 << 15 : 82432 + i % 3 * 819);
+    list.curY[i] = lost ? VECTRAL_POS_LOST : y * 32768 - 40960;
+    residuals[i] = {outlier ? 4000 : 40, 10};
+  }
+  KernelRig& rig = rigs.rigs[0];
+  const auto tracker = std::make_unique<Vectral>();
+  MILsm lsm;
+  ASSERT_EQ(construct_Vectral(tracker.get(), rig.arena.env()) | construct_MILsm(&lsm, rig.arena.env()), ZELVAN_OK);
+  ASSERT_EQ(MILsm_init(&lsm, MILSM_8ST, 2), ZELVAN_OK);
+  test::Hash hash;
+  for (int32_t mode = 0; mode < 5; ++mode) {
+    Mvec8Real motion = {{1, 0, 1, 0, 1, 0, 0, 0, 1}, {}};
+    list.count = mode < 4 ? 70 : 0;  // without points the motion stays
+    std::fill_n(list.inlier, 70, 0);
+    const Status status = mode == 0   ? Vectral_solvePlain(tracker.get(), &motion, &list, &lsm)
+                          : mode == 1 ? Vectral_solveHistoryWeighted(tracker.get(), &motion, &list, &lsm)
+                          : mode == 2 ? Vectral_solveWeighted(tracker.get(), &motion, &list, &lsm)
+                                      : Vectral_solveTwoPass(tracker.get(), &motion, &list, 320, 240, &lsm);
+    EXPECT_EQ(status, ZELVAN_OK);
+    EXPECT_EQ(tracker->failureCode, 0x40000000u | (mode == 4 ? uint32_t{VECTRAL_FAIL_SOLVER} : 0u));
+    // Flags are set from 2 on; the second pass of 3 leaves out what is too far from the first result.
+    for (int32_t i = 0; i < list.count && mode >= 2; ++i) {
+      EXPECT_EQ(list.inlier[i], i % 11 != 5 && (mode == 2 || i % 17 != 3)) << mode << ' ' << i;
+    }
+    EXPECT_NEAR(motion.h[2], mode == 4 ? 1 : 2.5, mode == 1 || mode >= 3 ? 0.1 : 1) << mode;
+    hash.bytes(&motion, sizeof motion).bytes(list.inlier, sizeof columns[5]);
+  }
+  test::expectGolden("kernels.txt", "solves", hash);
+  EXPECT_EQ(destruct_MILsm(&lsm) | destruct_Vectral(tracker.get()), ZELVAN_OK);
 }
 
 }  // namespace

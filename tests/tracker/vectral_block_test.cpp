@@ -23,67 +23,6 @@ TEST(SquareSpiral, GoesRingByRing) {
   EXPECT_EQ(std::unique(visited.begin(), visited.end()) - visited.begin(), 11 * 11);
 }
 
-// Noise of few grey levels, so that costs tie, or of all.
-void drawNoise(TestImage* image, uint32_t levels, std::mt19937* random) {
-  drawPixels(image, [&](int32_t, int32_t) { return (*random)() % levels * (255 / (levels - 1)); });
-}
-
-// Pixel i of the 7x7 window with this centre.
-int32_t at(const Image& image, const Point& centre, int32_t i) {
-  return imageRow(&image, centre[1] - 3 + i / 7)[centre[0] - 3 + i % 7];
-}
-
-int64_t mean16(const Image& image, const Point& centre) {
-  int64_t sum = 0;
-  for (int32_t i = 0; i < 49; ++i) sum += at(image, centre, i);
-  return sum * 1337 + ((sum * 15381) >> 15);
-}
-
-TEST(BlockMatching, TakesTheFirstOfTheLowestCosts) {
-  std::mt19937 random(5);
-  int32_t ties = 0;
-  for (int32_t round = 0; round < 900; ++round) {
-    TestImage base(31, 27, IMAGE_UINT8), image(31, 27, IMAGE_UINT8);
-    const uint32_t levels = round % 3 == 0 ? 2 : round % 3 == 1 ? 4 : 256;
-    drawNoise(&base, levels, &random);
-    drawNoise(&image, levels, &random);
-    for (int32_t row = 0; round % 2 != 0 && row < 14; ++row) std::fill_n(image.row(0, row), 31, uint8_t{200});
-    const auto below = [&](int32_t n) { return static_cast<int32_t>(random() % n); };
-    const int32_t radius = below(5);
-    const auto fits = [](const Point& p, int32_t m) {
-      return p[0] >= m && p[0] < 31 - m && p[1] >= m && p[1] < 27 - m;
-    };
-    const Point from = {below(31), below(27)}, start = {below(31), below(27)};
-    VectralBlockBM7x7 block;
-    const Status status = VectralBlockBM7x7_init(&block, &base, from[0], from[1], 0);
-    EXPECT_EQ(status, fits(from, 3) ? ZELVAN_OK : ZELVAN_ERROR_GENERAL);
-    if (status != ZELVAN_OK) continue;
-    const bool searched = fits(start, radius + 3);  // else the prediction stays as it is
-    Point expected = start;
-    std::vector<int64_t> costs(2, 49 << 24);
-    for (const Point& p : spiral(start[0], start[1], radius)) {
-      if (!searched) break;
-      const int64_t shift = mean16(image, p) - mean16(base, from);
-      int64_t cost = 0;
-      for (int32_t i = 0; i < 49; ++i) cost += std::abs((at(base, from, i) - at(image, p, i)) * 65536 + shift);
-      if (cost < *std::min_element(costs.begin(), costs.end())) expected = p;
-      costs.push_back(cost);
-    }
-    std::sort(costs.begin(), costs.end());
-    ties += searched && costs[0] == costs[1];
-    const int64_t margin = std::min<int64_t>((costs[1] - costs[0] + 65535) / 65536, 255);
-    for (const bool withRel : {false, true}) {
-      int32_t x = start[0] * 32768 + 32767, y = start[1] * 32768 + 5, rel = -9;
-      const auto align = withRel ? VectralBlockBM7x7_alignmentWithRel : VectralBlockBM7x7_alignment;
-      EXPECT_EQ(align(&block, &image, &x, &y, &radius, &rel), ZELVAN_OK);
-      EXPECT_EQ(x, expected[0] * 32768 + (searched ? 0 : 32767));
-      EXPECT_EQ(y, expected[1] * 32768 + (searched ? 0 : 5));
-      EXPECT_EQ(rel, withRel && searched ? margin : -9);
-    }
-  }
-  EXPECT_GT(ties, 20);
-}
-
 TEST(Blocks, AreRefusedOnFlatsAndEdges) {
   TestImage image(20, 20, IMAGE_UINT8);
   // Grey levels of the right half, and of one pixel beside the edge: flat, an edge, energies of 50 and 2286 (of which a
