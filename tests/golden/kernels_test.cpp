@@ -151,8 +151,8 @@ TEST_F(Kernels, Features) {
   }
 }
 
-// Blocks of softened noise or of two grey levels, where costs tie, sought near their place in the same picture, in
-// another and beyond the border.
+// Blocks of softened noise or of two grey levels, sought near their place in the same picture, in another, on a flat,
+// where all costs tie, and beyond the border.
 TEST_F(Kernels, Alignments) {
   for (const int32_t type : {0, 1, 3}) {
     VectralBlockFuncTbl table;
@@ -165,6 +165,7 @@ TEST_F(Kernels, Alignments) {
         if (i % 5 == 0) makeExtreme(*each);
         if (i % 5 != 0) ImageProc_gaussBlur2(&rigs.rigs[0].proc, each, each, 1.4);
       }
+      for (int32_t row = 0; i % 4 == 0 && row < 14; ++row) std::fill_n(image.row(0, row), 25, uint8_t{200});
       for (uint32_t k = 0; k < i % 60; ++k) image.row(0, k * 7 % 22)[k * 11 % 25] ^= 31;
       const int32_t x = type == 0 ? 4 + i % 17 : i % 25, y = type == 0 ? 4 + i % 14 : i % 22, radius = i % 6;
       VectralBlockHybrid block;  // has room for either form

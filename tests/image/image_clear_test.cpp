@@ -57,9 +57,9 @@ TEST(ImageClear, EveryFamilyByItsChannels) {
       } else {
         if (format == IMAGE_RGB888) Image_copy(&rgb, &image);
         ASSERT_EQ(Image_conv_toRgb888(&rgb, &image), ZELVAN_OK);
+        const int32_t *const want = isRgb ? colour : shown, low = format == IMAGE_RGB565 ? ~7 : ~0;
         for (int32_t i = 0; i < 39 * 7; ++i) {
-          const int32_t low = format == IMAGE_RGB565 ? ~7 : ~0;
-          ASSERT_EQ(rgb.row(0, i / 39)[i % 39] & low, (isRgb ? colour : shown)[i % 3] & low) << i;
+          ASSERT_EQ(rgb.row(0, i / 39)[i % 39] & low, want[i % 3] & low) << i;
         }
       }
     }

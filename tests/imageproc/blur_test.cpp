@@ -71,7 +71,7 @@ TEST(Blur, StatedSizesSuffice) {
   for (const auto& [w, h] : {std::pair{40, 60}, {200, 70}}) {
     const auto runs = [w = w, h = h](int32_t bytes, int32_t format, Blur2 blur) {
       KernelRig rig(0, static_cast<uint32_t>(bytes) + 512);
-      TestImage image(w, h, format, 3);
+      TestImage image(w, h, format, 3, 8);
       EXPECT_EQ(blur(&rig.proc2, &image, &image, 7.0), ZELVAN_OK) << format;
     };
     runs(ImageProc2_getBufferSizeForGaussBlur(w, h), IMAGE_RGB888, ImageProc2_gaussBlur);
