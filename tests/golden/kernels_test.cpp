@@ -44,7 +44,7 @@ TEST_F(Kernels, Blurs) {
     Status (*twin)(ImageProc2*, Image*, const Image*, double);
     std::vector<int32_t> formats;
   } members[] = {
-      {"direct", ImageProc_gaussBlur2, ImageProc2_gaussBlur, {57, 2, 24, 25, 26, 27, 28, 29, 36, 64}},
+      {"direct", ImageProc_gaussBlur2, ImageProc2_gaussBlur, {57, 2, 25, 26, 29, 36, 64}},
       {"7x7-uint8", ImageProc_filterGaussianBlur7x7_uint8, ImageProc2_filterGaussianBlur7x7_uint8, {57}},
       {"7x7-uint88", ImageProc_filterGaussianBlur7x7_uint88, ImageProc2_filterGaussianBlur7x7_uint88, {64}},
       {"7x7-uint16", ImageProc_filterGaussianBlur7x7_uint16, ImageProc2_filterGaussianBlur7x7_uint16, {61}},
@@ -54,7 +54,7 @@ TEST_F(Kernels, Blurs) {
       {"halves-pel", nullptr, ImageProc2_pgaussBlur, {27, 57}},
   };
   for (const auto& m : members) {
-    keepsItsBits("blur." + std::string(m.name), m.formats, shapes, {0.01, 0.3, 1.0, 1.8, 1.81, 6.0, 45.0},
+    keepsItsBits("blur." + std::string(m.name), m.formats, shapes, {0.01, 1.0, 1.8, 1.81, 6.0, 45.0},
                  [&](KernelRig& rig, Image* dst, Image* src, double sigma) {
                    const auto byTwin = [&](Image* to) { return m.twin(&rig.proc2, to, src, sigma); };
                    const auto byBlur = [&](Image* to) { return m.blur(&rig.proc, to, src, sigma); };
@@ -93,7 +93,7 @@ TEST_F(Kernels, GuidedFilters) {
     const int32_t numShrink = form % 3;
     const bool inRect = form / 3 % 2 != 0, withMap = form >= 6;
     const std::string name = std::to_string(numShrink) + (inRect ? "-rect" : "") + (withMap ? "-map" : "");
-    keepsItsBits("guided." + name, {57, 29}, shapes, {3, 9, 23, 41, 101},
+    keepsItsBits("guided." + name, {57, 29}, shapes, {3, 23, 41, 101},
                  [&](KernelRig& rig, Image* dst, Image* src, double window) {
                    EXPECT_EQ(ImageProc_gaussBlur2(&rig.proc, src, src, 1.2), ZELVAN_OK);
                    for (int32_t y = 0; y < 30; ++y) std::fill_n(imageRow(src, y), 40, uint8_t{77});
