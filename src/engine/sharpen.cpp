@@ -53,8 +53,7 @@ Status sharpen(ParallelExecutor* executor, Env* env, Image* dst, const Image* sr
   const int32_t height = src->height;
   if (width < kRowFilterMinWidth) return ZELVAN_ERROR_PARAM;
   const SharpenJob<Radius> job(dst, src, map, sigmaA, sigmaB, truncToInt32(gain), coring);
-  const int32_t bands = ParallelExecutor_getNumberOfBands(executor);
-  const int32_t n = bands < kMaxBands ? bands : kMaxBands;
+  const int32_t n = clampInt(ParallelExecutor_getNumberOfBands(executor), 1, kMaxBands);
   const size_t windowSize = size_t{2} * kRows * static_cast<size_t>(width);
   const size_t borderSize = size_t{Radius} * static_cast<size_t>(width);
   const ScopedBlock<int16_t> windows(env, windowSize * static_cast<size_t>(n));

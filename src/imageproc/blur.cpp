@@ -151,7 +151,7 @@ Status wideBlur(Context* proc, Image* dst, const Image* src, double sigma) {
     const bool fullChroma = Image_isYuv444(src->format) != 0;
     return blurPlanes(proc, dst, src, sigma, fullChroma ? sigma : sigma * 0.5, wideBlur<Context>);
   }
-  if (sigma > kFinalSigma && std::min(src->width, src->height) >= kSmallestHalved && src->format != IMAGE_RGB888) {
+  if (sigma > kFinalSigma && std::min(src->width, src->height) >= kSmallestHalved) {
     return blurThroughHalf(proc, dst, src, sigma);
   }
   return directBlur(proc, dst, src, sigma);

@@ -13,8 +13,8 @@
 // ImageProc_pgaussBlur, ImageProc2_pgaussBlur: any sigma at a bounded cost. Variances add, so with a sigma above 1.8
 // and sides of at least 33 the blur beyond 1.8, sqrt(sigma sigma - 3.24), is done by the same function at half the size
 // and half the sigma, and the enlarged result is finished with sigma 1.8. Subsampled chroma of multi-plane formats
-// takes half the sigma. Below that, and for RGB888, it is the direct blur. The pools' resizes differ (resize.h), so
-// their wide blurs may differ by a count. Returns the status of the failing step.
+// takes half the sigma. Otherwise it is the direct blur. The pools' resizes differ (resize.h), so their wide blurs may
+// differ by a count, and a Pel has none of RGB888 through the half. Returns the status of the failing step.
 //
 // ..._filterGaussianBlur7x7_uint8, _uint88, _uint16, 5x5 and 3x3: taps that sum to 32768 exactly (gauss_taps.h). Rows:
 // (sum + 512) >> 10, into 16 bits, 32 for 16-bit samples; columns: (sum + 0x80000) >> 20. The format is that of the

@@ -123,8 +123,8 @@ Status ImageProc2_render(ImageProc2* proc, Image* dst, const Image* src, const M
       return status | onPlaneViews(proc->env, dst, src, Image_initSubImageUV, [&](Image* d, const Image* s) {
                Mvec8Real chroma = {};
                const double scale = static_cast<double>(d->width) / dst->width;
-               return similarTransform(&chroma, motion, 0, 0, scale, false) |
-                      renderOnPel<RenderPair8>(proc, d, s, &chroma);
+               const Status scaled = similarTransform(&chroma, motion, 0, 0, scale, false);
+               return scaled | renderOnPel<RenderPair8>(proc, d, s, &chroma);
              });
     }
     case IMAGE_UINT8:

@@ -162,6 +162,11 @@ Status ImageProc_resizeImage(ImageProc* proc, Image* dst, const Image* src) {
       return same ? resizeForked<ResizeF32>(proc, dst, src) : ZELVAN_ERROR_UNSUPPORTED;
     case IMAGE_UINT88:
       return same ? resizeForked<ResizePair8>(proc, dst, src) : ZELVAN_ERROR_UNSUPPORTED;
+    case IMAGE_RGB888:
+    case IMAGE_BGR888:
+      return same ? resizeForked<ResizeRgb8>(proc, dst, src) : ZELVAN_ERROR_UNSUPPORTED;
+    case IMAGE_RGBA8888:
+      return same ? resizeForked<ResizeRgba8>(proc, dst, src) : ZELVAN_ERROR_UNSUPPORTED;
     default:
       return ZELVAN_ERROR_UNSUPPORTED;
   }

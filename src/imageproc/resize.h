@@ -11,13 +11,13 @@
 // ImageProc_resizeImage on 8-bit planes, when the width does not shrink, weighs groups of eight pixels with 7 bits:
 // with position p of the first pixel of a group, pixel k takes q = ((p & 32767) >> 8) + ((k step + 128) >> 8), index
 // (p >> 15) + (q >> 7), weight w = q & 127, ((128 - w) a + w b + 64) >> 7. The first group starts at the first position
-// at or above 0; groups follow while their first x is below dw - 0x40000 / step. ImageProc2_resizeImage and chroma
-// pairs always take 15 bits, so the two may differ by a count.
+// at or above 0; groups follow while their first x is below dw - 0x40000 / step. ImageProc2_resizeImage and
+// interleaved channels always take 15 bits, so the two may differ by a count.
 //
 // ImageProc_resizeImage: 57 into plane 0 of the destination; 24 and 26 (into 24, 26, or 57 for luma only); 27 and 29
-// (chroma only if the destination is 27 or 29); 58, 61, 63 and 64 into their own format. Equal sizes copy, with a
-// change of format through ImageProc_cvt. ZELVAN_ERROR_UNSUPPORTED for a format with no route. Scratch (two rows per
-// band) that the arena refuses leaves the plane as it is and is not reported.
+// (chroma only if the destination is 27 or 29); 2, 3, 9, 58, 61, 63 and 64 into their own format. Equal sizes copy,
+// with a change of format through ImageProc_cvt. ZELVAN_ERROR_UNSUPPORTED for a format with no route. Scratch (two rows
+// per band) that the arena refuses leaves the plane as it is and is not reported.
 //
 // ImageProc2_resizeImage: 26, 27, 29, 57, 58, 61, 64 into the same format, else ZELVAN_ERROR_UNSUPPORTED. Near a half,
 // |dw - sw / 2| < 2 and |dh - sh / 2| < 2, a plane takes (a + b + c + d + 2) >> 2 of the 2x2 block at (2x, 2y), with

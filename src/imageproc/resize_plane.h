@@ -20,6 +20,12 @@ struct ResizeY8 {
 struct ResizePair8 : ResizeY8 {
   static constexpr int32_t kChannels = 2;
 };
+struct ResizeRgb8 : ResizeY8 {
+  static constexpr int32_t kChannels = 3;
+};
+struct ResizeRgba8 : ResizeY8 {
+  static constexpr int32_t kChannels = 4;
+};
 struct ResizeU16 {
   using Sample = uint16_t;
   static constexpr int32_t kChannels = 1;
