@@ -2,10 +2,13 @@
 #include "imageproc/blur.h"
 #include "imageproc/guided_filter.h"
 #include "imageproc/kernel_rig.h"
+#include "imageproc/render.h"
 #include "imageproc/resize.h"
+#include "imageproc/window_sums.h"
 #include "tracker/feat_pnt_list.h"
 #include "tracker/vectral.h"
 #include "tracker/vectral_block.h"
+#include "tracker/vectral_util.h"
 
 namespace {
 
@@ -83,6 +86,37 @@ TEST_F(Kernels, Resizes) {
   });
   keepsItsBits("average-shrink", formats, smaller, {0}, [](KernelRig& rig, Image* dst, Image* src, double) {
     return ImageProc2_averageShrink(&rig.proc2, dst, src);
+  });
+}
+
+// Shifts by whole and broken pixels, along the border and off the source; the executor's form and that of a Pel.
+TEST_F(Kernels, Shifts) {
+  const std::vector<Shape> shapes = {
+      {150, 170, 150, 170}, {40, 90, 34, 140}, {40, 30, 2, 2}, {1, 1, 9, 33}, {46, 35, 45, 37}};
+  const auto motionOf = [](double shift) { return Mvec8Real{{1, 0, shift, 0, 1, 0.7 * shift, 0, 0, 1}, {}}; };
+  const std::vector<double> shifts = {0, 3, 0.4, 0.99994, 400};
+  keepsItsBits("shift", {27, 29, 57, 4, 15}, shapes, shifts, [&](KernelRig& rig, Image* dst, Image* src, double shift) {
+    const Mvec8Real motion = motionOf(shift);
+    return ImageProc_render(&rig.proc, dst, src, &motion);
+  });
+  keepsItsBits("shift-pel", {27, 29, 57, 61}, shapes, shifts,
+               [&](KernelRig& rig, Image* dst, Image* src, double shift) {
+                 const Mvec8Real motion = motionOf(shift);
+                 return ImageProc2_render(&rig.proc2, dst, src, &motion);
+               });
+}
+
+// The next level of a pyramid, and the local contrast of a level.
+TEST_F(Kernels, Pyramids) {
+  const std::vector<Shape> shapes = {{4, 4, 1, 1},     {4, 9, 1, 3},     {5, 5, 1, 1},
+                                     {37, 23, 17, 10}, {90, 68, 44, 33}, {91, 141, 44, 69}};
+  keepsItsBits("pyramid", {57}, shapes, {0}, [](KernelRig& rig, Image* dst, Image* src, double) {
+    ScopedImage contrast(rig.arena.env());
+    EXPECT_EQ(ImageUint8_calcLocalY(&contrast, src), ZELVAN_OK);
+    src->env = rig.arena.env();
+    EXPECT_EQ(ImageUint8_calcLocalY(src, src), ZELVAN_OK);
+    EXPECT_EQ(planesOf(*src), planesOf(contrast)) << "in place";
+    return VectralUtil_shrink2ForMvecDetect(dst, &contrast, rig.proc.executor);
   });
 }
 

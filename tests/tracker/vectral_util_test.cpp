@@ -169,42 +169,4 @@ TEST(VectralUtil, ContrastIsStretchedToTwoDeviations) {
   }
 }
 
-TEST(VectralUtil, PyramidKernelsFollowTheirPatterns) {
-  TestExecutor pool(3);
-  // Weights of the taps at (row, column) for even columns; odd columns mirror them left to right.
-  static constexpr int32_t kEven[4][4] = {{0, 0, 1, 0}, {0, 2, 0, 1}, {1, 0, 2, 0}, {0, 1, 0, 0}};
-  for (const auto& [w, h] : {std::pair{4, 4}, {4, 9}, {5, 5}, {37, 23}, {90, 68}, {91, 141}}) {
-    TestArena arena;
-    TestImage src(w, h, IMAGE_UINT8, 3);
-    src.env = arena.env();
-    for (ParallelExecutor* executor : {static_cast<ParallelExecutor*>(nullptr), pool.get()}) {
-      ScopedImage dst(arena.env());
-      Image_init(&dst, (w - 2) / 2, (h - 2) / 2, nullptr, IMAGE_INT32);  // as a band-passed level is left behind
-      ASSERT_EQ(VectralUtil_shrink2ForMvecDetect(&dst, &src, executor), ZELVAN_OK);
-      EXPECT_EQ(std::pair(dst.width, dst.height), std::pair((w - 2) / 2, (h - 2) / 2));
-      expectPixels(dst, [&](int32_t x, int32_t y) {
-        int32_t sum = 0;
-        for (int32_t i = 0; i < 16; ++i) {
-          sum += kEven[i / 4][x % 2 == 0 ? i % 4 : 3 - i % 4] * src.row(0, 2 * y + i / 4)[2 * x + i % 4];
-        }
-        return sum >> 3;
-      });
-    }
-    ScopedImage before(arena.env()), apart(arena.env());
-    ASSERT_EQ(Image_copy(&before, &src), ZELVAN_OK);
-    ASSERT_EQ(ImageUint8_calcLocalY(&apart, &src), ZELVAN_OK);
-    ASSERT_EQ(ImageUint8_calcLocalY(&src, &src), ZELVAN_OK);
-    expectPixels(apart, [&](int32_t x, int32_t y) {
-      int32_t sum = 0, count = 0;
-      for (int32_t v = std::max(y - 2, 0); v <= std::min(y + 2, before.height - 1); ++v) {
-        for (int32_t u = std::max(x - 2, 0); u <= std::min(x + 2, before.width - 1); ++u, ++count) {
-          sum += imageRow(&before, v)[u];
-        }
-      }
-      return clampByte(imageRow(&before, y)[x] - (count == 25 ? (2621 * sum) >> 16 : sum / count) + 128);
-    });
-    expectPixels(src, [&](int32_t x, int32_t y) { return imageRow(&apart, y)[x]; });
-  }
-}
-
 }  // namespace
