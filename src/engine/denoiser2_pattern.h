@@ -4,7 +4,8 @@
 //   ((count (k & 3) x 0.25 + (k >> 2)) / count + pass x 0.125 / passes) x 2 pi,
 // four quadrants in turn, turned a little from pass to pass. Of the offsets within |dx| + |dy| <= 4 of the aim the one
 // of least cost is taken, the first in row order: cost is what the scoreboard holds near it plus 0.001 times the
-// distance. The scoreboard counts the samples chosen so far, by position, row, column and direction.
+// distance. The scoreboard counts the samples chosen so far, by position, row, column and direction. The pixel itself
+// and its four neighbours, which a pass counts anyway, are not chosen.
 #ifndef ZVT4_ENGINE_DENOISER2_PATTERN_H_
 #define ZVT4_ENGINE_DENOISER2_PATTERN_H_
 

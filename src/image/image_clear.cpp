@@ -31,12 +31,12 @@ void fillPlane(const Image* image, int32_t plane, const Unit& unit) {
   const ptrdiff_t pitch = plane == 0 ? image->pitch0 : plane == 1 ? image->pitch1 : image->pitch2;
   const int32_t bytes = ((image->width + (1 << d.shiftX) - 1) >> d.shiftX) * d.bytes;
   const int32_t rows = (image->height + (1 << d.shiftY) - 1) >> d.shiftY;
-  for (int32_t y = 0; y < rows; ++y) {
-    for (int32_t x = 0; x < bytes; ++x) base[y * pitch + x] = unit.bytes[x % unit.size];
-  }
+  if (rows < 1) return;
+  for (int32_t x = 0; x < bytes; ++x) base[x] = unit.bytes[x % unit.size];
+  for (int32_t y = 1; y < rows; ++y) std::memcpy(base + y * pitch, base, static_cast<size_t>(bytes));
 }
 
-// fill(image) if the image is one of the family.
+// fill() if the image is one of the family.
 template <typename Fill>
 Status clearIf(int32_t isMember(int32_t format), const Image* image, const int32_t* values, const Fill& fill) {
   if (image == nullptr || values == nullptr || image->plane0 == nullptr || isMember(image->format) == 0) {

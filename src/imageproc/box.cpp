@@ -222,7 +222,7 @@ int32_t ImageProc2_getBufferSizeForFilter3x3(int32_t width, int32_t height) {
   return Image_getSize(width, height, IMAGE_UINT8, 0);
 }
 
-Status ImageProc_filterAveraging3x3(ImageProc* proc, Image* dst, const Image* src) {
+Status ImageProc_filterAveraging3x3(ImageProc* proc, Image* dst, const Image* src, double /*sigma*/) {
   return filter3x3<Average3x3>(proc, dst, src);
 }
 Status ImageProc_filterMax3x3(ImageProc* proc, Image* dst, const Image* src) {

@@ -27,7 +27,8 @@ int32_t ImageProc2_getBufferSizeForBoxBlur(int32_t width, int32_t height) ZVT4_N
 int32_t ImageProc2_getBufferSizeForFilter3x3(int32_t width, int32_t height)
     ZVT4_NAME(ImageProc2_getBufferSizeForFilter3x3);
 
-Status ImageProc_filterAveraging3x3(ImageProc* proc, Image* dst, const Image* src)
+// sigma has no part in a flat mean: it makes the call that of the Gaussian filters.
+Status ImageProc_filterAveraging3x3(ImageProc* proc, Image* dst, const Image* src, double sigma)
     ZVT4_NAME(ImageProc_filterAveraging3x3);
 Status ImageProc_filterMax3x3(ImageProc* proc, Image* dst, const Image* src) ZVT4_NAME(ImageProc_filterMax3x3);
 Status ImageProc_filterMin3x3(ImageProc* proc, Image* dst, const Image* src) ZVT4_NAME(ImageProc_filterMin3x3);

@@ -49,7 +49,7 @@ TEST(Filter3x3, EveryMemberByItsRule) {
     return static_cast<int32_t>((sum + 4.5) / 9);
   };
   const std::pair<Filter, Rule> members[] = {
-      {ImageProc_filterAveraging3x3, mean},
+      {[](ImageProc* p, Image* d, const Image* s) { return ImageProc_filterAveraging3x3(p, d, s, 1.0); }, mean},
       {ImageProc_filterMax3x3, [](auto v) { return *std::max_element(v.begin(), v.end()); }},
       {ImageProc_filterMin3x3, [](auto v) { return *std::min_element(v.begin(), v.end()); }},
       {ImageProc_filterMedian3x3,
