@@ -178,10 +178,6 @@ Status chromaRow(ChromaJob* job, int32_t row, const PelContext*) {
 
 constexpr PelKernel kChromaRow = pelIndexed<ChromaJob, chromaRow>();
 
-int32_t byteStrength(double strength) {
-  return clampInt(truncToInt32(strength), 0, 255);
-}
-
 }  // namespace
 
 Status Tessal4Denoiser_removeSpikePEL(Pel* pel, Image* dst, const Image* src, const Image* map, double strength) {

@@ -21,10 +21,6 @@ constexpr int32_t kFullBlend = 0x400;
 constexpr double kLumaRadii[5] = {3.0, 5.0, 8.0, 13.0, 20.0};  // by kind
 constexpr double kChromaRadii[3] = {9.0, 5.0, 2.0};            // outer, middle and inner ring, in pairs
 
-int32_t byteStrength(double strength) {
-  return clampInt(truncToInt32(strength), 0, 255);
-}
-
 // count pixels of a row from (x, y) on, coordinates clamped; buffer serves where they leave the row.
 template <int32_t kBytes>
 const uint8_t* samples(const Image* image, int32_t x, int32_t y, int32_t count, uint8_t* buffer) {
@@ -181,6 +177,7 @@ void chromaRows(const ChromaPass& pass, int32_t begin, int32_t end) {
   for (int32_t y = begin; y < end; ++y) {
     uint8_t* dst = imageRow(pass.dst, y);
     const uint8_t* map = imageRow(pass.map, y >> 2);
+    const uint8_t* guide = imageRow(pass.guide, y);
     for (int32_t x = 0; x < src->width; x += kBlock) {
       const int32_t n = std::min(kBlock, src->width - x);
       uint8_t near[3][2 * (kBlock + 2)];
@@ -193,7 +190,7 @@ void chromaRows(const ChromaPass& pass, int32_t begin, int32_t end) {
         uint8_t farGuides[kBlock];
         const int32_t tx = x + pass.taps[t].dx;
         const int32_t ty = y + pass.taps[t].dy;
-        addChromaTap(&block, rows[1] + 2, imageRow(pass.guide, y) + x, samples<2>(src, tx, ty, n, farPairs),
+        addChromaTap(&block, rows[1] + 2, guide + x, samples<2>(src, tx, ty, n, farPairs),
                      samples<1>(pass.guide, tx, ty, n, farGuides), n);
       }
       for (int32_t i = 0; i < n; ++i) {
@@ -288,7 +285,7 @@ Status reduceLuma(const Run& run, Image* dst, const Image* src) {
     LumaPass pass = {.dst = nullptr,
                      .src = relay.current(),
                      .map = run.map,
-                     .strength = byteStrength(params.lumaStrength[i]),
+                     .strength = denoiser::byteStrength(params.lumaStrength[i]),
                      .mix = clampInt(params.lumaMix[i], 0, 128),
                      .centreWeight = clampInt(params.lumaCentreWeight[i], 1, 255),
                      .tapCount = clampInt(params.lumaTaps[i], 0, kMostLumaTaps),
@@ -327,7 +324,7 @@ Status reduceChroma(const Run& run, Image* dst, const Image* src, const Image* l
                        .src = relay.current(),
                        .guide = &guide,
                        .map = run.map,
-                       .strength = byteStrength(params.chromaStrength[i]),
+                       .strength = denoiser::byteStrength(params.chromaStrength[i]),
                        .tapCount = 0,
                        .taps = {}};
     const int32_t rings[3] = {params.chromaOuterTaps[i], params.chromaMiddleTaps[i], params.chromaInnerTaps[i]};
@@ -344,10 +341,6 @@ Status reduceChroma(const Run& run, Image* dst, const Image* src, const Image* l
   }
   if (relay.current()->plane0 == dst->plane0) return ZELVAN_OK;
   return executeRows<CopyJob, copyRows>(pel, {dst, relay.current(), static_cast<size_t>(dst->width) * 2}, dst->height);
-}
-
-bool isSemiplanar(const Image* image) {
-  return image->format == IMAGE_YUV420_SEMIPLANAR || image->format == IMAGE_YVU420_SEMIPLANAR;
 }
 
 }  // namespace
@@ -372,7 +365,7 @@ Status Tessal4Denoiser2_reduceNoise(Tessal4Denoiser2* denoiser, Image* dst, cons
   }
   const int32_t width = dst->width;
   const int32_t height = dst->height;
-  if (!isSemiplanar(dst) || src->format != dst->format || src->width < width || src->height < height) {
+  if (!isSemiplanar420(dst->format) || src->format != dst->format || src->width < width || src->height < height) {
     return ZELVAN_ERROR_PARAM;
   }
   if (map->format != IMAGE_UINT8 || map->width < (width >> 3) + 1 || map->height < (height >> 3) + 1) {

@@ -23,6 +23,10 @@ inline constexpr std::array<uint16_t, 512> kReciprocal = [] {
   return table;
 }();
 
+inline int32_t byteStrength(double strength) {
+  return clampInt(truncToInt32(strength), 0, 255);
+}
+
 inline uint8_t meanOf(int32_t sum, int32_t n) {
   const int32_t mean = ((sum + (n >> 1)) * kReciprocal[static_cast<size_t>(n)]) >> 15;
   return static_cast<uint8_t>(mean < 255 ? mean : 255);

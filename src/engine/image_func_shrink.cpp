@@ -5,12 +5,8 @@
 
 namespace {
 
-bool isSemiplanar420(const Image* image) {
-  return image->format == IMAGE_YUV420_SEMIPLANAR || image->format == IMAGE_YVU420_SEMIPLANAR;
-}
-
 bool hasHalving(const Image* image) {
-  return isSemiplanar420(image) || image->format == IMAGE_UINT8;
+  return isSemiplanar420(image->format) || image->format == IMAGE_UINT8;
 }
 
 // Luma by two: rounded to the nearest in groups of eight columns, cut in the columns behind the last group.
@@ -75,7 +71,7 @@ struct ShrinkBand {
 };
 
 Status shrink2Band(ShrinkBand* band) {
-  const bool chroma = isSemiplanar420(band->dst) && isSemiplanar420(band->src);
+  const bool chroma = isSemiplanar420(band->dst->format) && isSemiplanar420(band->src->format);
   for (int32_t y = band->begin; y < band->end; ++y) {
     halveLumaRow(imageRow(band->dst, y), imageRow(band->src, 2 * y), imageRow(band->src, 2 * y + 1), band->dst->width);
     if (chroma && (y & 1) == 0) shrinkChromaRow<2>(band->dst, band->src, y / 2);
@@ -118,7 +114,7 @@ constexpr PelKernel kShrink2Pair = pelIndexed<ShrinkJob, shrink2Pair>();
 }  // namespace
 
 Status Tessal4ImageFunc_shrink2(ParallelExecutor* executor, Image* dst, const Image* src) {
-  if (!isSemiplanar420(src)) return ZELVAN_OK;
+  if (!isSemiplanar420(src->format)) return ZELVAN_OK;
   return forkShrink<shrink2Band>(executor, dst, src);
 }
 
@@ -129,7 +125,7 @@ Status Tessal4ImageFunc_shrink2_PEL(Pel* pel, Image* dst, const Image* src) {
 }
 
 Status Tessal4ImageFunc_shrink4(ParallelExecutor* executor, Image* dst, const Image* src) {
-  if (!isSemiplanar420(src)) return ZELVAN_OK;
+  if (!isSemiplanar420(src->format)) return ZELVAN_OK;
   return forkShrink<shrink4Band>(executor, dst, src);
 }
 
@@ -139,7 +135,7 @@ Status Tessal4ImageFunc_shrinkImage(ParallelExecutor* executor, Pel* pel, Image*
   const int32_t ratioY = src->height / dst->height;
   ScopedImage smaller(dst->env);
   Status status;
-  if (ratioX >= 4 && ratioY >= 4 && isSemiplanar420(src)) {
+  if (ratioX >= 4 && ratioY >= 4 && isSemiplanar420(src->format)) {
     status = Image_init(&smaller, (src->width / 4) & ~1, (src->height / 4) & ~1, nullptr, src->format);
     if (status == ZELVAN_OK) status = Tessal4ImageFunc_shrink4(executor, &smaller, src);
   } else if (ratioX >= 3 && ratioY >= 3 && hasHalving(src)) {

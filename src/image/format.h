@@ -106,6 +106,11 @@ constexpr bool isImageFormat(int32_t format) {
   return static_cast<uint32_t>(format) < IMAGE_FORMAT_COUNT;
 }
 
+// The two formats with one plane of chroma pairs for 2x2 pixels.
+constexpr bool isSemiplanar420(int32_t format) {
+  return format == IMAGE_YUV420_SEMIPLANAR || format == IMAGE_YVU420_SEMIPLANAR;
+}
+
 // Planes that a format has; one for every format without chroma planes, IMAGE_NONE too.
 int32_t imagePlaneCount(int32_t format);
 

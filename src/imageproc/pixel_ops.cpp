@@ -353,7 +353,7 @@ Status ImageProc_div(ImageProc* proc, Image* dst, const Image* a, const Image* b
 Status ImageProc_blend(ImageProc* proc, Image* dst, const Image* a, const Image* b, const Image* mask) {
   if (proc == nullptr || dst == nullptr || a == nullptr || b == nullptr || mask == nullptr) return ZELVAN_ERROR_PARAM;
   const int32_t format = dst->format;
-  if (format != IMAGE_RGB888 && format != IMAGE_YUV420_SEMIPLANAR && format != IMAGE_YVU420_SEMIPLANAR) {
+  if (format != IMAGE_RGB888 && !isSemiplanar420(format)) {
     return ZELVAN_ERROR_PARAM;
   }
   if (a->format != format || b->format != format || mask->format != IMAGE_UINT8) return ZELVAN_ERROR_PARAM;
@@ -410,7 +410,7 @@ Status ImageProc_split2rgb888(ImageProc* proc, Image* red, Image* green, Image* 
 Status ImageProc_split2rgb888_yuv420semiplanar(ImageProc* proc, Image* luma, Image* u, Image* v, const Image* src) {
   const SplitJob job = {{luma, u, v}, src};
   if (proc == nullptr || src == nullptr || !allUint8(job.planes)) return ZELVAN_ERROR_PARAM;
-  if (src->format != IMAGE_YUV420_SEMIPLANAR && src->format != IMAGE_YVU420_SEMIPLANAR) return ZELVAN_ERROR_PARAM;
+  if (!isSemiplanar420(src->format)) return ZELVAN_ERROR_PARAM;
   return ImageProc_cvt(proc, luma, src) |
          forkRowSlices<SplitJob, splitChromaRows>(proc->executor, job, (src->height + 1) / 2);
 }

@@ -147,7 +147,7 @@ Status ImageProc_resizeImage(ImageProc* proc, Image* dst, const Image* src) {
     case IMAGE_YUV420_SEMIPLANAR:
     case IMAGE_YVU420_SEMIPLANAR: {
       Status status = view(Image_initSubImageY, resizeForked<ResizeY8>);
-      if (dst->format == IMAGE_YUV420_SEMIPLANAR || dst->format == IMAGE_YVU420_SEMIPLANAR) {
+      if (isSemiplanar420(dst->format)) {
         status |= view(Image_initSubImageUV, resizeForked<ResizePair8>);
       }
       return status;

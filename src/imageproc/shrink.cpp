@@ -8,10 +8,6 @@
 
 namespace {
 
-bool isSemiplanar420(int32_t format) {
-  return format == IMAGE_YUV420_SEMIPLANAR || format == IMAGE_YVU420_SEMIPLANAR;
-}
-
 // The source samples under one destination sample along an axis.
 struct Footprint {
   int32_t first;
