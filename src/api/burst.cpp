@@ -1,9 +1,9 @@
 #include <cstring>
 
 #include "api/tessal4_handle.h"
-#include "engine/image_func.h"
 #include "image/image_if.h"
 #include "parallel/syscall.h"
+#include "pixels/image_func.h"
 
 namespace {
 

@@ -4,7 +4,6 @@
 
 #include "api/zelvan_tessaline4.h"
 #include "engine/tessal4.h"
-#include "engine/weak_uv_nr.h"
 
 inline constexpr int32_t kMaxFrames = 10;
 inline constexpr int32_t kStrengthAnchors = 33;

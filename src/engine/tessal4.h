@@ -8,9 +8,10 @@
 #ifndef ZVT4_ENGINE_TESSAL4_H_
 #define ZVT4_ENGINE_TESSAL4_H_
 
-#include "engine/denoiser.h"
-#include "engine/denoiser2.h"
 #include "engine/tessal4_params.h"
+#include "filters/denoiser.h"
+#include "filters/denoiser2.h"
+#include "filters/weak_uv_nr.h"
 #include "imageproc/guided_filter.h"
 #include "imageproc/image_proc.h"
 #include "parallel/parallel_executor.h"
@@ -169,6 +170,10 @@ Status Tessal4_makeNrMaps(Tessal4* engine) ZVT4_NAME(Tessal4_makeNrMaps);
 Status Tessal4_noiseReduction(Tessal4* engine) ZVT4_NAME(Tessal4_noiseReduction);
 Status Tessal4_noiseReduction2(Tessal4* engine, const Tessal4Denoiser2Params* params)
     ZVT4_NAME(Tessal4_noiseReduction2);
+// weakUvNr on the engine's Env and Pel. ZELVAN_ERROR_PARAM for a null engine, too.
+__attribute__((visibility("default"))) Status zelvan_Tessaline4Internal_weakUvNr(Tessal4* engine, Image* dst,
+                                                                                 const Image* src, const Image* map,
+                                                                                 const WeakUvNrParams* params);
 }
 
 // Deconvolution of a "UINT8" image in place by Van Cittert's iteration. With G the 7-tap Gaussian blur, clamped to 0

@@ -1,7 +1,7 @@
 #include "base/integer.h"
-#include "engine/image_func.h"
-#include "engine/row_split.h"
 #include "engine/tessal4.h"
+#include "pixels/image_func.h"
+#include "pixels/row_split.h"
 
 namespace {
 

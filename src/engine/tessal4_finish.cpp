@@ -1,12 +1,12 @@
 #include <cstring>
 
 #include "base/integer.h"
-#include "engine/image_func.h"
-#include "engine/row_split.h"
-#include "engine/sharpen.h"
 #include "engine/tessal4_impl.h"
+#include "filters/sharpen.h"
 #include "imageproc/arithmetic.h"
 #include "imageproc/resize.h"
+#include "pixels/image_func.h"
+#include "pixels/row_split.h"
 
 namespace {
 
@@ -266,4 +266,10 @@ Status Tessal4_noiseReduction(Tessal4* engine) {
   if (const Status s = Image_initSubImageY(&outputLuma, output, 0, 0, width, height); s != ZELVAN_OK) return s;
   Image_copy(&outputLuma, &engine->lumaView);
   return ZELVAN_OK;
+}
+
+Status zelvan_Tessaline4Internal_weakUvNr(Tessal4* engine, Image* dst, const Image* src, const Image* map,
+                                          const WeakUvNrParams* params) {
+  if (engine == nullptr) return ZELVAN_ERROR_PARAM;
+  return weakUvNr(engine->env, engine->pel, dst, src, map, params);
 }

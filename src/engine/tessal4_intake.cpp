@@ -3,9 +3,9 @@
 
 #include "base/integer.h"
 #include "base/raw_double.h"
-#include "engine/image_func.h"
 #include "engine/tessal4_impl.h"
 #include "imageproc/resize.h"
+#include "pixels/image_func.h"
 #include "tracker/vectral_util.h"
 
 namespace {

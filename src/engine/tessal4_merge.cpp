@@ -1,12 +1,12 @@
 #include <cstring>
 
 #include "base/integer.h"
-#include "engine/image_func.h"
-#include "engine/row_split.h"
 #include "engine/tessal4_impl.h"
 #include "imageproc/arithmetic.h"
 #include "imageproc/blur.h"
 #include "imageproc/resize.h"
+#include "pixels/image_func.h"
+#include "pixels/row_split.h"
 #include "tracker/vectral_util.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include <array>
 
-#include "engine_rig.h"
+#include "engine/engine_rig.h"
 
 namespace test {
 namespace {

@@ -1,6 +1,6 @@
 #include <random>
 
-#include "engine_rig.h"
+#include "engine/engine_rig.h"
 #include "support/test_executor.h"
 #include "support/test_image.h"
 
@@ -37,6 +37,7 @@ TEST(Tessal4Tables, JoinTheirAnchors) {
   EXPECT_EQ(Tessal4_setEpsilonValues(engine.get(), nullptr, 3), ZELVAN_ERROR_PARAM);
   EXPECT_EQ(Tessal4_setEpsilonValues(engine.get(), levels, 33), ZELVAN_ERROR_PARAM);
   EXPECT_EQ(Tessal4_setUvnrThresholdValues(engine.get(), nullptr, 3), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(zelvan_Tessaline4Internal_weakUvNr(nullptr, nullptr, nullptr, nullptr, nullptr), ZELVAN_ERROR_PARAM);
   EXPECT_EQ(Tessal4_setUvnrThresholdValues(engine.get(), thresholds, 33), ZELVAN_ERROR_PARAM);
   for (int32_t n : {0, -1}) {
     EXPECT_EQ(Tessal4_setEpsilonValues(engine.get(), levels, n), ZELVAN_OK);

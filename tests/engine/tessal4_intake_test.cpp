@@ -1,7 +1,7 @@
 #include <array>
 #include <limits>
 
-#include "engine_rig.h"
+#include "engine/engine_rig.h"
 #include "support/golden.h"
 #include "support/test_executor.h"
 #include "support/test_pel.h"

@@ -1,5 +1,5 @@
-#include "engine/finish_scene.h"
-#include "engine_rig.h"
+#include "engine/engine_rig.h"
+#include "support/pixel_scene.h"
 
 namespace test {
 namespace {

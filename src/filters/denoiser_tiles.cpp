@@ -1,0 +1,195 @@
+#include <cstring>
+
+#include "filters/denoiser.h"
+#include "filters/denoiser_kernels.h"
+#include "parallel/pel_kernel.h"
+
+namespace {
+
+using namespace denoiser;
+
+constexpr int32_t kGrid = 20;
+constexpr int32_t kTiles = kGrid * kGrid;
+constexpr int32_t kReach = 20;         // the farthest tap
+constexpr int32_t kPassesAtOnce = 32;  // their events fit the table of Pel
+
+enum Stage : int32_t { STAGE_SPIKE, STAGE_LUMA, STAGE_CHROMA };
+
+struct TileShared {
+  Image* image;
+  const Image* map;
+  int32_t boundX[kGrid + 1];
+  int32_t boundY[kGrid + 1];
+  int32_t centreWeight;
+  int32_t first;
+  int32_t lumaStrength;
+  int32_t chromaStrength0;
+  int32_t chromaStrength1;
+};
+
+struct TileTask {
+  const TileShared* shared;
+  Stage stage;
+  int32_t kind;  // of a luma pass; of a chroma pass its index
+  int32_t column;
+  int32_t row;
+};
+
+// The part of a side that tile i covers begins at boundary i.
+void fillBoundaries(int32_t* bounds, int32_t side) {
+  for (int32_t i = 0; i < kGrid; ++i) bounds[i] = clampInt(((((i - 1) * (side - 96)) / 18) + 48) & ~15, 0, side);
+  bounds[kGrid] = side;
+}
+
+// Last tile that lies within reach behind tile i.
+int32_t lastWithinReach(const int32_t* bounds, int32_t i) {
+  int32_t last = i + 1 < kGrid ? i + 1 : kGrid - 1;
+  while (last + 1 < kGrid && bounds[last + 1] < bounds[i + 1] + kReach) ++last;
+  return last;
+}
+
+// In place, row by row: a pixel sees its left and upper neighbours already filtered.
+template <bool Clamp>
+void runLumaTile(const TileTask& task) {
+  const TileShared& shared = *task.shared;
+  const Plane<Clamp> luma(shared.image);
+  const int32_t left = shared.boundX[task.column];
+  const int32_t right = shared.boundX[task.column + 1];
+  const LumaKind& kind = lumaKind(task.kind);
+  for (int32_t y = shared.boundY[task.row]; y < shared.boundY[task.row + 1]; ++y) {
+    const uint8_t* map = imageRow(shared.map, y);
+    uint8_t* row = imageRow(shared.image, y);
+    for (int32_t x = left; x < right; ++x) {
+      row[x] = task.stage == STAGE_LUMA ? lumaMean(luma, x, y, map[x], shared.lumaStrength, kind, shared.centreWeight)
+                                        : withoutDarkSpike(luma, x, y, static_cast<uint32_t>(shared.first), map[x]);
+    }
+  }
+}
+
+void runChromaTile(const TileTask& task) {
+  const TileShared& shared = *task.shared;
+  const ChromaPass pass = {chromaTaps(task.kind), shared.chromaStrength0, shared.chromaStrength1};
+  for (int32_t y = shared.boundY[task.row]; y < shared.boundY[task.row + 1]; y += 2) {
+    chromaRowInplace(shared.image, imageRow(shared.map, y), pass, shared.boundX[task.column],
+                     shared.boundX[task.column + 1], y);
+  }
+}
+
+// Whether all taps of the tile lie inside the image. The grid keeps most tiles off the border; in small images the
+// tiles behind the outer ones can still be nearer to it than the farthest tap.
+bool isInside(const TileTask& task) {
+  const TileShared& shared = *task.shared;
+  return shared.boundX[task.column] >= kReach && shared.boundY[task.row] >= kReach &&
+         shared.boundX[task.column + 1] <= shared.image->width - kReach - 1 &&
+         shared.boundY[task.row + 1] <= shared.image->height - kReach - 1;
+}
+
+Status runTask(TileTask* task, const PelContext*) {
+  if (task->stage == STAGE_CHROMA) {
+    runChromaTile(*task);
+  } else if (isInside(*task)) {
+    runLumaTile<false>(*task);
+  } else {
+    runLumaTile<true>(*task);
+  }
+  return ZELVAN_OK;
+}
+
+constexpr PelKernel kTile = pelTask<TileTask, runTask>();
+
+// Orders each tile behind all earlier tiles that it shares pixels with, so that the picture is that of the tasks run
+// one after the other. Left neighbour and the tile above at the end of the reach: with the same rule there, these
+// stand for all earlier tiles of the pass within reach. The tile of the previous pass at the lower right end of the
+// reach stands for that pass.
+int32_t dependencies(uint32_t* list, const uint32_t* events, const TileShared& shared, int32_t pass, int32_t row,
+                     int32_t column) {
+  int32_t n = 0;
+  const int32_t reachColumn = lastWithinReach(shared.boundX, column);
+  if (column > 0) list[n++] = events[pass * kTiles + row * kGrid + column - 1];
+  if (row > 0) list[n++] = events[pass * kTiles + (row - 1) * kGrid + reachColumn];
+  if (pass > 0) {
+    list[n++] = events[(pass - 1) * kTiles + lastWithinReach(shared.boundY, row) * kGrid + reachColumn];
+  }
+  return n;
+}
+
+struct Pass {
+  Stage stage;
+  int32_t kind;
+};
+
+// Runs up to kPassesAtOnce passes as one graph of tasks.
+Status runPasses(Pel* pel, const TileShared& shared, const Pass* passes, int32_t count, TileTask* tasks,
+                 uint32_t* events) {
+  Status status = ZELVAN_OK;
+  int32_t issued = 0;
+  for (int32_t pass = 0; pass < count && status == ZELVAN_OK; ++pass) {
+    for (int32_t i = 0; i < kTiles && status == ZELVAN_OK; ++i) {
+      const int32_t row = i / kGrid;
+      const int32_t column = i % kGrid;
+      TileTask* task = &tasks[pass * kTiles + i];
+      *task = {&shared, passes[pass].stage, passes[pass].kind, column, row};
+      uint32_t waits[3];
+      const int32_t n = dependencies(waits, events, shared, pass, row, column);
+      status = Pel_enqueueTask(pel, &kTile, task, n, n > 0 ? waits : nullptr, &events[issued]);
+      if (status == ZELVAN_OK) ++issued;
+    }
+  }
+  for (int32_t i = 0; i < issued; ++i) {
+    // A wait that runs out while tiles still make progress is no end: the records must outlive their tasks.
+    Status waited;
+    do {
+      waited = Pel_waitForEvents(pel, 1, &events[i]);
+    } while (waited == ZELVAN_ERROR_TIMEOUT);
+    status |= waited;
+    status |= Pel_releaseEvent(pel, events[i]);
+  }
+  return status;
+}
+
+}  // namespace
+
+Status Tessal4Denoiser_denoiseInplace(Pel* pel, Env* env, Image* image, const Image* map, int32_t first,
+                                      const int32_t* kinds, int32_t lumaPasses, int32_t centreWeight,
+                                      int32_t chromaPasses, const double* strengths) {
+  const int32_t spike = first != 0 ? 1 : 0;
+  const int32_t luma = lumaPasses > 0 ? lumaPasses : 0;
+  const int32_t chroma = chromaPasses > 0 ? chromaPasses : 0;
+  const int64_t total = int64_t{spike} + luma + chroma;
+  if (total == 0) return ZELVAN_OK;
+
+  TileShared shared = {};
+  shared.image = image;
+  shared.map = map;
+  fillBoundaries(shared.boundX, image->width);
+  fillBoundaries(shared.boundY, image->height);
+  shared.centreWeight = clampInt(centreWeight, 0, kMaxCentreWeight);
+  shared.first = first;
+  const auto byteStrength = [](double v) { return clampInt(truncToInt32(v), 0, 255); };
+  shared.lumaStrength = byteStrength(strengths[0]);
+  shared.chromaStrength0 = byteStrength(strengths[1]);
+  shared.chromaStrength1 = byteStrength(strengths[2]);
+
+  const int32_t atOnce = static_cast<int32_t>(total < kPassesAtOnce ? total : kPassesAtOnce);
+  const ScopedBlock<TileTask> tasks(env, static_cast<size_t>(atOnce) * kTiles);
+  const ScopedBlock<uint32_t> events(env, static_cast<size_t>(atOnce) * kTiles);
+  if (!tasks || !events) return ZELVAN_ERROR_NOMEM;
+  for (int64_t done = 0; done < total; done += atOnce) {
+    Pass passes[kPassesAtOnce];
+    int32_t count = 0;
+    for (; count < atOnce && done + count < total; ++count) {
+      const int64_t at = done + count - spike;
+      if (at < 0) {
+        passes[count] = {STAGE_SPIKE, 0};
+      } else if (at < luma) {
+        passes[count] = {STAGE_LUMA, kinds[at]};
+      } else {
+        const int64_t pass = at - luma;
+        passes[count] = {STAGE_CHROMA, static_cast<int32_t>(pass < 6 ? pass : 6)};
+      }
+    }
+    std::memset(events.data(), 0, static_cast<size_t>(atOnce) * kTiles * sizeof(uint32_t));
+    if (const Status s = runPasses(pel, shared, passes, count, tasks.data(), events.data()); s != ZELVAN_OK) return s;
+  }
+  return ZELVAN_OK;
+}

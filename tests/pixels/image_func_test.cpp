@@ -1,0 +1,169 @@
+#include "pixels/image_func.h"
+
+#include <cmath>
+
+#include "support/pixel_scene.h"
+
+namespace {
+
+constexpr int32_t kVu = IMAGE_YVU420_SEMIPLANAR;
+constexpr int32_t kUv = IMAGE_YUV420_SEMIPLANAR;
+constexpr int32_t kSizes[][2] = {{64, 48}, {37, 21}, {130, 66}, {8, 4}, {7, 7}, {2, 2}, {1, 1}, {3, 90}};
+
+class ImageFunc : public testing::Test {
+ protected:
+  // Images of all formats and sizes after call(executor, image): the same with any executor, and of the recorded bits.
+  template <typename Call>
+  void keepsItsBits(const std::string& name, std::initializer_list<int32_t> formats, const Call& call) {
+    SCOPED_TRACE(name);
+    test::Hash hash;
+    for (const int32_t format : formats) {
+      for (const auto& [width, height] : kSizes) {
+        const auto make = [&, w = width, h = height] { return std::make_unique<TestImage>(w, h, format, 5); };
+        sameOnAll(pools_.all, make, [&](ParallelExecutor* executor, Image* image) {
+          EXPECT_EQ(call(executor, image), ZELVAN_OK);
+        })->addTo(&hash);
+      }
+    }
+    test::expectGolden("kernels.txt", "image-func." + name, hash);
+  }
+  TestArena arena_;
+  TestPel pel_{3};
+  ExecutorPools pools_;
+};
+
+TEST_F(ImageFunc, TableMapsTheFirstPlane) {
+  uint8_t table[256];
+  for (int32_t i = 0; i < 256; ++i) table[i] = static_cast<uint8_t>(i * 7 + 3);
+  for (const auto& size : kSizes) {
+    TestImage dst(size[0], size[1], kVu, 1), expected(size[0], size[1], kVu, 1);
+    const TestImage src(size[0] + 3, size[1], kVu, 2);
+    for (int32_t y = 0; y < size[1]; ++y) {
+      for (int32_t x = 0; x < size[0]; ++x) expected.row(0, y)[x] = table[src.row(0, y)[x]];
+    }
+    EXPECT_EQ(Tessal4ImageFunc_table(pel_.get(), &dst, &src, table), ZELVAN_OK);
+    EXPECT_TRUE(dst.sameBytes(expected));
+  }
+}
+
+TEST_F(ImageFunc, Diff) {
+  constexpr int32_t kWeights[][3] = {{8192, 8192, 8192}, {3000, 5000, 9000}, {0, 20000, 1}, {16384, 4000, 4100}};
+  for (const int32_t format : {kVu, kUv}) {
+    for (const auto& weights : kWeights) {
+      const std::string name = "diff-" + std::to_string(format) + "-" + std::to_string(weights[0]);
+      keepsItsBits(name, {IMAGE_UINT8}, [&](ParallelExecutor* executor, Image* dst) {
+        const TestImage a(dst->width, dst->height, format, 3), b(dst->width, dst->height, format, 4);
+        return Tessal4ImageFunc_diff(executor, dst, &a, &b, weights);
+      });
+    }
+    // Where chroma is the same, the distance is that of luma, or 900/1024 of it.
+    TestImage a(256, 2, format, 3), b(256, 2, format, 3), dst(256, 2, IMAGE_UINT8);
+    for (int32_t x = 0; x < 256; ++x) a.row(0, 0)[x] = static_cast<uint8_t>(x), b.row(0, 0)[x] = 100;
+    EXPECT_EQ(Tessal4ImageFunc_diff(nullptr, &dst, &a, &b, kWeights[0]), ZELVAN_OK);
+    for (int32_t x = 0; x < 256; ++x) {
+      EXPECT_EQ(dst.row(0, 0)[x], format == kVu ? std::abs(x - 100) : std::abs(x - 100) * 900 / 1024);
+      EXPECT_EQ(dst.row(0, 1)[x], 0);
+    }
+  }
+  const TestImage luma(8, 8, IMAGE_UINT8);
+  TestImage dst(8, 8, IMAGE_UINT8);
+  EXPECT_EQ(Tessal4ImageFunc_diff(nullptr, &dst, &luma, &luma, kWeights[0]), ZELVAN_ERROR_UNSUPPORTED);
+  EXPECT_TRUE(dst.unchanged());
+}
+
+TEST_F(ImageFunc, CurvesInPlace) {
+  constexpr double kCurves[][3] = {{1, 1, 0}, {1.2, 0.45, -8}, {0.7, 2.2, 40}, {3, 1, 0}, {-1, 1, 255}};
+  constexpr double kRecords[12] = {1, 0.8, 0, 0, 1.1, 1, 0.02, -0.05, 0.9, 1.3, 0.1, 0.2};
+  for (size_t i = 0; i < std::size(kCurves); ++i) {
+    keepsItsBits("gamma-" + std::to_string(i), {kVu, kUv}, [&](ParallelExecutor* executor, Image* image) {
+      return Tessal4ImageFunc_gamma(executor, image, image, kCurves[i]);
+    });
+  }
+  TestImage luma(8, 8, IMAGE_UINT8);
+  EXPECT_EQ(Tessal4ImageFunc_gamma(nullptr, &luma, &luma, kCurves[0]), ZELVAN_ERROR_UNSUPPORTED);
+  keepsItsBits("gamma-rgb", {kVu, kUv}, [&](ParallelExecutor* executor, Image* image) {
+    return Tessal4ImageFunc_gammaRGB(executor, image, image, kRecords);
+  });
+}
+
+// The sources have a column more than the factor asks for, so that odd sizes run out of chroma.
+TEST_F(ImageFunc, Shrinks) {
+  const auto formats = {kVu, kUv, +IMAGE_UINT8, +IMAGE_YUV420_PLANAR};
+  const auto from = [](int32_t factor, Image* dst) {
+    return TestImage(dst->width * factor + 1, dst->height * factor, dst->format, 8);
+  };
+  keepsItsBits("shrink2", formats, [&](ParallelExecutor* executor, Image* dst) {
+    const TestImage src = from(2, dst);
+    return Tessal4ImageFunc_shrink2(executor, dst, &src);
+  });
+  keepsItsBits("shrink4", formats, [&](ParallelExecutor* executor, Image* dst) {
+    const TestImage src = from(4, dst);
+    return Tessal4ImageFunc_shrink4(executor, dst, &src);
+  });
+  keepsItsBits("shrink2-pel", formats, [&](ParallelExecutor*, Image* dst) {
+    const TestImage src = from(2, dst);
+    return Tessal4ImageFunc_shrink2_PEL(pel_.get(), dst, &src);
+  });
+  // A mean of a half rounds up in groups of eight columns and is cut behind them.
+  TestImage src(20, 4, kVu), dst(10, 2, kVu);
+  for (int32_t i = 0; i < 80; ++i) src.row(0, i / 20)[i % 20] = static_cast<uint8_t>(i % 2);
+  EXPECT_EQ(Tessal4ImageFunc_shrink2(nullptr, &dst, &src), ZELVAN_OK);
+  for (int32_t x = 0; x < 10; ++x) EXPECT_EQ(dst.row(0, 1)[x], x < 8 ? 1 : 0);
+}
+
+// By two, by four and the rest by resizing, as the ratios of both sides ask.
+TEST_F(ImageFunc, ShrinkImage) {
+  constexpr int32_t kCases[][3] = {{64, 48, kVu},   {96, 72, kUv},    {100, 90, kVu},  {160, 120, kVu},
+                                   {258, 200, kVu}, {1100, 800, kUv}, {140, 100, kUv}, {256, 192, IMAGE_UINT8},
+                                   {512, 96, kVu},  {32, 24, kVu}};
+  for (const auto& [width, height, format] : kCases) {
+    const TestImage src(width, height, format, 9);
+    const auto make = [&, id = format] {
+      auto dst = std::make_unique<TestImage>(32, 24, id, 10);
+      dst->env = arena_.env();
+      return dst;
+    };
+    test::Hash hash;
+    sameOnAll(pools_.all, make, [&](ParallelExecutor* executor, Image* dst) {
+      EXPECT_EQ(Tessal4ImageFunc_shrinkImage(executor, pel_.get(), dst, &src), ZELVAN_OK);
+    })->addTo(&hash);
+    test::expectGolden("kernels.txt", "image-func.shrink-image-" + std::to_string(width), hash);
+  }
+}
+
+TEST_F(ImageFunc, BlursInPlace) {
+  for (const double sigma : {0.5, 0.98, 2.0, 40.0}) {
+    const std::string name = std::to_string(static_cast<int32_t>(sigma * 100));
+    keepsItsBits("blur-uint8-" + name, {IMAGE_UINT8}, [&](ParallelExecutor* executor, Image* image) {
+      return Tessal4ImageFunc_blur_uint8(executor, arena_.env(), image, image, sigma);
+    });
+    keepsItsBits("blur-uint88-" + name, {IMAGE_UINT88}, [&](ParallelExecutor* executor, Image* image) {
+      return Tessal4ImageFunc_blur_uint88(executor, arena_.env(), image, image, sigma);
+    });
+  }
+}
+
+TEST_F(ImageFunc, ScoreMeasuresDetail) {
+  TestArena small(2048);
+  const TestImage wide(776, 9, IMAGE_UINT8);
+  uint32_t none = 9;
+  EXPECT_EQ(Tessal4ImageFunc_evalBlur(nullptr, small.env(), &none, &wide, 0, 0, 1.0, 0.7), ZELVAN_ERROR_NOMEM);
+  EXPECT_EQ(none, 0u);
+  for (const auto& size : kSizes) {
+    const TestImage noise(size[0], size[1], kVu, 13);
+    const bool narrow = size[0] < 7;
+    const auto scoreOf = [&](ParallelExecutor* executor, const Image& image) {
+      uint32_t score = 99;
+      EXPECT_EQ(Tessal4ImageFunc_evalBlur(executor, arena_.env(), &score, &image, 0, 0, 0.7 * std::sqrt(2.0), 0.7),
+                narrow ? ZELVAN_ERROR_PARAM : ZELVAN_OK);
+      return score;
+    };
+    const uint32_t first = scoreOf(nullptr, noise);
+    for (ParallelExecutor* executor : pools_.all) EXPECT_EQ(scoreOf(executor, noise), first);
+    EXPECT_EQ(first == 0, narrow);
+    test::expectGolden("kernels.txt", "image-func.score-" + std::to_string(size[0]),
+                       test::Hash().bytes(&first, sizeof(first)));
+  }
+}
+
+}  // namespace
