@@ -1,0 +1,197 @@
+#include "fine/block.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "base/integer.h"
+#include "base/raw_double.h"
+
+namespace fine {
+namespace {
+
+constexpr int32_t kMostCells = 24;
+constexpr double kLeastStructure = 0.4;  // smaller eigenvalue of A by pixel, in squared levels
+
+struct Gradients {
+  int64_t x = 0, y = 0, xx = 0, xy = 0, yy = 0, v = 0, vv = 0;
+};
+
+Gradients gradientSums(const Image& image, int32_t left, int32_t top, int32_t size) {
+  Gradients total;
+  for (int32_t j = top; j < top + size; ++j) {
+    const uint8_t* row = imageRow(&image, j) + left;
+    const uint8_t* up = imageRow(&image, j - 1) + left;
+    const uint8_t* down = imageRow(&image, j + 1) + left;
+    int32_t x = 0, y = 0, xx = 0, xy = 0, yy = 0, v = 0, vv = 0;  // at most 32 products of 255 x 255
+    for (int32_t i = 0; i < size; ++i) {
+      const int32_t gx = row[i + 1] - row[i - 1];
+      const int32_t gy = down[i] - up[i];
+      x += gx;
+      y += gy;
+      xx += gx * gx;
+      xy += gx * gy;
+      yy += gy * gy;
+      v += row[i];
+      vv += row[i] * row[i];
+    }
+    total.x += x;
+    total.y += y;
+    total.xx += xx;
+    total.xy += xy;
+    total.yy += yy;
+    total.v += v;
+    total.vv += vv;
+  }
+  return total;
+}
+
+Block makeBlock(const Image& image, int32_t left, int32_t top, int32_t size) {
+  const Gradients g = gradientSums(image, left, top, size);
+  const double n = size * size;
+  Block block = {};
+  block.left = left;
+  block.top = top;
+  block.size = size;
+  const double x = 0.5 * static_cast<double>(g.x);
+  const double y = 0.5 * static_cast<double>(g.y);
+  block.gradientX = x;
+  block.gradientY = y;
+  block.xx = 0.25 * static_cast<double>(g.xx) - x * x / n;
+  block.xy = 0.25 * static_cast<double>(g.xy) - x * y / n;
+  block.yy = 0.25 * static_cast<double>(g.yy) - y * y / n;
+  const double v = static_cast<double>(g.v);
+  block.variance = (static_cast<double>(g.vv) - v * v / n) / n;
+  return block;
+}
+
+double smallerEigenvalue(const Block& b) {
+  const double half = 0.5 * (b.xx - b.yy);
+  const double root = half * half + b.xy * b.xy;
+  return 0.5 * (b.xx + b.yy) - (root > 0.0 ? RawDouble_sqrt(root) : 0.0);
+}
+
+struct Sums {
+  int64_t r, rx, ry, rr;
+};
+
+// r in 1/16 levels, gradients doubled.
+Sums residualSums(const Block& block, const Image& base, const Image& frame, int32_t x0, int32_t y0,
+                  const int32_t* step) {
+  Sums total = {};
+  for (int32_t j = 0; j < block.size; ++j) {
+    const uint8_t* t = imageRow(&base, block.top + j) + block.left;
+    const uint8_t* up = imageRow(&base, block.top + j - 1) + block.left;
+    const uint8_t* down = imageRow(&base, block.top + j + 1) + block.left;
+    int32_t r = 0, rx = 0, ry = 0;  // 32 products of 4080 and 255
+    int64_t rr = 0;
+    int32_t px = x0 + j * step[1];
+    int32_t py = y0 + j * step[3];
+    for (int32_t i = 0; i < block.size; ++i, px += step[0], py += step[2]) {
+      const uint8_t* at = imageRow(&frame, py >> 16) + (px >> 16);
+      const int32_t fx = (px >> 8) & 255;
+      const int32_t fy = (py >> 8) & 255;
+      const int32_t upper = (at[0] << 8) + (at[1] - at[0]) * fx;
+      const int32_t lower = (at[frame.pitch0] << 8) + (at[frame.pitch0 + 1] - at[frame.pitch0]) * fx;
+      const int32_t d = (((upper << 8) + (lower - upper) * fy + 2048) >> 12) - (t[i] << 4);
+      r += d;
+      rx += d * (t[i + 1] - t[i - 1]);
+      ry += d * (down[i] - up[i]);
+      rr += d * d;
+    }
+    total.r += r;
+    total.rx += rx;
+    total.ry += ry;
+    total.rr += rr;
+  }
+  return total;
+}
+
+}  // namespace
+
+int32_t chooseBlocks(Block* blocks, const Image& level) {
+  const int32_t side = std::max(level.width, level.height);
+  const int32_t size = side >= 900 ? 32 : side >= 150 ? 24 : 16;
+  const int32_t across = std::clamp(level.width / size, 1, kMostCells);
+  const int32_t down = std::clamp(level.height / size, 1, kMostCells);
+  int32_t count = 0;
+  for (int32_t j = 0; j < down; ++j) {
+    for (int32_t i = 0; i < across; ++i) {
+      const int32_t left = i * level.width / across;
+      const int32_t top = j * level.height / down;
+      const int32_t spareX = (i + 1) * level.width / across - left - size;
+      const int32_t spareY = (j + 1) * level.height / down - top - size;
+      Block best = {};
+      double bestValue = -1.0;
+      const int32_t placesX = spareX > size / 4 ? 3 : 1;
+      const int32_t placesY = spareY > size / 4 ? 3 : 1;
+      for (int32_t k = 0; k < placesX * placesY; ++k) {
+        const int32_t x = left + (placesX == 1 ? spareX / 2 : (k % placesX) * spareX / 2);
+        const int32_t y = top + (placesY == 1 ? spareY / 2 : (k / placesX) * spareY / 2);
+        const Block block = makeBlock(level, std::clamp(x, 1, level.width - size - 1),
+                                      std::clamp(y, 1, level.height - size - 1), size);
+        const double value = smallerEigenvalue(block);
+        if (value > bestValue) {
+          bestValue = value;
+          best = block;
+        }
+      }
+      if (bestValue > kLeastStructure * size * size) blocks[count++] = best;
+    }
+  }
+  return count;
+}
+
+BlockShift trackBlock(const Block& block, const Image& base, const Image& frame, const Mvec8Real& motion, int32_t rounds,
+                      double reach) {
+  constexpr double kUnit = 65536.0;
+  const double* h = motion.h;
+  const double cx = block.left + block.centre();
+  const double cy = block.top + block.centre();
+  const double w = h[6] * cx + h[7] * cy + h[8];
+  const double u = (h[0] * cx + h[1] * cy + h[2]) / w;
+  const double v = (h[3] * cx + h[4] * cy + h[5]) / w;
+  // The derivative of the motion there.
+  const double jacobian[4] = {(h[0] - u * h[6]) / w, (h[1] - u * h[7]) / w, (h[3] - v * h[6]) / w,
+                              (h[4] - v * h[7]) / w};
+  int32_t step[4];
+  for (int32_t i = 0; i < 4; ++i) step[i] = truncToInt32(jacobian[i] * kUnit + 32768.5) - 32768;
+
+  BlockShift shift = {0.0, 0.0, 0.0, false};
+  const double n = block.size * block.size;
+  // Correlated noise of the gradients makes a weak block step far: a small ridge holds it.
+  const double ridge = 1e-3 * (block.xx + block.yy);
+  const double a = block.xx + ridge;
+  const double c = block.yy + ridge;
+  const double determinant = a * c - block.xy * block.xy;
+  const int32_t last = block.size - 1;
+  for (int32_t round = 0; round < rounds; ++round) {
+    const double fromX = u + shift.x - block.centre() * (step[0] + step[1]) / kUnit;
+    const double fromY = v + shift.y - block.centre() * (step[2] + step[3]) / kUnit;
+    if (!(fromX > -8192.0 && fromX < 24576.0 && fromY > -8192.0 && fromY < 24576.0)) return shift;
+    const int32_t x0 = truncToInt32(fromX * kUnit + 128.0);
+    const int32_t y0 = truncToInt32(fromY * kUnit + 128.0);
+    for (int32_t corner = 0; corner < 4; ++corner) {
+      const int32_t i = corner % 2 * last;
+      const int32_t j = corner / 2 * last;
+      const int32_t x = (x0 + i * step[0] + j * step[1]) >> 16;
+      const int32_t y = (y0 + i * step[2] + j * step[3]) >> 16;
+      if (x < 0 || y < 0 || x > frame.width - 2 || y > frame.height - 2) return shift;
+    }
+    const Sums s = residualSums(block, base, frame, x0, y0, step);
+    const double r = static_cast<double>(s.r) / 16.0;
+    const double bx = static_cast<double>(s.rx) / 32.0 - block.gradientX * r / n;
+    const double by = static_cast<double>(s.ry) / 32.0 - block.gradientY * r / n;
+    const double dx = (c * bx - block.xy * by) / determinant;
+    const double dy = (a * by - block.xy * bx) / determinant;
+    shift.x -= jacobian[0] * dx + jacobian[1] * dy;
+    shift.y -= jacobian[2] * dx + jacobian[3] * dy;
+    const double rr = static_cast<double>(s.rr) / 256.0 - r * r / n;
+    const double rest = rr - (bx * dx + by * dy);  // what the step will leave, as far as the gradient goes
+    shift.residual = (rest > 0.0 ? rest : 0.0) / n;
+    if (!(shift.x * shift.x + shift.y * shift.y <= reach * reach)) return shift;
+  }
+  shift.good = true;
+  return shift;
+}
+
+}  // namespace fine

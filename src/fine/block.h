@@ -1,0 +1,49 @@
+// Blocks: windows of the base whose shift in another frame is measured below the pixel.
+//
+// Method: inverse compositional alignment of a translation (Baker and Matthews, "Lucas-Kanade 20 years on", 2004), on
+// top of a motion that is known already: the window is sampled along the motion's derivative at its centre, so that
+// turn and zoom are no error. With g the gradient of the template T, its mean over the window taken off so that a
+// change of brightness does not count, and r the frame less the template, a round is
+//   d = A^-1 sum g r,  A = sum g g^T,  shift -= J d
+// Samples are bilinear with 8 bits of fraction and four bits of value; sums are whole numbers, the solve is in doubles.
+#ifndef ZVT4_FINE_BLOCK_H_
+#define ZVT4_FINE_BLOCK_H_
+
+#include "image/image.h"
+#include "motion/mvec8_real.h"
+
+namespace fine {
+
+inline constexpr int32_t kMostBlocks = 576;
+inline constexpr int32_t kMostWindow = 32;
+
+struct Block {
+  int32_t left;
+  int32_t top;
+  int32_t size;         // window of size x size pixels, its surrounding pixel inside the picture
+  double xx, xy, yy;    // A, gradients in levels a pixel
+  double gradientX;     // sums of g before their mean is taken off
+  double gradientY;
+  double variance;      // of the template
+  double centre() const { return 0.5 * (size - 1); }
+};
+
+struct BlockShift {
+  double x;         // to add to the motion's image of the block's centre
+  double y;
+  double residual;  // variance of r after the last round, the mean taken off
+  bool good;        // inside the frame and within reach all along
+};
+
+// Blocks of a level of the base, one to each cell of a grid over it: the place with the largest smaller eigenvalue of A
+// out of nine. Cells without any structure give none. Returns how many, at most kMostBlocks.
+int32_t chooseBlocks(Block* blocks, const Image& level);
+
+// motion: base to frame in pixels of the level. start: first guess of the shift. reach: how far the shift may go from
+// there, in pixels.
+BlockShift trackBlock(const Block& block, const Image& base, const Image& frame, const Mvec8Real& motion, int32_t rounds,
+                      double reach);
+
+}  // namespace fine
+
+#endif  // ZVT4_FINE_BLOCK_H_

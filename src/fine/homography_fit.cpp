@@ -1,0 +1,150 @@
+#include "fine/homography_fit.h"
+
+#include <algorithm>
+
+#include "base/raw_double.h"
+
+namespace fine {
+namespace {
+
+constexpr int32_t kUnknowns = 8;
+constexpr int32_t kRounds = 10;
+
+struct Normal {
+  double a[kUnknowns][kUnknowns];
+  double b[kUnknowns];
+};
+
+// Cholesky's decomposition, in place of the lower triangle. False when not positive definite.
+bool decompose(double a[kUnknowns][kUnknowns]) {
+  for (int32_t j = 0; j < kUnknowns; ++j) {
+    double d = a[j][j];
+    for (int32_t k = 0; k < j; ++k) d -= a[j][k] * a[j][k];
+    if (!(d > 1e-12)) return false;
+    const double root = RawDouble_sqrt(d);
+    a[j][j] = root;
+    for (int32_t i = j + 1; i < kUnknowns; ++i) {
+      double s = a[i][j];
+      for (int32_t k = 0; k < j; ++k) s -= a[i][k] * a[j][k];
+      a[i][j] = s / root;
+    }
+  }
+  return true;
+}
+
+void solveLower(const double l[kUnknowns][kUnknowns], double* x) {
+  for (int32_t i = 0; i < kUnknowns; ++i) {
+    for (int32_t k = 0; k < i; ++k) x[i] -= l[i][k] * x[k];
+    x[i] /= l[i][i];
+  }
+}
+
+void solveUpper(const double l[kUnknowns][kUnknowns], double* x) {
+  for (int32_t i = kUnknowns - 1; i >= 0; --i) {
+    for (int32_t k = i + 1; k < kUnknowns; ++k) x[i] -= l[k][i] * x[k];
+    x[i] /= l[i][i];
+  }
+}
+
+// Derivatives of the displacement at (x, y), in units of the half diagonal, by the eight parameters.
+void basisAt(double x, double y, double* bx, double* by) {
+  const double ax[kUnknowns] = {1, 0, x, -y, x, y, x * x, x * y};
+  const double ay[kUnknowns] = {0, 1, y, x, -y, x, x * y, y * y};
+  std::copy(ax, ax + kUnknowns, bx);
+  std::copy(ay, ay + kUnknowns, by);
+}
+
+}  // namespace
+
+void setInformation(Match* match, double xx, double xy, double yy, double residual, double floor) {
+  // Covariance = residual A^-1 + floor^2 I.
+  const double determinant = xx * yy - xy * xy;
+  const double s = determinant > 0.0 ? residual / determinant : 1e12;
+  const double cxx = s * yy + floor * floor;
+  const double cxy = -s * xy;
+  const double cyy = s * xx + floor * floor;
+  const double d = cxx * cyy - cxy * cxy;
+  match->wxx = cyy / d;
+  match->wxy = -cxy / d;
+  match->wyy = cxx / d;
+}
+
+bool fitHomography(Mvec8Real* motion, Match* matches, int32_t count, int32_t width, int32_t height, double scale,
+                   double anneal, double priorSigma, FitQuality* quality) {
+  *quality = {0.0, 1e9, 1e9};
+  const double mx = 0.5 * (width - 1);
+  const double my = 0.5 * (height - 1);
+  const double unit = RawDouble_sqrt(mx * mx + my * my);
+  Mvec8Real h = *motion;
+  Normal normal;
+  double k = scale * anneal;
+  double weights = 0.0, squares = 0.0, errors = 0.0;
+  for (int32_t round = 0; round < kRounds; ++round) {
+    normal = {};
+    const double prior = 1.0 / (priorSigma * priorSigma);
+    for (int32_t i = 4; i < kUnknowns; ++i) normal.a[i][i] = prior;
+    for (int32_t i = 0; i < 4; ++i) normal.a[i][i] = 1e-6;
+    weights = squares = errors = 0.0;
+    for (int32_t m = 0; m < count; ++m) {
+      Match& match = matches[m];
+      double u, v;
+      Mvec8Real_trans2DReal(&h, &u, &v, match.x, match.y);
+      const double ex = match.u - u;
+      const double ey = match.v - v;
+      const double wex = match.wxx * ex + match.wxy * ey;
+      const double wey = match.wxy * ex + match.wyy * ey;
+      const double square = ex * wex + ey * wey;
+      const double t = 1.0 / (1.0 + square / (k * k));
+      match.weight = t * t;
+      weights += match.weight;
+      squares += match.weight * square;
+      errors += match.weight * (ex * ex + ey * ey);
+      double bx[kUnknowns], by[kUnknowns];
+      basisAt((u - mx) / unit, (v - my) / unit, bx, by);
+      for (int32_t i = 0; i < kUnknowns; ++i) {
+        const double px = match.weight * unit * (bx[i] * match.wxx + by[i] * match.wxy);
+        const double py = match.weight * unit * (bx[i] * match.wxy + by[i] * match.wyy);
+        normal.b[i] += px * ex + py * ey;
+        for (int32_t j = 0; j <= i; ++j) normal.a[i][j] += unit * (px * bx[j] + py * by[j]);
+      }
+    }
+    if (!decompose(normal.a)) return false;
+    double p[kUnknowns];
+    std::copy(normal.b, normal.b + kUnknowns, p);
+    solveLower(normal.a, p);
+    solveUpper(normal.a, p);
+    // The correction as a map of normalised coordinates, behind the motion.
+    const Mvec8Real correction = {{1 + p[2] + p[4], -p[3] + p[5], p[0], p[3] + p[5], 1 + p[2] - p[4], p[1], -p[6],
+                                   -p[7], 1},
+                                  {}};
+    const Mvec8Real in = {{1 / unit, 0, -mx / unit, 0, 1 / unit, -my / unit, 0, 0, 1}, {}};
+    const Mvec8Real out = {{unit, 0, mx, 0, unit, my, 0, 0, 1}, {}};
+    Mvec8Real step;
+    Mvec8Real_mult(&step, &correction, &in);
+    Mvec8Real_mult(&step, &out, &step);
+    Mvec8Real_mult(&h, &step, &h);
+    const double h8 = h.h[8];
+    for (double& value : h.h) value /= h8;
+    k = std::max(scale, 0.7 * k);
+  }
+  if (!(weights > 0.0)) return false;
+  // Spread of the normalised residuals: above 1 the floor or the model was too good.
+  const double spread = std::max(1.0, squares / std::max(1.0, 2.0 * weights - kUnknowns));
+  double worst = 0.0;
+  for (int32_t corner = 0; corner < 4; ++corner) {
+    double bx[kUnknowns], by[kUnknowns];
+    basisAt(corner % 2 == 0 ? -mx / unit : mx / unit, corner / 2 == 0 ? -my / unit : my / unit, bx, by);
+    solveLower(normal.a, bx);
+    solveLower(normal.a, by);
+    double variance = 0.0;
+    for (int32_t i = 0; i < kUnknowns; ++i) variance += bx[i] * bx[i] + by[i] * by[i];
+    worst = std::max(worst, variance);
+  }
+  quality->inliers = weights / count;
+  quality->cornerSigma = unit * RawDouble_sqrt(std::max(1e-12, worst * spread));
+  quality->error = RawDouble_sqrt(std::max(1e-12, errors / weights));
+  *motion = h;
+  return true;
+}
+
+}  // namespace fine
