@@ -1,0 +1,359 @@
+#include "fine/burst.h"
+
+#include <algorithm>
+
+#include "base/integer.h"
+#include "base/raw_double.h"
+#include "base/scoped.h"
+#include "fine/sharpness.h"
+#include "parallel/pel_kernel.h"
+
+namespace fine {
+namespace {
+
+constexpr double kBlurRatio = 0.35;    // of the base's energy
+constexpr float kLeastShare = 0.08f;   // a frame that adds less is refused
+constexpr int32_t kNoisePairs = 3;
+
+struct AlignJob {
+  Burst* burst;
+  const AlignBase* base;
+  Match* matches;  // kMostBlocks a frame
+  int32_t baseId;
+  bool again;      // only frames that failed, with the motions of their neighbours
+};
+
+Status alignOne(AlignJob* job, int32_t id, const PelContext*) {
+  Burst* b = job->burst;
+  FrameRecord& frame = b->frames[id];
+  Match* matches = job->matches + static_cast<ptrdiff_t>(id) * kMostBlocks;
+  if (id == job->baseId) return ZELVAN_OK;
+  if (!job->again) {
+    alignFrame(&frame.alignment, *job->base, frame.pyramid, nullptr, 0, matches);
+    return ZELVAN_OK;
+  }
+  return ZELVAN_OK;
+}
+
+// All frames against a base. Returns how many are accepted.
+Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
+  Env* env = burst->env;
+  const ScopedBlock<Block> blocks(env, static_cast<size_t>(kMostBlocks) * kMostLevels);
+  const ScopedBlock<CoarseBase> coarse(env, 1);
+  const ScopedBlock<Match> matches(env, static_cast<size_t>(kMostBlocks) * kMostFrames);
+  if (!blocks || !coarse || !matches) return ZELVAN_ERROR_NOMEM;
+  AlignBase base;
+  prepareBase(&base, &burst->frames[baseId].pyramid, blocks.data(), coarse.data());
+  Alignment* own = &burst->frames[baseId].alignment;
+  *own = {};
+  Mvec8Real_setIdentity(&own->motion);
+  AlignJob job = {burst, &base, matches.data(), baseId, false};
+  static constexpr PelKernel kKernel = pelIndexed<AlignJob, alignOne>();
+  const Status status = Pel_execute(burst->pel, &kKernel, &job, burst->added);
+  *accepted = 0;
+  // A frame that failed is tried again from where its neighbours in time lie.
+  for (int32_t i = 0; i < burst->added; ++i) {
+    FrameRecord& frame = burst->frames[i];
+    if (frame.alignment.verdict == ALIGNED || i == baseId) continue;
+    Mvec8Real proposals[2];
+    int32_t count = 0;
+    for (int32_t step = -1; step <= 1; step += 2) {
+      for (int32_t j = i + step; j >= 0 && j < burst->added; j += step) {
+        if (j == baseId || burst->frames[j].alignment.verdict != ALIGNED) continue;
+        proposals[count++] = burst->frames[j].alignment.motion;
+        break;
+      }
+    }
+    if (count == 0) continue;
+    Alignment again;
+    alignFrame(&again, base, frame.pyramid, proposals, count, matches.data());
+    if (again.verdict == ALIGNED) frame.alignment = again;
+  }
+  for (int32_t i = 0; i < burst->added; ++i) *accepted += i != baseId && burst->frames[i].alignment.verdict == ALIGNED;
+  return status;
+}
+
+// Sharpest first, the earlier one on a tie.
+void rank(Burst* burst) {
+  for (int32_t i = 0; i < burst->added; ++i) burst->order[i] = i;
+  if (burst->settings.sorting == 0) return;
+  std::stable_sort(burst->order, burst->order + burst->added, [burst](int32_t a, int32_t b) {
+    return burst->frames[a].score > burst->frames[b].score;
+  });
+}
+
+Status chooseBase(Burst* burst) {
+  int32_t best = burst->order[0];
+  int32_t bestAccepted = -1;
+  int32_t last = -1;
+  for (int32_t k = 0; k < burst->added; ++k) {
+    int32_t accepted = 0;
+    last = burst->order[k];
+    if (const Status s = alignAll(burst, last, &accepted); s != ZELVAN_OK) return s;
+    if (accepted > bestAccepted) {
+      bestAccepted = accepted;
+      best = last;
+    }
+    if (2 * accepted >= burst->added - 1 || burst->settings.sorting == 0) break;
+  }
+  if (best != last) {
+    int32_t accepted = 0;
+    if (const Status s = alignAll(burst, best, &accepted); s != ZELVAN_OK) return s;
+  }
+  // The base leads; the others keep their order.
+  int32_t* at = std::find(burst->order, burst->order + burst->added, best);
+  std::rotate(burst->order, at, at + 1);
+  return ZELVAN_OK;
+}
+
+struct WeightJob {
+  Burst* burst;
+};
+
+Status weighOne(WeightJob* job, int32_t k, const PelContext*) {
+  Burst* b = job->burst;
+  FrameRecord& frame = b->frames[b->order[k]];
+  if (k == 0 || frame.status != MERGED) return ZELVAN_OK;
+  const FrameRecord& base = b->frames[b->order[0]];
+  const Image& map = base.pyramid.level[kMapLevel];
+  const ScopedBlock<MeshNode> nodes(b->env,
+                                    static_cast<size_t>(meshNodes(map.width)) * static_cast<size_t>(meshNodes(map.height)));
+  if (!nodes) return ZELVAN_ERROR_NOMEM;
+  Mesh mesh = {0, 0, nodes.data()};
+  fillMesh(&mesh, frame.alignment.motion, nullptr, kMapLevel, map.width, map.height);
+  const WeightInput input = {&base.pyramid, &frame.pyramid, &mesh, &b->noise, samplersBest(), b->settings.strictness};
+  return makeWeights(&frame.weights, &frame.drift, &frame.share, b->env, input);
+}
+
+Status measureNoise(Burst* burst) {
+  Env* env = burst->env;
+  const FrameRecord& base = burst->frames[burst->order[0]];
+  const Image& map = base.pyramid.level[kMapLevel];
+  NoisePair pairs[kNoisePairs];
+  Mesh mapMeshes[kNoisePairs];
+  const size_t mapNodes = static_cast<size_t>(meshNodes(map.width)) * static_cast<size_t>(meshNodes(map.height));
+  const ScopedBlock<MeshNode> nodes(env, kNoisePairs * mapNodes);
+  if (!nodes) return ZELVAN_ERROR_NOMEM;
+  int32_t count = 0;
+  for (int32_t k = 1; k < burst->added && count < kNoisePairs; ++k) {
+    const FrameRecord& frame = burst->frames[burst->order[k]];
+    if (frame.status != MERGED) continue;
+    mapMeshes[count].nodes = nodes.data() + static_cast<size_t>(count) * mapNodes;
+    fillMesh(&mapMeshes[count], frame.alignment.motion, nullptr, kMapLevel, map.width, map.height);
+    pairs[count] = {&base.image, &frame.image, &base.pyramid, &frame.pyramid, &frame.mesh, &mapMeshes[count]};
+    ++count;
+  }
+  if (count == 0) return estimateAlone(&burst->noise, env, base.image, base.pyramid);
+  return estimateNoise(&burst->noise, env, *samplersBest(), pairs, count);
+}
+
+double root(double v) { return v > 0.0 ? RawDouble_sqrt(v) : 0.0; }
+
+// Power and amplitude of the bicubic taps at frequency k / 16 cycles a pixel, mean over fractions.
+void tapResponse(int32_t k, double* power, double* amplitude) {
+  constexpr int32_t kSteps = 16;
+  const double omega = k * 3.141592653589793 / 8.0;
+  *power = *amplitude = 0.0;
+  for (int32_t i = 0; i < kSteps; ++i) {
+    const double f = (i + 0.5) / kSteps;
+    const double w[4] = {(-f + 2 * f * f - f * f * f) / 2, (2 - 5 * f * f + 3 * f * f * f) / 2,
+                         (f + 4 * f * f - 3 * f * f * f) / 2, (f * f * f - f * f) / 2};
+    double re = 0.0, im = 0.0;
+    for (int32_t t = 0; t < 4; ++t) {
+      re += w[t] * RawDouble_cos(omega * (t - 1 - f));
+      im += w[t] * RawDouble_sin(omega * (t - 1 - f));
+    }
+    *power += (re * re + im * im) / kSteps;
+    *amplitude += re / kSteps;
+  }
+}
+
+// Thresholds and gains by frequency. baseShare: typical share of the base; colour: noise of level kMapLevel by what
+// white noise would leave there, at least 1.
+void fillTable(ShrinkTable* table, double strength, double sharpen, double baseShare, int32_t frames, double colour) {
+  double power[8], amplitude[8];
+  for (int32_t k = 0; k < 8; ++k) tapResponse(k, &power[k], &amplitude[k]);
+  const double others = frames > 1 ? (1.0 - baseShare) * (1.0 - baseShare) / (frames - 1) : 0.0;
+  const double whole = baseShare * baseShare + others * 0.745;
+  // Noise of a colour of its own: more of it below.
+  double shape[8][8];
+  double mean = 0.0;
+  for (int32_t v = 0; v < 8; ++v) {
+    for (int32_t u = 0; u < 8; ++u) {
+      shape[v][u] = 1.0 + (colour - 1.0) * RawDouble_exp(-(u * u + v * v) / 6.0);
+      mean += shape[v][u] / 64.0;
+    }
+  }
+  for (int32_t v = 0; v < 8; ++v) {
+    for (int32_t u = 0; u < 8; ++u) {
+      const double noise = (baseShare * baseShare + others * power[u] * power[v]) / whole * shape[v][u] / mean;
+      table->threshold[v][u] = static_cast<int16_t>(clampInt(truncToInt32(2048.0 * strength * root(noise)), 0, 32767));
+      const double kept = baseShare + (1.0 - baseShare) * amplitude[u] * amplitude[v];
+      const double gain = sharpen * (1.0 / (kept < 0.5 ? 0.5 : kept) - 1.0);
+      table->gain[v][u] = static_cast<int16_t>(clampInt(truncToInt32(32768.0 * gain), 0, 32767));
+    }
+  }
+}
+
+}  // namespace
+
+void construct(Burst* burst, Env* env) {
+  *burst = {};
+  burst->env = env;
+  for (FrameRecord& frame : burst->frames) {
+    construct_Image(&frame.image, env);
+    construct(&frame.pyramid, env);
+    construct_Image(&frame.weights, env);
+    construct_Image(&frame.shares, env);
+  }
+  construct_Image(&burst->left, env);
+}
+
+void release(Burst* burst) {
+  Env* env = burst->env;
+  if (env == nullptr) return;
+  for (FrameRecord& frame : burst->frames) {
+    destruct_Image(&frame.image);
+    release(&frame.pyramid);
+    destruct_Image(&frame.weights);
+    destruct_Image(&frame.shares);
+  }
+  destruct_Image(&burst->left);
+  if (burst->nodes != nullptr) Heap2_free(&env->heap, burst->nodes);
+  construct(burst, env);
+}
+
+void init(Burst* burst, Pel* pel, int32_t width, int32_t height, int32_t count, const Settings& settings) {
+  release(burst);
+  burst->pel = pel;
+  burst->width = width;
+  burst->height = height;
+  burst->count = count;
+  burst->settings = settings;
+}
+
+Status addFrame(Burst* burst, const Image& image, int32_t slot) {
+  FrameRecord& frame = burst->frames[slot];
+  if (image.plane0 == nullptr || image.plane1 == nullptr || image.width != burst->width ||
+      image.height != burst->height) {
+    return ZELVAN_ERROR_PARAM;
+  }
+  Status status = Image_initSubImage(&frame.image, &image, 0, 0, image.width, image.height);
+  if (status == ZELVAN_OK) status = build(&frame.pyramid, burst->pel, &frame.image);
+  if (status != ZELVAN_OK) return status;
+  frame.score = sharpness(burst->env, frame.pyramid);
+  burst->added = std::max(burst->added, slot + 1);
+  return ZELVAN_OK;
+}
+
+Status align(Burst* burst) {
+  Env* env = burst->env;
+  rank(burst);
+  if (burst->added < 1) return ZELVAN_ERROR_STATE;
+  if (const Status s = chooseBase(burst); s != ZELVAN_OK) return s;
+  FrameRecord& base = burst->frames[burst->order[0]];
+  for (int32_t k = 0; k < burst->added; ++k) {
+    FrameRecord& frame = burst->frames[burst->order[k]];
+    frame.status = MERGED;
+    frame.drift = {};
+    if (k == 0) {
+      frame.share = 1.0f;
+    } else if (k >= burst->settings.mergeCount) {
+      frame.status = NOT_USED;
+    } else if (burst->settings.sorting != 0 && frame.score < kBlurRatio * base.score) {
+      frame.status = BLURRED;
+    } else if (frame.alignment.verdict != ALIGNED) {
+      frame.status = BAD_MOTION;
+    }
+  }
+  const size_t nodes = static_cast<size_t>(meshNodes(burst->width)) * static_cast<size_t>(meshNodes(burst->height));
+  burst->nodes =
+      static_cast<MeshNode*>(Heap2_malloc(&env->heap, static_cast<uint32_t>(nodes * kMostFrames * sizeof(MeshNode))));
+  if (burst->nodes == nullptr) return ZELVAN_ERROR_NOMEM;
+  for (int32_t i = 0; i < burst->added; ++i) {
+    FrameRecord& frame = burst->frames[i];
+    frame.mesh.nodes = burst->nodes + static_cast<size_t>(i) * nodes;
+    if (frame.status != MERGED) Mvec8Real_setIdentity(&frame.alignment.motion);
+    fillMesh(&frame.mesh, frame.alignment.motion, nullptr, 0, burst->width, burst->height);
+  }
+  if (const Status s = measureNoise(burst); s != ZELVAN_OK) return s;
+
+  const Image& map = base.pyramid.level[kMapLevel];
+  Status status = Image_init(&burst->left, map.width, map.height, nullptr, IMAGE_UINT8);
+  for (int32_t k = 1; k < burst->added && status == ZELVAN_OK; ++k) {
+    FrameRecord& frame = burst->frames[burst->order[k]];
+    if (frame.status != MERGED) continue;
+    status = Image_init(&frame.weights, map.width, map.height, nullptr, IMAGE_UINT8);
+    if (status == ZELVAN_OK) status = Image_init(&frame.shares, map.width, map.height, nullptr, IMAGE_UINT16);
+  }
+  if (status != ZELVAN_OK) return status;
+  WeightJob job = {burst};
+  static constexpr PelKernel kKernel = pelIndexed<WeightJob, weighOne>();
+  status = Pel_execute(burst->pel, &kKernel, &job, burst->added);
+  if (status != ZELVAN_OK) return status;
+
+  Image* shares[kMostFrames];
+  const Image* weights[kMostFrames];
+  int32_t strengths[kMostFrames];
+  int32_t count = 0;
+  for (int32_t k = 1; k < burst->added; ++k) {
+    FrameRecord& frame = burst->frames[burst->order[k]];
+    if (frame.status == MERGED && frame.share < kLeastShare) frame.status = GHOST;
+    if (frame.status != MERGED) continue;
+    shares[count] = &frame.shares;
+    weights[count] = &frame.weights;
+    strengths[count] = 256;
+    ++count;
+  }
+  burst->merged = count + 1;
+  normaliseShares(shares, &burst->left, weights, strengths, count);
+  return ZELVAN_OK;
+}
+
+Status render(Burst* burst, Image* output) {
+  const FrameRecord& base = burst->frames[burst->order[0]];
+  const ScopedBlock<Fusion> block(burst->env, 1);
+  if (!block) return ZELVAN_ERROR_NOMEM;
+  Fusion& fusion = block[0];
+  fusion = {};
+  fusion.env = burst->env;
+  fusion.pel = burst->pel;
+  fusion.samplers = samplersBest();
+  fusion.dct = dctRowsBest();
+  fusion.cubic = true;
+  fusion.baseMoves = burst->cropped;
+  fusion.mapLuma = &base.pyramid.level[kMapLevel];
+  fusion.left = &burst->left;
+  fusion.saturation = burst->settings.saturation;
+  for (int32_t k = 0; k < burst->added; ++k) {
+    const FrameRecord& frame = burst->frames[burst->order[k]];
+    if (frame.status != MERGED) continue;
+    FusionFrame& f = fusion.frames[fusion.count++];
+    construct_Image(&f.luma, burst->env);
+    construct_Image(&f.pairs, burst->env);
+    Image_initSubImageY(&f.luma, &frame.image, 0, 0, burst->width, burst->height);
+    Image_initSubImageUV(&f.pairs, &frame.image, 0, 0, burst->width, burst->height);
+    f.mesh = frame.mesh;
+    f.shares = k == 0 ? nullptr : &frame.shares;
+    f.drift = frame.drift;
+  }
+  const double strengths[3] = {burst->settings.lumaStrength, burst->settings.chromaStrength,
+                               burst->settings.chromaStrength};
+  for (int32_t c = 0; c < 3; ++c) {
+    FusionShrink& shrink = fusion.shrink[c];
+    const double area = c == 0 ? 16.0 : 4.0;
+    double full = 0.0, map = 0.0;
+    for (int32_t v = 0; v < 256; ++v) {
+      const double variance = burst->noise.full[c].at(v);
+      shrink.byLuma[v] = static_cast<uint16_t>(clampInt(truncToInt32(128.0 * root(variance)), 0, 65535));
+      full += variance;
+      map += burst->noise.map[c].at(v) - 1.0 / 12;
+    }
+    const double colour = full > 0.0 ? std::max(1.0, area * map / full) : 1.0;
+    shrink.on = strengths[c] > 0.0;
+    fillTable(&shrink.table, strengths[c], burst->settings.sharpen, 1.0 / fusion.count, fusion.count, colour);
+  }
+  return fuse(fusion, output);
+}
+
+}  // namespace fine

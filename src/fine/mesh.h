@@ -1,0 +1,66 @@
+// Where the pixels of the result lie in a frame: positions on a lattice of nodes, in between bilinear.
+//
+// A node stands at every kMeshStep-th pixel of the result in both directions; positions are Q15 pixels of the frame.
+// What a homography bends within a cell is below 1/100 pixel for hands' motions. A field of local shifts adds to it.
+//
+// A MeshLine is a row's piece within a cell: position of its first sample and step, both Q15. Chroma samples stand in
+// the middle of their 2x2 luma pixels, so that chroma sample c is luma position 2c + 0.5, and a position p of the frame
+// is chroma position (p - 0.5) / 2; the step is that of luma.
+#ifndef ZVT4_FINE_MESH_H_
+#define ZVT4_FINE_MESH_H_
+
+#include "motion/mvec8_real.h"
+
+namespace fine {
+
+inline constexpr int32_t kMeshShift = 6;
+inline constexpr int32_t kMeshStep = 1 << kMeshShift;
+
+struct MeshNode {
+  int32_t x;
+  int32_t y;
+};
+
+struct Mesh {
+  int32_t across;  // nodes
+  int32_t down;
+  MeshNode* nodes;
+};
+
+struct MeshLine {
+  int32_t x;
+  int32_t y;
+  int32_t dx;
+  int32_t dy;
+};
+
+constexpr int32_t meshNodes(int32_t side) {
+  return (side + kMeshStep - 1) / kMeshStep + 1;
+}
+
+// Shifts on top of a homography, in full-size pixels, on a lattice that covers a picture of width x height: node (i, j)
+// stands at (i width / (across - 1), j height / (down - 1)), in between bilinear. Null shifts: none.
+struct ShiftField {
+  int32_t across;
+  int32_t down;
+  int32_t width;
+  int32_t height;
+  const double* x;
+  const double* y;
+};
+
+// The mesh of the pixels of level k of the result, in pixels of level k of the frame. width, height: of that level.
+// mesh: nodes has room for meshNodes(width) x meshNodes(height).
+void fillMesh(Mesh* mesh, const Mvec8Real& motion, const ShiftField* field, int32_t level, int32_t width,
+              int32_t height);
+
+// The piece of luma row y in the cell of column i: kMeshStep samples from i x kMeshStep on.
+MeshLine lumaLine(const Mesh& mesh, int32_t i, int32_t y);
+// The piece of chroma row y: kMeshStep / 2 samples from i x kMeshStep / 2 on.
+MeshLine chromaLine(const Mesh& mesh, int32_t i, int32_t y);
+// Full-size position of luma pixel (x, y), for coarse tests.
+MeshNode meshPosition(const Mesh& mesh, int32_t x, int32_t y);
+
+}  // namespace fine
+
+#endif  // ZVT4_FINE_MESH_H_

@@ -1,0 +1,239 @@
+#include "fine/noise.h"
+
+#include <algorithm>
+
+#include "base/integer.h"
+#include "base/raw_double.h"
+#include "base/scoped.h"
+
+namespace fine {
+namespace {
+
+constexpr int32_t kFullWindow = 8;
+constexpr int32_t kMapWindow = 4;
+constexpr int32_t kMostWindows = 4096;  // of one kind
+constexpr int32_t kLeastWindows = 24;   // in a range
+constexpr double kQuantile = 0.3;
+// Quantile 0.3 of the variance of n - 1 degrees of freedom over its mean, 63 and 15.
+constexpr double kFullRatio = 0.903;
+constexpr double kMapRatio = 0.781;
+// Share of a frame's variance that the bicubic taps keep on the mean over all fractions.
+constexpr double kCubicKept = 0.745;
+
+struct Window {
+  uint8_t luma;
+  float variance[3];
+};
+
+struct Windows {
+  Window* items;
+  int32_t count;
+};
+
+// Difference of a window: samples in 1/64 less the base's bytes.
+struct WindowSums {
+  int64_t sum = 0, squares = 0;
+  void add(int32_t d) {
+    sum += d;
+    squares += int64_t{d} * d;
+  }
+  double variance(int32_t n) const {
+    const double s = static_cast<double>(sum);
+    return (static_cast<double>(squares) - s * s / n) / (n - 1) / 4096.0;
+  }
+};
+
+bool inside(const Image& image, const MeshNode& p) {
+  const int32_t x = p.x >> 15;
+  const int32_t y = p.y >> 15;
+  return x >= 2 && y >= 2 && x < image.width - 3 && y < image.height - 3;
+}
+
+// One value of each range of brightness, filled up from the neighbours.
+void fitCurve(NoiseCurve* curve, Windows windows, int32_t channel, double ratio, float* scratch) {
+  bool known[kNoiseBins] = {};
+  for (int32_t bin = 0; bin < kNoiseBins; ++bin) {
+    int32_t n = 0;
+    for (int32_t i = 0; i < windows.count; ++i) {
+      if (windows.items[i].luma / 16 == bin) scratch[n++] = windows.items[i].variance[channel];
+    }
+    if (n < kLeastWindows) continue;
+    float* at = scratch + truncToInt32(kQuantile * n);
+    std::nth_element(scratch, at, scratch + n);
+    curve->variance[bin] = static_cast<float>(*at / ratio);
+    known[bin] = true;
+  }
+  int32_t last = -1;
+  for (int32_t bin = 0; bin < kNoiseBins; ++bin) {
+    if (!known[bin]) continue;
+    for (int32_t i = last + 1; i < bin; ++i) {
+      const float t = last < 0 ? 1.0f : static_cast<float>(i - last) / static_cast<float>(bin - last);
+      const float from = last < 0 ? curve->variance[bin] : curve->variance[last];
+      curve->variance[i] = from + (curve->variance[bin] - from) * t;
+    }
+    last = bin;
+  }
+  for (int32_t i = last + 1; i < kNoiseBins; ++i) curve->variance[i] = last < 0 ? 0.0f : curve->variance[last];
+  // Light smoothing: a range's quantile is noisy itself.
+  NoiseCurve smooth;
+  for (int32_t i = 0; i < kNoiseBins; ++i) {
+    const float a = curve->variance[std::max(0, i - 1)];
+    const float b = curve->variance[std::min(kNoiseBins - 1, i + 1)];
+    smooth.variance[i] = 0.25f * a + 0.5f * curve->variance[i] + 0.25f * b;
+  }
+  *curve = smooth;
+}
+
+float typicalLevel(const NoiseCurve& curve, Windows windows) {
+  double sum = 0.0;
+  for (int32_t i = 0; i < windows.count; ++i) sum += curve.at(windows.items[i].luma);
+  const double mean = windows.count > 0 ? sum / windows.count : 0.0;
+  return static_cast<float>(mean > 0.0 ? RawDouble_sqrt(mean) : 0.0);
+}
+
+// Windows of the full-size frames on a grid. scale: variance of one frame by that of the difference.
+void collectFull(Windows* out, const Samplers& samplers, const NoisePair& pair, int32_t most) {
+  const Image& base = *pair.base;
+  ScopedImage luma(base.env), pairs(base.env);
+  Image_initSubImageY(&luma, pair.frame, 0, 0, base.width, base.height);
+  Image_initSubImageUV(&pairs, pair.frame, 0, 0, base.width, base.height);
+  int32_t step = 16;
+  while ((base.width / step) * (base.height / step) > most) step += 16;
+  const auto scale = static_cast<float>(1.0 / (1.0 + kCubicKept));
+  for (int32_t y = 16; y + 32 < base.height; y += step) {
+    for (int32_t x = 16; x + 32 < base.width; x += step) {
+      // Within one cell of the mesh.
+      const int32_t left = (x & (kMeshStep - 1)) > kMeshStep - 2 * kFullWindow ? x & -kMeshStep : x;
+      if (!inside(luma, meshPosition(*pair.mesh, left, y)) ||
+          !inside(luma, meshPosition(*pair.mesh, left + 2 * kFullWindow, y + 2 * kFullWindow))) {
+        continue;
+      }
+      Window& window = out->items[out->count];
+      WindowSums sums[3];
+      int32_t brightness = 0;
+      for (int32_t j = 0; j < kFullWindow; ++j) {
+        int16_t samples[2 * kFullWindow + kSampleSlack];
+        sampleWindowRow(samples, samplers, luma, *pair.mesh, left, y + j, kFullWindow, false);
+        const uint8_t* row = imageRow(&base, y + j) + left;
+        for (int32_t i = 0; i < kFullWindow; ++i) {
+          sums[0].add(samples[i] - (row[i] - 128) * 64);
+          brightness += row[i];
+        }
+        sampleWindowRow(samples, samplers, pairs, *pair.mesh, left / 2, y / 2 + j, kFullWindow, true);
+        const uint8_t* chroma = imageChromaRow(&base, y / 2 + j) + left / 2 * 2;
+        for (int32_t i = 0; i < 2 * kFullWindow; ++i) sums[1 + i % 2].add(samples[i] - (chroma[i] - 128) * 64);
+      }
+      window.luma = static_cast<uint8_t>(brightness / (kFullWindow * kFullWindow));
+      for (int32_t c = 0; c < 3; ++c) {
+        window.variance[c] = static_cast<float>(sums[c].variance(kFullWindow * kFullWindow)) * scale;
+      }
+      if (++out->count >= kMostWindows) return;
+    }
+  }
+}
+
+void collectMap(Windows* out, const Samplers& samplers, const NoisePair& pair, int32_t most) {
+  const Image& base = pair.basePyramid->level[kMapLevel];
+  const Image& colour = pair.basePyramid->colour;
+  const Image& frame = pair.framePyramid->level[kMapLevel];
+  int32_t step = kMapWindow;
+  while ((base.width / step) * (base.height / step) > most) step += kMapWindow;
+  const auto scale = static_cast<float>(1.0 / (1.0 + kCubicKept));
+  for (int32_t y = kMapWindow; y + 2 * kMapWindow < base.height; y += step) {
+    for (int32_t x = kMapWindow; x + 2 * kMapWindow < base.width; x += step) {
+      if (!inside(frame, meshPosition(*pair.mapMesh, x, y)) ||
+          !inside(frame, meshPosition(*pair.mapMesh, x + kMapWindow, y + kMapWindow))) {
+        continue;
+      }
+      Window& window = out->items[out->count];
+      WindowSums sums[3];
+      int32_t brightness = 0;
+      for (int32_t j = 0; j < kMapWindow; ++j) {
+        int16_t samples[2 * kMapWindow + kSampleSlack];
+        sampleWindowRow(samples, samplers, frame, *pair.mapMesh, x, y + j, kMapWindow, false);
+        const uint8_t* row = imageRow(&base, y + j) + x;
+        for (int32_t i = 0; i < kMapWindow; ++i) {
+          sums[0].add(samples[i] - (row[i] - 128) * 64);
+          brightness += row[i];
+        }
+        sampleWindowRow(samples, samplers, pair.framePyramid->colour, *pair.mapMesh, x, y + j, kMapWindow, false);
+        const uint8_t* chroma = imageRow(&colour, y + j) + 2 * x;
+        for (int32_t i = 0; i < 2 * kMapWindow; ++i) sums[1 + i % 2].add(samples[i] - (chroma[i] - 128) * 64);
+      }
+      window.luma = static_cast<uint8_t>(brightness / (kMapWindow * kMapWindow));
+      for (int32_t c = 0; c < 3; ++c) {
+        window.variance[c] = static_cast<float>(sums[c].variance(kMapWindow * kMapWindow)) * scale;
+      }
+      if (++out->count >= kMostWindows) return;
+    }
+  }
+}
+
+}  // namespace
+
+float NoiseCurve::at(int32_t luma) const {
+  const int32_t p = clampInt(luma - 8, 0, 16 * (kNoiseBins - 1) - 1);
+  const float t = static_cast<float>(p & 15) * 0.0625f;
+  return variance[p >> 4] + (variance[(p >> 4) + 1] - variance[p >> 4]) * t;
+}
+
+Status estimateNoise(Noise* noise, Env* env, const Samplers& samplers, const NoisePair* pairs, int32_t count) {
+  *noise = {};
+  const ScopedBlock<Window> items(env, kMostWindows);
+  const ScopedBlock<float> scratch(env, kMostWindows);
+  if (!items || !scratch) return ZELVAN_ERROR_NOMEM;
+  Windows windows = {items.data(), 0};
+  for (int32_t i = 0; i < count; ++i) collectFull(&windows, samplers, pairs[i], kMostWindows / count);
+  for (int32_t c = 0; c < 3; ++c) {
+    fitCurve(&noise->full[c], windows, c, kFullRatio, scratch.data());
+    noise->level[c] = typicalLevel(noise->full[c], windows);
+  }
+  windows.count = 0;
+  for (int32_t i = 0; i < count; ++i) collectMap(&windows, samplers, pairs[i], kMostWindows / count);
+  for (int32_t c = 0; c < 3; ++c) fitCurve(&noise->map[c], windows, c, kMapRatio, scratch.data());
+  return ZELVAN_OK;
+}
+
+Status estimateAlone(Noise* noise, Env* env, const Image& frame, const Pyramid&) {
+  *noise = {};
+  const ScopedBlock<Window> items(env, kMostWindows);
+  const ScopedBlock<float> scratch(env, kMostWindows);
+  if (!items || !scratch) return ZELVAN_ERROR_NOMEM;
+  Windows windows = {items.data(), 0};
+  int32_t step = 8;
+  while ((frame.width / step) * (frame.height / step) > kMostWindows) step += 8;
+  for (int32_t y = 2; y + 20 < frame.height; y += step) {
+    for (int32_t x = 2; x + 20 < frame.width && windows.count < kMostWindows; x += step) {
+      // Second differences along both diagonals: (a - b - c + d) has four times the variance of white noise.
+      Window& window = windows.items[windows.count++];
+      WindowSums sums[3];
+      int32_t brightness = 0;
+      for (int32_t j = 0; j < kFullWindow; ++j) {
+        const uint8_t* row = imageRow(&frame, y + j) + x;
+        const uint8_t* next = imageRow(&frame, y + j + 1) + x;
+        const uint8_t* chroma = imageChromaRow(&frame, y / 2 + j) + x / 2 * 2;
+        const uint8_t* below = imageChromaRow(&frame, y / 2 + j + 1) + x / 2 * 2;
+        for (int32_t i = 0; i < kFullWindow; ++i) {
+          brightness += row[i];
+          sums[0].add(32 * (row[i] - row[i + 1] - next[i] + next[i + 1]));
+          for (int32_t c = 0; c < 2; ++c) {
+            const int32_t at = 2 * i + c;
+            sums[1 + c].add(32 * (chroma[at] - chroma[at + 2] - below[at] + below[at + 2]));
+          }
+        }
+      }
+      window.luma = static_cast<uint8_t>(brightness / (kFullWindow * kFullWindow));
+      for (int32_t c = 0; c < 3; ++c) {
+        window.variance[c] = static_cast<float>(sums[c].variance(kFullWindow * kFullWindow));
+      }
+    }
+  }
+  for (int32_t c = 0; c < 3; ++c) {
+    fitCurve(&noise->full[c], windows, c, 1.0, scratch.data());
+    noise->level[c] = typicalLevel(noise->full[c], windows);
+    for (int32_t i = 0; i < kNoiseBins; ++i) noise->map[c].variance[i] = noise->full[c].variance[i] / (c == 0 ? 16 : 4);
+  }
+  return ZELVAN_OK;
+}
+
+}  // namespace fine

@@ -1,0 +1,50 @@
+// How noisy the frames of a burst are, by brightness, from what differs between aligned frames.
+//
+// Where two frames show the same, their difference is noise alone, however rich the texture is: grain and what storage
+// as JPEG left of the noise count as they are. Small windows are compared, each without its mean, so that a drift of
+// brightness does not count; of the windows of one brightness a low quantile of the variances is taken, which what
+// moved, or was not aligned well, does not reach. For n samples of a Gaussian the quantile's ratio to the mean is known.
+//
+// A curve holds the variance of one frame for kNoiseBins ranges of luma; ranges that few windows fall into take their
+// neighbours' line. Variances are in squared levels.
+#ifndef ZVT4_FINE_NOISE_H_
+#define ZVT4_FINE_NOISE_H_
+
+#include "fine/mesh.h"
+#include "fine/pyramid.h"
+#include "fine/sampler.h"
+
+namespace fine {
+
+inline constexpr int32_t kNoiseBins = 16;
+
+struct NoiseCurve {
+  float variance[kNoiseBins];  // at luma 16 i + 8
+  float at(int32_t luma) const;
+};
+
+struct Noise {
+  NoiseCurve full[3];  // luma and the two chroma bytes, of full-size samples
+  NoiseCurve map[3];   // likewise of level kMapLevel
+  float level[3];      // typical standard deviation of full
+};
+
+// A pair of frames for the estimate: base and an aligned one.
+struct NoisePair {
+  const Image* base;    // semi-planar frames
+  const Image* frame;
+  const Pyramid* basePyramid;
+  const Pyramid* framePyramid;
+  const Mesh* mesh;     // full size
+  const Mesh* mapMesh;  // of level kMapLevel
+};
+
+// ZELVAN_ERROR_NOMEM. count 0: the curves of estimateAlone.
+Status estimateNoise(Noise* noise, Env* env, const Samplers& samplers, const NoisePair* pairs, int32_t count);
+// Of one frame: from the flattest windows of its luma and chroma, after the local mean. Texture everywhere counts as
+// noise.
+Status estimateAlone(Noise* noise, Env* env, const Image& frame, const Pyramid& pyramid);
+
+}  // namespace fine
+
+#endif  // ZVT4_FINE_NOISE_H_

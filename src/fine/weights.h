@@ -1,0 +1,41 @@
+// What a frame may add to each pixel of the base: maps at level kMapLevel.
+//
+// A frame is laid over the base there, and its brightness brought to the base's by a line fitted to what both show
+// (robustly: Huber's weights). The squared differences of luma and chroma, each over the variance that noise and the
+// steepness of the picture let expect, are averaged over 5x5 pixels: about 1 where both show the same. From kNear to
+// kFar times that the weight falls from one to nothing. The least of 3x3 neighbours and a box of 3x3 follow, so that
+// the edge of what moved keeps out, and weights are soft. Positions outside the frame weigh nothing.
+//
+// The expectation grows with the steepness of the base, since a motion is never known exactly: (kSlip G)^2, G the
+// largest step to the neighbours.
+//
+// normalise turns the maps of all frames into shares of 32768, the base's being what is left.
+#ifndef ZVT4_FINE_WEIGHTS_H_
+#define ZVT4_FINE_WEIGHTS_H_
+
+#include "fine/noise.h"
+
+namespace fine {
+
+// Sample s of a frame, 64 (byte - 128), becomes s + (s gain >> 15) + offset; per channel: luma, chroma bytes 0, 1.
+struct Drift {
+  int16_t gain[3];
+  int16_t offset[3];
+};
+
+struct WeightInput {
+  const Pyramid* base;
+  const Pyramid* frame;
+  const Mesh* mapMesh;
+  const Noise* noise;
+  const Samplers* samplers;
+  double strictness;  // 1: as described; larger: what differs less is kept out
+};
+
+// map: "UINT8" of the size of level kMapLevel, 255 = the whole weight. drift may not be null. share: mean of the map
+// over what the frame covers, 0 to 1. Scratch: about 24 bytes a pixel of the map's.
+Status makeWeights(Image* map, Drift* drift, float* share, Env* env, const WeightInput& input);
+
+}  // namespace fine
+
+#endif  // ZVT4_FINE_WEIGHTS_H_
