@@ -10,6 +10,7 @@ namespace {
 constexpr double kFloor = 0.12;         // standard deviation of a block's position that no structure lowers, in pixels
 constexpr double kScale = 3.0;          // k of the robust weight
 constexpr double kPrior = 0.02;         // of shears and perspective on the coarse levels
+constexpr double kMostCornerSigma = 0.3;  // in pixels of the finest level
 constexpr double kQuantisation = 0.17;  // variance of a difference of two bytes
 
 Mvec8Real fullMotion(const Mvec8Real& motion, int32_t level) {
@@ -25,27 +26,47 @@ Mvec8Real fullMotion(const Mvec8Real& motion, int32_t level) {
   return out;
 }
 
-// Tracks the blocks of a level and fits. False when too few were found.
-bool refine(Mvec8Real* motion, const AlignBase& base, const Pyramid& frame, int32_t k, int32_t rounds, double reach,
-            double anneal, Match* matches, FitQuality* quality) {
+// What was found so far, in full-size pixels.
+struct Matches {
+  Match* items;
+  int32_t count;
+  int32_t tried;  // blocks
+};
+
+// Tracks the blocks of a level from a full-size motion and adds what is found.
+void collect(Matches* out, const AlignBase& base, const Pyramid& frame, int32_t k, const Mvec8Real& full,
+             int32_t rounds, double reach) {
   const Image& from = base.pyramid->level[k];
-  int32_t found = 0;
-  for (int32_t i = 0; i < base.count[k]; ++i) {
+  const Mvec8Real motion = levelMotion(full, k);
+  const double s = static_cast<double>(1 << k);
+  out->tried += base.count[k];
+  for (int32_t i = 0; i < base.count[k] && out->count < kMostMatches; ++i) {
     const Block& block = base.blocks[k][i];
-    const BlockShift shift = trackBlock(block, from, frame.level[k], *motion, rounds, reach);
+    const BlockShift shift = trackBlock(block, from, frame.level[k], motion, rounds, reach);
     if (!shift.good) continue;
-    Match& match = matches[found++];
-    match.x = block.left + block.centre();
-    match.y = block.top + block.centre();
-    Mvec8Real_trans2DReal(motion, &match.u, &match.v, match.x, match.y);
-    match.u += shift.x;
-    match.v += shift.y;
-    setInformation(&match, block.xx, block.xy, block.yy, shift.residual + kQuantisation, kFloor);
+    Match& match = out->items[out->count++];
+    const double x = block.left + block.centre();
+    const double y = block.top + block.centre();
+    double u, v;
+    Mvec8Real_trans2DReal(&motion, &u, &v, x, y);
+    match.x = (x + 0.5) * s - 0.5;
+    match.y = (y + 0.5) * s - 0.5;
+    match.u = (u + shift.x + 0.5) * s - 0.5;
+    match.v = (v + shift.y + 0.5) * s - 0.5;
+    setInformation(&match, block.cosine, block.sine, block.along / (s * s), block.across / (s * s),
+                   shift.residual + kQuantisation, kFloor * s);
   }
+}
+
+bool fit(Mvec8Real* full, const Matches& matches, const AlignBase& base, double anneal, FitQuality* quality) {
   *quality = {0.0, 1e9, 1e9};
-  if (found < 8) return false;
-  if (!fitHomography(motion, matches, found, from.width, from.height, kScale, anneal, kPrior, quality)) return false;
-  quality->inliers *= static_cast<double>(found) / base.count[k];
+  if (matches.count < 8) return false;
+  const Image& picture = base.pyramid->level[0];
+  if (!fitHomography(full, matches.items, matches.count, picture.width, picture.height, kScale, anneal, kPrior,
+                     quality)) {
+    return false;
+  }
+  quality->inliers *= static_cast<double>(matches.count) / matches.tried;
   return true;
 }
 
@@ -54,10 +75,13 @@ double unexplainedShare(const AlignBase& base, const Pyramid& frame, int32_t k, 
   double left = 0.0, all = 0.0;
   for (int32_t i = 0; i < base.count[k]; ++i) {
     const Block& block = base.blocks[k][i];
-    // One round that may not move: its residual is that of the motion itself, less what a small shift would explain.
+    // One round: its residual is that of the motion itself, less what a small shift would explain, and noise.
     const BlockShift shift = trackBlock(block, base.pyramid->level[k], frame.level[k], motion, 1, 1.0);
-    const double v = std::min(block.variance, 400.0);  // a few strong edges shall not speak for the picture
-    const double share = shift.good ? std::min(1.0, shift.residual / block.variance) : 1.0;
+    const double structure = block.variance - block.noise;
+    if (!(structure > block.noise)) continue;
+    const double v = std::min(structure, 400.0);  // a few strong edges shall not speak for the picture
+    const double rest = std::max(0.0, shift.residual - 2.0 * block.noise);
+    const double share = shift.good ? std::min(1.0, rest / structure) : 1.0;
     left += v * share;
     all += v;
   }
@@ -83,7 +107,7 @@ bool isHandMotion(const Mvec8Real& motion, int32_t width, int32_t height) {
 
 }  // namespace
 
-void prepareBase(AlignBase* base, const Pyramid* pyramid, Block* blocks, CoarseBase* coarse) {
+Status prepareBase(AlignBase* base, Env* env, const Pyramid* pyramid, Block* blocks, CoarseBase* coarse) {
   base->pyramid = pyramid;
   base->coarse = coarse;
   base->finest = 0;
@@ -91,11 +115,19 @@ void prepareBase(AlignBase* base, const Pyramid* pyramid, Block* blocks, CoarseB
          std::max(pyramid->level[base->finest].width, pyramid->level[base->finest].height) > kFinestSide) {
     ++base->finest;
   }
+  NoiseCurve noise = {};
   for (int32_t k = base->finest; k < pyramid->count; ++k) {
+    // Small levels have too few windows to measure; there the noise of the level below is averaged over 2x2.
+    if (k <= kMapLevel) {
+      if (const Status s = estimateCurve(&noise, env, pyramid->level[k]); s != ZELVAN_OK) return s;
+    } else {
+      for (float& variance : noise.variance) variance *= 0.25f;
+    }
     base->blocks[k] = blocks + static_cast<ptrdiff_t>(k) * kMostBlocks;
-    base->count[k] = chooseBlocks(base->blocks[k], pyramid->level[k]);
+    base->count[k] = chooseBlocks(base->blocks[k], pyramid->level[k], noise);
   }
   prepareCoarseBase(coarse, pyramid->level[pyramid->count - 1]);
+  return ZELVAN_OK;
 }
 
 void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, const Mvec8Real* proposals,
@@ -108,8 +140,9 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
 
   Mvec8Real candidates[kCandidates + 8];
   int32_t count = searchCoarse(candidates, *base.coarse, frame.level[coarsest]);
+  for (int32_t i = 0; i < count; ++i) candidates[i] = fullMotion(candidates[i], coarsest);
   Mvec8Real_setIdentity(&candidates[count++]);
-  for (int32_t i = 0; i < proposalCount && i < 7; ++i) candidates[count++] = levelMotion(proposals[i], coarsest);
+  for (int32_t i = 0; i < proposalCount && i < 7; ++i) candidates[count++] = proposals[i];
 
   Mvec8Real best;
   double bestShare = 2.0;
@@ -117,22 +150,29 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
     Mvec8Real motion = candidates[i];
     FitQuality quality;
     for (int32_t k = coarsest; k >= judge; --k) {
-      if (k == judge) motion = levelMotion(fullMotion(motion, coarsest), judge);
-      refine(&motion, base, frame, k, 3, 4.0, 3.0, scratch, &quality);
-      refine(&motion, base, frame, k, 3, 3.0, 1.5, scratch, &quality);
+      for (const double anneal : {3.0, 1.5}) {
+        Matches matches = {scratch, 0, 0};
+        collect(&matches, base, frame, k, motion, 3, 4.0);
+        fit(&motion, matches, base, anneal, &quality);
+      }
     }
-    const double share = unexplainedShare(base, frame, judge, motion);
+    const double share = unexplainedShare(base, frame, judge, levelMotion(motion, judge));
     if (share < bestShare) {
       bestShare = share;
-      best = fullMotion(motion, judge);
+      best = motion;
     }
   }
-  bool fitted = bestShare < 1.0;
+  if (!(bestShare < 1.0)) {
+    out->verdict = FEW_BLOCKS;
+    return;
+  }
+  // Down the pyramid; the last two levels stay beside the finest.
+  bool fitted = true;
+  Matches matches = {scratch, 0, 0};
   for (int32_t k = judge - 1; k >= base.finest && fitted; --k) {
-    Mvec8Real motion = levelMotion(best, k);
-    fitted = refine(&motion, base, frame, k, 3, 4.0, 2.0, scratch, &out->quality);
-    if (fitted && k == base.finest) fitted = refine(&motion, base, frame, k, 2, 2.0, 1.0, scratch, &out->quality);
-    best = fullMotion(motion, k);
+    if (k >= base.finest + 2) matches = {scratch, 0, 0};
+    collect(&matches, base, frame, k, best, 3, 4.0);
+    fitted = fit(&best, matches, base, k == base.finest ? 1.0 : 2.0, &out->quality);
   }
   if (!fitted) {
     out->verdict = FEW_BLOCKS;
@@ -142,7 +182,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
   const int32_t check = std::min(judge, std::max(kMapLevel, base.finest));
   out->unexplained = unexplainedShare(base, frame, check, levelMotion(best, check));
   if (out->quality.inliers < 0.3) out->verdict |= NO_AGREEMENT;
-  if (out->quality.cornerSigma * (1 << base.finest) > 0.3 * (1 << base.finest)) out->verdict |= NOT_DETERMINED;
+  if (out->quality.cornerSigma > kMostCornerSigma * (1 << base.finest)) out->verdict |= NOT_DETERMINED;
   if (out->unexplained > 0.6) out->verdict |= NOT_EXPLAINED;
   if (!isHandMotion(best, base.pyramid->level[0].width, base.pyramid->level[0].height)) out->verdict |= TOO_FAR;
 }

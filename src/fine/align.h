@@ -3,7 +3,8 @@
 // For each frame: candidates (identity, the results of the coarse search, and motions that a caller proposes) are
 // refined on the coarsest levels and judged there by how much of the base's structure the frame explains; the best goes
 // down the pyramid. On each level blocks of the base are tracked (fine/block.h) and a homography is fitted to what they
-// found (fine/homography_fit.h). The finest level is the first whose longer side is at most kFinestSide.
+// found (fine/homography_fit.h), with what the coarser levels found beside it: a soft picture has its structure there,
+// and noise of the fine levels hides it. The finest level is the first whose longer side is at most kFinestSide.
 //
 // A frame is accepted when its blocks agree, agree all over the picture (the fit's own standard deviation at the worst
 // corner), and the frame explains the base's structure; else verdict says what failed. An accepted motion maps full-size
@@ -33,7 +34,7 @@ struct Alignment {
   Mvec8Real motion;
   uint32_t verdict;
   double unexplained;  // share of the base's structure that the frame does not show, 0 to 1
-  FitQuality quality;  // at the finest level, in its pixels
+  FitQuality quality;  // in full-size pixels
 };
 
 // What is made of the base once.
@@ -45,10 +46,11 @@ struct AlignBase {
   CoarseBase* coarse;
 };
 
-// blocks: room for kMostBlocks x levels.
-void prepareBase(AlignBase* base, const Pyramid* pyramid, Block* blocks, CoarseBase* coarse);
+// blocks: room for kMostBlocks x levels. ZELVAN_ERROR_NOMEM.
+Status prepareBase(AlignBase* base, Env* env, const Pyramid* pyramid, Block* blocks, CoarseBase* coarse);
 
-// proposals: full-size motions to try, too.
+// proposals: full-size motions to try, too. scratch: kMostMatches.
+inline constexpr int32_t kMostMatches = 3 * kMostBlocks;
 void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, const Mvec8Real* proposals,
                 int32_t proposalCount, Match* scratch);
 

@@ -10,7 +10,8 @@ namespace fine {
 namespace {
 
 constexpr int32_t kMostCells = 24;
-constexpr double kLeastStructure = 0.4;  // smaller eigenvalue of A by pixel, in squared levels
+constexpr double kLeastStructure = 0.4;  // eigenvalue of A by pixel, in squared levels
+constexpr double kLeastSignal = 0.25;    // eigenvalue without noise by what noise gives it
 
 struct Gradients {
   int64_t x = 0, y = 0, xx = 0, xy = 0, yy = 0, v = 0, vv = 0;
@@ -45,7 +46,7 @@ Gradients gradientSums(const Image& image, int32_t left, int32_t top, int32_t si
   return total;
 }
 
-Block makeBlock(const Image& image, int32_t left, int32_t top, int32_t size) {
+Block makeBlock(const Image& image, int32_t left, int32_t top, int32_t size, const NoiseCurve& noise) {
   const Gradients g = gradientSums(image, left, top, size);
   const double n = size * size;
   Block block = {};
@@ -56,18 +57,28 @@ Block makeBlock(const Image& image, int32_t left, int32_t top, int32_t size) {
   const double y = 0.5 * static_cast<double>(g.y);
   block.gradientX = x;
   block.gradientY = y;
-  block.xx = 0.25 * static_cast<double>(g.xx) - x * x / n;
-  block.xy = 0.25 * static_cast<double>(g.xy) - x * y / n;
-  block.yy = 0.25 * static_cast<double>(g.yy) - y * y / n;
   const double v = static_cast<double>(g.v);
   block.variance = (static_cast<double>(g.vv) - v * v / n) / n;
+  block.noise = noise.at(static_cast<int32_t>(g.v / (size * size)));
+  const double xx = 0.25 * static_cast<double>(g.xx) - x * x / n;
+  const double xy = 0.25 * static_cast<double>(g.xy) - x * y / n;
+  const double yy = 0.25 * static_cast<double>(g.yy) - y * y / n;
+  const double half = 0.5 * (xx - yy);
+  const double square = half * half + xy * xy;
+  const double root = square > 0.0 ? RawDouble_sqrt(square) : 0.0;
+  // The axis (xy, larger - xx), or (larger - yy, xy): the longer of the two.
+  const double ax = half > 0.0 ? half + root : xy;
+  const double ay = half > 0.0 ? xy : root - half;
+  const double length = ax * ax + ay * ay;
+  const double scale = length > 0.0 ? 1.0 / RawDouble_sqrt(length) : 0.0;
+  block.cosine = scale > 0.0 ? ax * scale : 1.0;
+  block.sine = ay * scale;
+  const double noisy = 0.5 * n * block.noise;
+  const double least = std::max(kLeastStructure * n, kLeastSignal * noisy);
+  const double middle = 0.5 * (xx + yy) - noisy;
+  block.along = middle + root > least ? middle + root : 0.0;
+  block.across = middle - root > least ? middle - root : 0.0;
   return block;
-}
-
-double smallerEigenvalue(const Block& b) {
-  const double half = 0.5 * (b.xx - b.yy);
-  const double root = half * half + b.xy * b.xy;
-  return 0.5 * (b.xx + b.yy) - (root > 0.0 ? RawDouble_sqrt(root) : 0.0);
 }
 
 struct Sums {
@@ -108,7 +119,7 @@ Sums residualSums(const Block& block, const Image& base, const Image& frame, int
 
 }  // namespace
 
-int32_t chooseBlocks(Block* blocks, const Image& level) {
+int32_t chooseBlocks(Block* blocks, const Image& level, const NoiseCurve& noise) {
   const int32_t side = std::max(level.width, level.height);
   const int32_t size = side >= 900 ? 32 : side >= 150 ? 24 : 16;
   const int32_t across = std::clamp(level.width / size, 1, kMostCells);
@@ -121,21 +132,16 @@ int32_t chooseBlocks(Block* blocks, const Image& level) {
       const int32_t spareX = (i + 1) * level.width / across - left - size;
       const int32_t spareY = (j + 1) * level.height / down - top - size;
       Block best = {};
-      double bestValue = -1.0;
       const int32_t placesX = spareX > size / 4 ? 3 : 1;
       const int32_t placesY = spareY > size / 4 ? 3 : 1;
       for (int32_t k = 0; k < placesX * placesY; ++k) {
         const int32_t x = left + (placesX == 1 ? spareX / 2 : (k % placesX) * spareX / 2);
         const int32_t y = top + (placesY == 1 ? spareY / 2 : (k / placesX) * spareY / 2);
         const Block block = makeBlock(level, std::clamp(x, 1, level.width - size - 1),
-                                      std::clamp(y, 1, level.height - size - 1), size);
-        const double value = smallerEigenvalue(block);
-        if (value > bestValue) {
-          bestValue = value;
-          best = block;
-        }
+                                      std::clamp(y, 1, level.height - size - 1), size, noise);
+        if (block.across > best.across || (best.across == 0.0 && block.along > best.along)) best = block;
       }
-      if (bestValue > kLeastStructure * size * size) blocks[count++] = best;
+      if (best.along > 0.0) blocks[count++] = best;
     }
   }
   return count;
@@ -158,11 +164,6 @@ BlockShift trackBlock(const Block& block, const Image& base, const Image& frame,
 
   BlockShift shift = {0.0, 0.0, 0.0, false};
   const double n = block.size * block.size;
-  // Correlated noise of the gradients makes a weak block step far: a small ridge holds it.
-  const double ridge = 1e-3 * (block.xx + block.yy);
-  const double a = block.xx + ridge;
-  const double c = block.yy + ridge;
-  const double determinant = a * c - block.xy * block.xy;
   const int32_t last = block.size - 1;
   for (int32_t round = 0; round < rounds; ++round) {
     const double fromX = u + shift.x - block.centre() * (step[0] + step[1]) / kUnit;
@@ -181,12 +182,16 @@ BlockShift trackBlock(const Block& block, const Image& base, const Image& frame,
     const double r = static_cast<double>(s.r) / 16.0;
     const double bx = static_cast<double>(s.rx) / 32.0 - block.gradientX * r / n;
     const double by = static_cast<double>(s.ry) / 32.0 - block.gradientY * r / n;
-    const double dx = (c * bx - block.xy * by) / determinant;
-    const double dy = (a * by - block.xy * bx) / determinant;
+    const double b1 = block.cosine * bx + block.sine * by;
+    const double b2 = block.cosine * by - block.sine * bx;
+    const double d1 = b1 / block.along;
+    const double d2 = block.across > 0.0 ? b2 / block.across : 0.0;
+    const double dx = block.cosine * d1 - block.sine * d2;
+    const double dy = block.sine * d1 + block.cosine * d2;
     shift.x -= jacobian[0] * dx + jacobian[1] * dy;
     shift.y -= jacobian[2] * dx + jacobian[3] * dy;
     const double rr = static_cast<double>(s.rr) / 256.0 - r * r / n;
-    const double rest = rr - (bx * dx + by * dy);  // what the step will leave, as far as the gradient goes
+    const double rest = rr - (b1 * d1 + b2 * d2);  // what the step will leave, as far as the gradient goes
     shift.residual = (rest > 0.0 ? rest : 0.0) / n;
     if (!(shift.x * shift.x + shift.y * shift.y <= reach * reach)) return shift;
   }

@@ -5,10 +5,15 @@
 // turn and zoom are no error. With g the gradient of the template T, its mean over the window taken off so that a
 // change of brightness does not count, and r the frame less the template, a round is
 //   d = A^-1 sum g r,  A = sum g g^T,  shift -= J d
+// A is taken along its two axes. Noise of the template adds to both of its eigenvalues, (n / 2) sigma^2 over n pixels,
+// and would make flat windows confirm whatever motion they are given: it is taken off, and an axis on which less than a
+// share of it is left counts for nothing and is not moved along.
+//
 // Samples are bilinear with 8 bits of fraction and four bits of value; sums are whole numbers, the solve is in doubles.
 #ifndef ZVT4_FINE_BLOCK_H_
 #define ZVT4_FINE_BLOCK_H_
 
+#include "fine/noise_curve.h"
 #include "image/image.h"
 #include "motion/mvec8_real.h"
 
@@ -20,11 +25,13 @@ inline constexpr int32_t kMostWindow = 32;
 struct Block {
   int32_t left;
   int32_t top;
-  int32_t size;         // window of size x size pixels, its surrounding pixel inside the picture
-  double xx, xy, yy;    // A, gradients in levels a pixel
-  double gradientX;     // sums of g before their mean is taken off
+  int32_t size;          // window of size x size pixels, its surrounding pixel inside the picture
+  double cosine, sine;   // the axis of the larger eigenvalue of A
+  double along, across;  // eigenvalues less the noise, 0 where that is all; gradients in levels a pixel
+  double gradientX;      // sums of g before their mean is taken off
   double gradientY;
-  double variance;      // of the template
+  double variance;       // of the template
+  double noise;          // variance of a pixel's noise in it
   double centre() const { return 0.5 * (size - 1); }
 };
 
@@ -35,9 +42,10 @@ struct BlockShift {
   bool good;        // inside the frame and within reach all along
 };
 
-// Blocks of a level of the base, one to each cell of a grid over it: the place with the largest smaller eigenvalue of A
-// out of nine. Cells without any structure give none. Returns how many, at most kMostBlocks.
-int32_t chooseBlocks(Block* blocks, const Image& level);
+// Blocks of a level of the base, one to each cell of a grid over it: the place with the largest smaller eigenvalue out
+// of nine, or the largest eigenvalue where no place has two. Cells without any structure give none. noise: of the level.
+// Returns how many, at most kMostBlocks.
+int32_t chooseBlocks(Block* blocks, const Image& level, const NoiseCurve& noise);
 
 // motion: base to frame in pixels of the level. start: first guess of the shift. reach: how far the shift may go from
 // there, in pixels.

@@ -18,7 +18,7 @@ constexpr int32_t kNoisePairs = 3;
 struct AlignJob {
   Burst* burst;
   const AlignBase* base;
-  Match* matches;  // kMostBlocks a frame
+  Match* matches;  // kMostMatches a frame
   int32_t baseId;
   bool again;      // only frames that failed, with the motions of their neighbours
 };
@@ -26,7 +26,7 @@ struct AlignJob {
 Status alignOne(AlignJob* job, int32_t id, const PelContext*) {
   Burst* b = job->burst;
   FrameRecord& frame = b->frames[id];
-  Match* matches = job->matches + static_cast<ptrdiff_t>(id) * kMostBlocks;
+  Match* matches = job->matches + static_cast<ptrdiff_t>(id) * kMostMatches;
   if (id == job->baseId) return ZELVAN_OK;
   if (!job->again) {
     alignFrame(&frame.alignment, *job->base, frame.pyramid, nullptr, 0, matches);
@@ -40,10 +40,13 @@ Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
   Env* env = burst->env;
   const ScopedBlock<Block> blocks(env, static_cast<size_t>(kMostBlocks) * kMostLevels);
   const ScopedBlock<CoarseBase> coarse(env, 1);
-  const ScopedBlock<Match> matches(env, static_cast<size_t>(kMostBlocks) * kMostFrames);
+  const ScopedBlock<Match> matches(env, static_cast<size_t>(kMostMatches) * kMostFrames);
   if (!blocks || !coarse || !matches) return ZELVAN_ERROR_NOMEM;
   AlignBase base;
-  prepareBase(&base, &burst->frames[baseId].pyramid, blocks.data(), coarse.data());
+  if (const Status s = prepareBase(&base, env, &burst->frames[baseId].pyramid, blocks.data(), coarse.data());
+      s != ZELVAN_OK) {
+    return s;
+  }
   Alignment* own = &burst->frames[baseId].alignment;
   *own = {};
   Mvec8Real_setIdentity(&own->motion);

@@ -56,17 +56,13 @@ void basisAt(double x, double y, double* bx, double* by) {
 
 }  // namespace
 
-void setInformation(Match* match, double xx, double xy, double yy, double residual, double floor) {
-  // Covariance = residual A^-1 + floor^2 I.
-  const double determinant = xx * yy - xy * xy;
-  const double s = determinant > 0.0 ? residual / determinant : 1e12;
-  const double cxx = s * yy + floor * floor;
-  const double cxy = -s * xy;
-  const double cyy = s * xx + floor * floor;
-  const double d = cxx * cyy - cxy * cxy;
-  match->wxx = cyy / d;
-  match->wxy = -cxy / d;
-  match->wyy = cxx / d;
+void setInformation(Match* match, double cosine, double sine, double along, double across, double residual,
+                    double floor) {
+  const double w1 = along > 0.0 ? 1.0 / (residual / along + floor * floor) : 0.0;
+  const double w2 = across > 0.0 ? 1.0 / (residual / across + floor * floor) : 0.0;
+  match->wxx = w1 * cosine * cosine + w2 * sine * sine;
+  match->wxy = (w1 - w2) * cosine * sine;
+  match->wyy = w1 * sine * sine + w2 * cosine * cosine;
 }
 
 bool fitHomography(Mvec8Real* motion, Match* matches, int32_t count, int32_t width, int32_t height, double scale,

@@ -27,9 +27,10 @@ struct FitQuality {
   double error;        // root of the weighted mean of the squared residuals, in pixels
 };
 
-// Inverse covariance of a block's shift: information matrix (xx, xy, yy) over the variance of its residuals, and the
-// floor of the standard deviation in pixels.
-void setInformation(Match* match, double xx, double xy, double yy, double residual, double floor);
+// Inverse covariance of a block's shift: along an axis and across it 1 / (residual / information + floor^2), nothing
+// where there is no information.
+void setInformation(Match* match, double cosine, double sine, double along, double across, double residual,
+                    double floor);
 
 // motion: in, the guess; out, the fit. width, height: of the base at the level of the coordinates. scale: k of the last
 // round; the first begins at anneal times that. priorSigma: of shears and perspective in that unit.

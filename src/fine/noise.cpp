@@ -11,24 +11,15 @@ namespace {
 
 constexpr int32_t kFullWindow = 8;
 constexpr int32_t kMapWindow = 4;
-constexpr int32_t kMostWindows = 4096;  // of one kind
-constexpr int32_t kLeastWindows = 24;   // in a range
-constexpr double kQuantile = 0.3;
+constexpr int32_t kMostWindows = kMostNoiseWindows;
 // Quantile 0.3 of the variance of n - 1 degrees of freedom over its mean, 63 and 15.
 constexpr double kFullRatio = 0.903;
 constexpr double kMapRatio = 0.781;
 // Share of a frame's variance that the bicubic taps keep on the mean over all fractions.
 constexpr double kCubicKept = 0.745;
 
-struct Window {
-  uint8_t luma;
-  float variance[3];
-};
-
-struct Windows {
-  Window* items;
-  int32_t count;
-};
+using Window = NoiseWindow;
+using Windows = NoiseWindows;
 
 // Difference of a window: samples in 1/64 less the base's bytes.
 struct WindowSums {
@@ -47,41 +38,6 @@ bool inside(const Image& image, const MeshNode& p) {
   const int32_t x = p.x >> 15;
   const int32_t y = p.y >> 15;
   return x >= 2 && y >= 2 && x < image.width - 3 && y < image.height - 3;
-}
-
-// One value of each range of brightness, filled up from the neighbours.
-void fitCurve(NoiseCurve* curve, Windows windows, int32_t channel, double ratio, float* scratch) {
-  bool known[kNoiseBins] = {};
-  for (int32_t bin = 0; bin < kNoiseBins; ++bin) {
-    int32_t n = 0;
-    for (int32_t i = 0; i < windows.count; ++i) {
-      if (windows.items[i].luma / 16 == bin) scratch[n++] = windows.items[i].variance[channel];
-    }
-    if (n < kLeastWindows) continue;
-    float* at = scratch + truncToInt32(kQuantile * n);
-    std::nth_element(scratch, at, scratch + n);
-    curve->variance[bin] = static_cast<float>(*at / ratio);
-    known[bin] = true;
-  }
-  int32_t last = -1;
-  for (int32_t bin = 0; bin < kNoiseBins; ++bin) {
-    if (!known[bin]) continue;
-    for (int32_t i = last + 1; i < bin; ++i) {
-      const float t = last < 0 ? 1.0f : static_cast<float>(i - last) / static_cast<float>(bin - last);
-      const float from = last < 0 ? curve->variance[bin] : curve->variance[last];
-      curve->variance[i] = from + (curve->variance[bin] - from) * t;
-    }
-    last = bin;
-  }
-  for (int32_t i = last + 1; i < kNoiseBins; ++i) curve->variance[i] = last < 0 ? 0.0f : curve->variance[last];
-  // Light smoothing: a range's quantile is noisy itself.
-  NoiseCurve smooth;
-  for (int32_t i = 0; i < kNoiseBins; ++i) {
-    const float a = curve->variance[std::max(0, i - 1)];
-    const float b = curve->variance[std::min(kNoiseBins - 1, i + 1)];
-    smooth.variance[i] = 0.25f * a + 0.5f * curve->variance[i] + 0.25f * b;
-  }
-  *curve = smooth;
 }
 
 float typicalLevel(const NoiseCurve& curve, Windows windows) {
@@ -170,12 +126,6 @@ void collectMap(Windows* out, const Samplers& samplers, const NoisePair& pair, i
 }
 
 }  // namespace
-
-float NoiseCurve::at(int32_t luma) const {
-  const int32_t p = clampInt(luma - 8, 0, 16 * (kNoiseBins - 1) - 1);
-  const float t = static_cast<float>(p & 15) * 0.0625f;
-  return variance[p >> 4] + (variance[(p >> 4) + 1] - variance[p >> 4]) * t;
-}
 
 Status estimateNoise(Noise* noise, Env* env, const Samplers& samplers, const NoisePair* pairs, int32_t count) {
   *noise = {};

@@ -5,23 +5,15 @@
 // brightness does not count; of the windows of one brightness a low quantile of the variances is taken, which what
 // moved, or was not aligned well, does not reach. For n samples of a Gaussian the quantile's ratio to the mean is known.
 //
-// A curve holds the variance of one frame for kNoiseBins ranges of luma; ranges that few windows fall into take their
-// neighbours' line. Variances are in squared levels.
 #ifndef ZVT4_FINE_NOISE_H_
 #define ZVT4_FINE_NOISE_H_
 
 #include "fine/mesh.h"
+#include "fine/noise_curve.h"
 #include "fine/pyramid.h"
 #include "fine/sampler.h"
 
 namespace fine {
-
-inline constexpr int32_t kNoiseBins = 16;
-
-struct NoiseCurve {
-  float variance[kNoiseBins];  // at luma 16 i + 8
-  float at(int32_t luma) const;
-};
 
 struct Noise {
   NoiseCurve full[3];  // luma and the two chroma bytes, of full-size samples

@@ -1,0 +1,40 @@
+// Variance of noise by brightness, in squared levels, for kNoiseBins ranges of luma, and the means to fit it to windows
+// of a picture: of the windows of a range a low quantile counts; ranges that few windows fall into take the line between
+// their neighbours.
+#ifndef ZVT4_FINE_NOISE_CURVE_H_
+#define ZVT4_FINE_NOISE_CURVE_H_
+
+#include "image/image.h"
+
+namespace fine {
+
+inline constexpr int32_t kNoiseBins = 16;
+inline constexpr int32_t kNoiseChannels = 3;
+inline constexpr int32_t kMostNoiseWindows = 4096;
+
+struct NoiseCurve {
+  float variance[kNoiseBins];  // at luma 16 i + 8
+  float at(int32_t luma) const;
+};
+
+struct NoiseWindow {
+  uint8_t luma;
+  float variance[kNoiseChannels];
+};
+
+struct NoiseWindows {
+  NoiseWindow* items;
+  int32_t count;
+};
+
+// ratio: of the quantile kNoiseQuantile to the mean of a window's variance. scratch: windows.count items.
+inline constexpr double kNoiseQuantile = 0.3;
+void fitCurve(NoiseCurve* curve, const NoiseWindows& windows, int32_t channel, double ratio, float* scratch);
+
+// Of one "UINT8" picture: from second differences along both axes, a - b - c + d of 2x2 pixels, which have four times
+// the variance of white noise and see little of the picture. Texture everywhere counts as noise.
+Status estimateCurve(NoiseCurve* curve, Env* env, const Image& image);
+
+}  // namespace fine
+
+#endif  // ZVT4_FINE_NOISE_CURVE_H_
