@@ -9,7 +9,9 @@ namespace {
 
 constexpr double kFloor = 0.12;         // standard deviation of a block's position that no structure lowers, in pixels
 constexpr double kScale = 3.0;          // k of the robust weight
-constexpr double kPrior = 0.02;         // of shears and perspective on the coarse levels
+// Standard deviation of shears and perspective, unit of the fit, on the levels above the finest by two and more, by
+// one, and on it: what blocks of coarse levels say of them is little.
+constexpr double kPrior[] = {0.03, 0.01, 0.004};
 constexpr double kMostCornerSigma = 0.3;  // in pixels of the finest level
 constexpr double kQuantisation = 0.17;  // variance of a difference of two bytes
 
@@ -58,12 +60,13 @@ void collect(Matches* out, const AlignBase& base, const Pyramid& frame, int32_t 
   }
 }
 
-bool fit(Mvec8Real* full, const Matches& matches, const AlignBase& base, double anneal, FitQuality* quality) {
+bool fit(Mvec8Real* full, const Matches& matches, const AlignBase& base, int32_t k, double anneal,
+         FitQuality* quality) {
   *quality = {0.0, 1e9, 1e9};
   if (matches.count < 8) return false;
   const Image& picture = base.pyramid->level[0];
-  if (!fitHomography(full, matches.items, matches.count, picture.width, picture.height, kScale, anneal, kPrior,
-                     quality)) {
+  if (!fitHomography(full, matches.items, matches.count, picture.width, picture.height, kScale, anneal,
+                     kPrior[std::min(k - base.finest, 2)], quality)) {
     return false;
   }
   quality->inliers *= static_cast<double>(matches.count) / matches.tried;
@@ -86,6 +89,40 @@ double unexplainedShare(const AlignBase& base, const Pyramid& frame, int32_t k, 
     all += v;
   }
   return all > 0.0 ? left / all : 1.0;
+}
+
+struct Candidate {
+  Mvec8Real motion;
+  double score;  // share of the blocks that agree x share of the structure that is explained
+};
+
+double worstCorner(const Mvec8Real& a, const Mvec8Real& b, const Image& picture) {
+  double worst = 0.0;
+  for (int32_t corner = 0; corner < 4; ++corner) {
+    const double x = corner % 2 * (picture.width - 1);
+    const double y = corner / 2 * (picture.height - 1);
+    double u, v, p, q;
+    Mvec8Real_trans2DReal(&a, &u, &v, x, y);
+    Mvec8Real_trans2DReal(&b, &p, &q, x, y);
+    worst = std::max(worst, (u - p) * (u - p) + (v - q) * (v - q));
+  }
+  return worst > 0.0 ? RawDouble_sqrt(worst) : 0.0;
+}
+
+// Keeps the list sorted, best first; of two that are nearly the same the better one stays.
+void addCandidate(Candidate* list, int32_t* count, const Candidate& c, const Image& picture, double near) {
+  for (int32_t i = 0; i < *count; ++i) {
+    if (worstCorner(list[i].motion, c.motion, picture) > near) continue;
+    if (list[i].score >= c.score) return;
+    std::copy(list + i + 1, list + *count, list + i);
+    --*count;
+    break;
+  }
+  int32_t at = *count;
+  while (at > 0 && list[at - 1].score < c.score) --at;
+  std::copy_backward(list + at, list + *count, list + *count + 1);
+  list[at] = c;
+  ++*count;
 }
 
 bool isHandMotion(const Mvec8Real& motion, int32_t width, int32_t height) {
@@ -144,35 +181,47 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
   Mvec8Real_setIdentity(&candidates[count++]);
   for (int32_t i = 0; i < proposalCount && i < 7; ++i) candidates[count++] = proposals[i];
 
-  Mvec8Real best;
-  double bestShare = 2.0;
+  Candidate tried[kCandidates + 8];
+  int32_t left = 0;
   for (int32_t i = 0; i < count; ++i) {
-    Mvec8Real motion = candidates[i];
+    Candidate c = {candidates[i], 0.0};
     FitQuality quality;
     for (int32_t k = coarsest; k >= judge; --k) {
       for (const double anneal : {3.0, 1.5}) {
         Matches matches = {scratch, 0, 0};
-        collect(&matches, base, frame, k, motion, 3, 4.0);
-        fit(&motion, matches, base, anneal, &quality);
+        collect(&matches, base, frame, k, c.motion, 3, 4.0);
+        fit(&c.motion, matches, base, k, anneal, &quality);
       }
     }
-    const double share = unexplainedShare(base, frame, judge, levelMotion(motion, judge));
-    if (share < bestShare) {
-      bestShare = share;
-      best = motion;
-    }
+    c.score = quality.inliers * (1.0 - unexplainedShare(base, frame, judge, levelMotion(c.motion, judge)));
+    addCandidate(tried, &left, c, base.pyramid->level[0], static_cast<double>(2 << judge));
   }
-  if (!(bestShare < 1.0)) {
+  // Fewer from level to level; the levels above the finest are enough to tell.
+  int32_t k = judge - 1;
+  for (int32_t most = 3; k >= std::max(base.finest, 1) && left > 1; --k, --most) {
+    left = std::min(left, most);
+    for (int32_t i = 0; i < left; ++i) {
+      Candidate& c = tried[i];
+      FitQuality quality;
+      Matches matches = {scratch, 0, 0};
+      collect(&matches, base, frame, k, c.motion, 3, 4.0);
+      fit(&c.motion, matches, base, k, 2.0, &quality);
+      c.score = quality.inliers * (1.0 - unexplainedShare(base, frame, k, levelMotion(c.motion, k)));
+    }
+    std::stable_sort(tried, tried + left, [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
+  }
+  if (left < 1 || !(tried[0].score > 0.0)) {
     out->verdict = FEW_BLOCKS;
     return;
   }
-  // Down the pyramid; the last two levels stay beside the finest.
+  // To the finest level; the two above it stay beside it.
+  Mvec8Real best = tried[0].motion;
   bool fitted = true;
   Matches matches = {scratch, 0, 0};
-  for (int32_t k = judge - 1; k >= base.finest && fitted; --k) {
+  for (k = std::min(judge - 1, std::max(k, base.finest + 2)); k >= base.finest && fitted; --k) {
     if (k >= base.finest + 2) matches = {scratch, 0, 0};
     collect(&matches, base, frame, k, best, 3, 4.0);
-    fitted = fit(&best, matches, base, k == base.finest ? 1.0 : 2.0, &out->quality);
+    fitted = fit(&best, matches, base, k, k == base.finest ? 1.0 : 2.0, &out->quality);
   }
   if (!fitted) {
     out->verdict = FEW_BLOCKS;
