@@ -214,12 +214,12 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
     out->verdict = FEW_BLOCKS;
     return;
   }
-  // To the finest level; the two above it stay beside it.
+  // To the finest level; the three above it stay beside it.
   Mvec8Real best = tried[0].motion;
   bool fitted = true;
   Matches matches = {scratch, 0, 0};
-  for (k = std::min(judge - 1, std::max(k, base.finest + 2)); k >= base.finest && fitted; --k) {
-    if (k >= base.finest + 2) matches = {scratch, 0, 0};
+  for (k = std::min(judge - 1, std::max(k, base.finest + 3)); k >= base.finest && fitted; --k) {
+    if (k >= base.finest + 3) matches = {scratch, 0, 0};
     collect(&matches, base, frame, k, best, 3, 4.0);
     fitted = fit(&best, matches, base, k, k == base.finest ? 1.0 : 2.0, &out->quality);
   }
