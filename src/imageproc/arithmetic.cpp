@@ -109,6 +109,13 @@ struct ConvertJob {
   const Image* src;
 };
 
+int32_t wholePart(int32_t value) {
+  return value;
+}
+int32_t wholePart(float value) {
+  return truncToInt32(value);
+}
+
 // The value as it is; what a destination can not hold is limited.
 template <typename Dst, typename Src>
 void convertRows(const ConvertJob& job, int32_t begin, int32_t end) {
@@ -119,13 +126,7 @@ void convertRows(const ConvertJob& job, int32_t begin, int32_t end) {
       if constexpr (sizeof(Dst) == 4) {
         dst[x] = static_cast<Dst>(src[x]);
       } else {
-        int32_t value;
-        if constexpr (std::is_same_v<Src, float>) {
-          value = truncToInt32(src[x]);
-        } else {
-          value = src[x];
-        }
-        dst[x] = static_cast<Dst>(clampInt(value, 0, std::numeric_limits<Dst>::max()));
+        dst[x] = static_cast<Dst>(clampInt(wholePart(src[x]), 0, std::numeric_limits<Dst>::max()));
       }
     }
   }
