@@ -136,12 +136,7 @@ Status runPasses(Pel* pel, const TileShared& shared, const Pass* passes, int32_t
     }
   }
   for (int32_t i = 0; i < issued; ++i) {
-    // A wait that runs out while tiles still make progress is no end: the records must outlive their tasks.
-    Status waited;
-    do {
-      waited = Pel_waitForEvents(pel, 1, &events[i]);
-    } while (waited == ZELVAN_ERROR_TIMEOUT);
-    status |= waited;
+    status |= waitToEnd(pel, events[i]);
     status |= Pel_releaseEvent(pel, events[i]);
   }
   return status;
