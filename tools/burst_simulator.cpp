@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <random>
 
 #include "image_file.h"
 #include "scene.h"
@@ -15,30 +14,6 @@ constexpr double kLensSigma = 0.7;  // of the blur by lens and sensor, in frame 
 constexpr double kPi = 3.14159265358979323846;
 
 using Rgb = std::array<float, 3>;
-
-// Numbers that do not depend on the standard library: its engines are specified, its distributions are not.
-class Random {
- public:
-  explicit Random(uint32_t seed) : engine_(seed) {}
-  double uniform() { return (engine_() + 0.5) / 4294967296.0; }
-  double within(double limit) { return (2 * uniform() - 1) * limit; }
-  // Box and Muller's transform.
-  double normal() {
-    if (spare_) {
-      const double value = *spare_;
-      spare_.reset();
-      return value;
-    }
-    const double radius = std::sqrt(-2 * std::log(uniform()));
-    const double angle = 2 * kPi * uniform();
-    spare_ = radius * std::sin(angle);
-    return radius * std::cos(angle);
-  }
-
- private:
-  std::mt19937 engine_;
-  std::optional<double> spare_;
-};
 
 Rgb bilinear(const RgbPicture& scene, double x, double y) {
   x = std::clamp(x, 0.0, scene.width - 1.001);
@@ -157,23 +132,6 @@ uint8_t byteOf(double v) {
   return static_cast<uint8_t>(std::clamp(v + 0.5, 0.0, 255.0));
 }
 
-// Poisson noise of the light and Gaussian noise of the reading. The colour gains and the demosaicing of a camera leave
-// the chroma of a pixel as noisy as its luma.
-Picture withNoise(const Picture& clean, const Simulation& s, Random* random) {
-  Picture noisy = clean;
-  const auto noiseAt = [&](double luma) {
-    return std::sqrt(s.shotNoise * luma + s.readNoise * s.readNoise) * random->normal();
-  };
-  for (uint8_t& y : noisy.y) y = byteOf(y + noiseAt(y));
-  const size_t pairs = static_cast<size_t>(clean.chromaWidth());
-  for (size_t i = 0; i < clean.u.size(); ++i) {
-    const double luma = clean.y[i / pairs * 2 * static_cast<size_t>(clean.width) + i % pairs * 2];
-    noisy.u[i] = byteOf(clean.u[i] + noiseAt(luma));
-    noisy.v[i] = byteOf(clean.v[i] + noiseAt(luma));
-  }
-  return noisy;
-}
-
 Picture renderFrame(const View& view, const Simulation& s) {
   RgbPicture clean{s.width, s.height, {}};
   clean.pixels.reserve(3 * static_cast<size_t>(s.width) * static_cast<size_t>(s.height));
@@ -233,7 +191,7 @@ SimulatedBurst simulateBurst(const RgbPicture& scene, const RgbPicture& foreign,
     }
     if (s.blurredFrame == i) view.blur = {s.blurLength * 0.8, s.blurLength * 0.6};
     frame.clean = renderFrame(view, s);
-    frame.noisy = withNoise(frame.clean, s, &noise);
+    frame.noisy = withNoise(frame.clean, s.noise, &noise);
     burst.frames.push_back(std::move(frame));
   }
   return burst;

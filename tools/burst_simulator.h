@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "homography.h"
+#include "noise.h"
 #include "picture.h"
 
 namespace tool {
@@ -21,9 +22,7 @@ struct Simulation {
   double shift = 0.005;
   double rotation = 0.1;
   double zoom = 0.001;
-  // Noise of a luma or chroma sample where luma is y (0 to 255): variance shotNoise x y + readNoise^2.
-  double shotNoise = 0.7;
-  double readNoise = 4.0;
+  NoiseModel noise;
   std::optional<int32_t> blurredFrame;
   double blurLength = 9.0;  // pixels
   bool movingObject = false;

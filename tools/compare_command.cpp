@@ -13,6 +13,7 @@
 #include "quality.h"
 #include "resample.h"
 #include "truth.h"
+#include "yardstick.h"
 
 namespace tool {
 namespace {
@@ -90,6 +91,26 @@ Json qualityJson(const Quality& q) {
       {"lumaPsnr", q.lumaPsnr}, {"chromaPsnr", q.chromaPsnr}, {"lumaSsim", q.lumaSsim}, {"chromaSsim", q.chromaSsim}};
 }
 
+// The average that the frames could have had: those that show the scene sharply, or the base and one more.
+Yardstick printedYardstick(const Picture& result, const Picture& noisy, const Picture& clean, const Truth& truth) {
+  const auto usable = static_cast<int32_t>(
+      std::count_if(truth.frames.begin(), truth.frames.end(), [](const TruthFrame& frame) { return frame.usable; }));
+  const Picture average = alignedAverage(clean, truth.noise, truth.storage, std::max(usable, 2), truth.seed);
+  const Yardstick y = measure(result, noisy, average, clean, nullptr);
+  std::printf("%-16s %6.2f dB    %6.2f dB\n\n", "aligned average", y.average.luma, y.average.chroma);
+  std::printf("Share of the average's gain %.2f; mean shift of Y %+.2f, U %+.2f, V %+.2f; edges %.3f times as steep.\n",
+              y.share, y.meanShift[0], y.meanShift[1], y.meanShift[2], y.gradientGain);
+  return y;
+}
+
+Json yardstickJson(const Yardstick& y) {
+  const auto psnr = [](const Psnr& p) { return Json{{"luma", p.luma}, {"chroma", p.chroma}}; };
+  return {{"share", y.share},
+          {"psnr", {{"noisy", psnr(y.noisy)}, {"average", psnr(y.average)}, {"result", psnr(y.result)}}},
+          {"meanShift", y.meanShift},
+          {"gradientGain", y.gradientGain}};
+}
+
 void run(const Options& o) {
   const Truth truth = readTruth(o.truthFolder);
   const std::optional<RawLayout> raw = o.raw.layout();
@@ -119,13 +140,14 @@ void run(const Options& o) {
     }
   }
   const Picture reference = clean(base);
-  const RawLayout own = {truth.width, truth.height, truth.frameFormat};
-  const bool rawFrames = truth.frameFormat == "nv21";
+  const RawLayout own = {truth.width, truth.height, truth.storage.format};
+  const bool rawFrames = truth.storage.format == "nv21";
   const Picture noisy = readPicture(o.truthFolder + "/" + truth.frames[base].file,
                                     rawFrames ? std::optional<RawLayout>(own) : std::nullopt);
   const Quality before = compareWithTruth(noisy, reference);
   const bool isCropped = !o.report.empty() && report.isCropped();
-  const Quality after = compareWithTruth(result, isCropped ? resample(reference, report.crop()) : reference);
+  const Picture shown = isCropped ? resample(reference, report.crop()) : reference;
+  const Quality after = compareWithTruth(result, shown);
 
   std::printf("Against %s, the clean frame of the base%s:\n\n", truth.frames[base].clean.c_str(),
               isCropped ? ", cropped and scaled as the result is" : "");
@@ -139,6 +161,7 @@ void run(const Options& o) {
               after.chromaPsnr - before.chromaPsnr);
 
   Json json = {{"base", base}, {"noisy", qualityJson(before)}, {"result", qualityJson(after)}};
+  json["yardstick"] = yardstickJson(printedYardstick(result, noisy, shown, truth));
   if (!o.report.empty()) {
     const std::vector<double> errors = motionErrors(report, truth);
     if (errors.empty()) {

@@ -7,7 +7,6 @@
 #include "commands.h"
 #include "file_io.h"
 #include "image_file.h"
-#include "image_file_kinds.h"
 #include "options.h"
 #include "truth.h"
 
@@ -20,7 +19,7 @@ struct Options {
   std::string folder;
   std::string size = "1280x960";
   std::string noise = "medium";
-  std::string frameFormat = "png";
+  FrameStorage storage;
   Simulation simulation;
 };
 
@@ -35,32 +34,6 @@ std::string numbered(const char* stem, size_t i, const std::string& ending) {
   char name[64];
   std::snprintf(name, sizeof(name), "%s%02zu.%s", stem, i, ending.c_str());
   return name;
-}
-
-// For a PNG that reads back as the same 4:2:0 planes, but for rounding and clipping: the usual way to RGB blends each
-// chroma sample with its neighbours, which would take half of the chroma noise away.
-RgbPicture rgbOfPlanes(const Picture& picture) {
-  RgbPicture rgb{picture.width, picture.height, {}};
-  rgb.pixels.reserve(3 * picture.y.size());
-  for (size_t i = 0; i < picture.y.size(); ++i) {
-    const size_t x = i % static_cast<size_t>(picture.width);
-    const size_t y = i / static_cast<size_t>(picture.width);
-    const size_t pair = y / 2 * static_cast<size_t>(picture.chromaWidth()) + x / 2;
-    const double u = picture.u[pair] - 128.0;
-    const double v = picture.v[pair] - 128.0;
-    for (const double offset : {1.402 * v, -0.344136 * u - 0.714136 * v, 1.772 * u}) {
-      rgb.pixels.push_back(static_cast<uint8_t>(std::clamp(picture.y[i] + offset + 0.5, 0.0, 255.0)));
-    }
-  }
-  return rgb;
-}
-
-void write(const std::string& path, const Picture& picture) {
-  if (endingOf(path) == "png") {
-    writeFile(path, encodePng(path, rgbOfPlanes(picture)));
-  } else {
-    writePicture(path, picture);
-  }
 }
 
 // Makes the folder. Frames of an earlier burst would be taken for frames of this one; other files are left alone.
@@ -82,8 +55,8 @@ void run(const Options& o, const CLI::App& command) {
   s.width = size.width;
   s.height = size.height;
   const NoiseLevel level = kNoiseLevels.at(o.noise);
-  if (command.count("--shot-noise") == 0) s.shotNoise = level.shot;
-  if (command.count("--read-noise") == 0) s.readNoise = level.read;
+  if (command.count("--shot-noise") == 0) s.noise.shot = level.shot;
+  if (command.count("--read-noise") == 0) s.noise.read = level.read;
   if (o.builtIn != o.scene.empty()) throw Error("name a photograph or take --built-in, not both");
   for (const auto& special : {s.blurredFrame, s.foreignFrame}) {
     if (special && *special >= s.frames) throw Error("there is no frame " + std::to_string(*special) + " to change");
@@ -101,12 +74,12 @@ void run(const Options& o, const CLI::App& command) {
   truth.folder = o.folder;
   truth.width = s.width;
   truth.height = s.height;
-  truth.frameFormat = o.frameFormat;
+  truth.storage = o.storage;
   for (size_t i = 0; i < burst.frames.size(); ++i) {
     const SimulatedFrame& frame = burst.frames[i];
-    truth.frames.push_back({numbered("frame", i, o.frameFormat), numbered("clean", i, "png"), frame.motion});
-    write(o.folder + "/" + truth.frames[i].file, frame.noisy);
-    write(o.folder + "/" + truth.frames[i].clean, frame.clean);
+    truth.frames.push_back({numbered("frame", i, o.storage.format), numbered("clean", i, "png"), frame.motion});
+    writeFrame(o.folder + "/" + truth.frames[i].file, frame.noisy, o.storage);
+    writeFrame(o.folder + "/" + truth.frames[i].clean, frame.clean, FrameStorage());
   }
   writeTruth(truth, o.builtIn ? "built-in" : o.scene, s, burst);
 }
@@ -127,9 +100,9 @@ void addSimulateCommand(CLI::App& app) {
   command->add_option("--noise", o->noise, "none, low, medium or high (default medium)")
       ->check(CLI::IsMember({"none", "low", "medium", "high"}))
       ->type_name("LEVEL");
-  command->add_option("--shot-noise", o->simulation.shotNoise, "Variance of the noise per unit of brightness")
+  command->add_option("--shot-noise", o->simulation.noise.shot, "Variance of the noise per unit of brightness")
       ->check(CLI::Range(0.0, 100.0));
-  command->add_option("--read-noise", o->simulation.readNoise, "Standard deviation of the noise of black")
+  command->add_option("--read-noise", o->simulation.noise.read, "Standard deviation of the noise of black")
       ->check(CLI::Range(0.0, 100.0));
   command->add_option("--shift", o->simulation.shift, "Shake: largest shift from frame to frame, share of the width")
       ->check(CLI::Range(0.0, 0.1));
@@ -151,9 +124,11 @@ void addSimulateCommand(CLI::App& app) {
       ->expected(0, 1)
       ->default_str("3")
       ->check(CLI::Range(0, 9));
-  command->add_option("--frame-format", o->frameFormat, "png, jpg or nv21 (default png)")
+  command->add_option("--frame-format", o->storage.format, "png, jpg or nv21 (default png)")
       ->check(CLI::IsMember({"png", "jpg", "nv21"}))
       ->type_name("FORMAT");
+  command->add_option("--jpeg-quality", o->storage.jpegQuality, "Quality of JPEG frames (default 95)")
+      ->check(CLI::Range(1, 100));
   command->footer(
       "Frames are frame00, frame01, ...; clean00.png, ... are the same without noise. Frame numbers begin at 0.\n\n"
       "Example: tessaline4 simulate photo.jpg -o burst --frames 8 --noise high --moving-object");

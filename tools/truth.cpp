@@ -28,8 +28,10 @@ void writeTruth(const Truth& truth, const std::string& scene, const Simulation& 
   json["seed"] = simulation.seed;
   json["width"] = truth.width;
   json["height"] = truth.height;
-  json["frameFormat"] = truth.frameFormat;
-  json["noise"] = {{"shot", simulation.shotNoise}, {"read", simulation.readNoise}};
+  json["frameFormat"] = truth.storage.format;
+  if (truth.storage.format == "jpg") json["jpegQuality"] = truth.storage.jpegQuality;
+  const NoiseModel& noise = simulation.noise;
+  json["noise"] = {{"shot", noise.shot}, {"read", noise.read}, {"grain", noise.grain}};
   if (simulation.movingObject) json["objectRadius"] = burst.objectRadius;
   Json& frames = json["frames"] = Json::array();
   for (size_t i = 0; i < truth.frames.size(); ++i) {
@@ -56,12 +58,17 @@ Truth readTruth(const std::string& folder) {
     truth.folder = folder;
     truth.width = json.at("width");
     truth.height = json.at("height");
-    truth.frameFormat = json.at("frameFormat");
+    truth.seed = json.at("seed");
+    truth.storage.format = json.at("frameFormat");
+    truth.storage.jpegQuality = json.value("jpegQuality", truth.storage.jpegQuality);
+    const Json& noise = json.at("noise");
+    truth.noise = {noise.at("shot"), noise.at("read"), noise.value("grain", 0.0)};
     for (const Json& entry : json.at("frames")) {
       TruthFrame frame;
       frame.file = entry.at("file");
       frame.clean = entry.at("clean");
       for (size_t i = 0; i < 9; ++i) frame.motion[i] = entry.at("homography").at(i / 3).at(i % 3);
+      frame.usable = !entry.contains("foreign") && !entry.contains("blurred");
       truth.frames.push_back(frame);
     }
     if (truth.frames.empty()) throw Error(path, "tells of no frame");

@@ -6,20 +6,24 @@
 #include <vector>
 
 #include "burst_simulator.h"
+#include "frame_storage.h"
 
 namespace tool {
 
 struct TruthFrame {
-  std::string file;   // as simulated, in the folder of the truth
-  std::string clean;  // without noise
-  Homography motion;  // frame 0 to this frame
+  std::string file;    // as simulated, in the folder of the truth
+  std::string clean;   // without noise
+  Homography motion;   // frame 0 to this frame
+  bool usable = true;  // shows the scene, and sharply
 };
 
 struct Truth {
   std::string folder;
   int32_t width = 0;
   int32_t height = 0;
-  std::string frameFormat;  // ending of the frames
+  uint32_t seed = 0;
+  NoiseModel noise;
+  FrameStorage storage;
   std::vector<TruthFrame> frames;
 };
 

@@ -80,7 +80,7 @@ TEST(Simulator, NoiseFollowsTheModelAndTheSeed) {
     if (luma < 60 || luma >= 210) continue;
     Bin& bin = bins[static_cast<size_t>((luma - 60) / 50)];
     const double d = frame.noisy.y[i] - luma;
-    bin.expected += s.shotNoise * luma + s.readNoise * s.readNoise;
+    bin.expected += s.noise.shot * luma + s.noise.read * s.noise.read;
     bin.sum += d;
     bin.square += d * d;
     bin.count += 1;
