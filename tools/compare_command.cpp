@@ -91,16 +91,30 @@ Json qualityJson(const Quality& q) {
       {"lumaPsnr", q.lumaPsnr}, {"chromaPsnr", q.chromaPsnr}, {"lumaSsim", q.lumaSsim}, {"chromaSsim", q.chromaSsim}};
 }
 
-// The average that the frames could have had: those that show the scene sharply, or the base and one more.
-Yardstick printedYardstick(const Picture& result, const Picture& noisy, const Picture& clean, const Truth& truth) {
-  const auto usable = static_cast<int32_t>(
-      std::count_if(truth.frames.begin(), truth.frames.end(), [](const TruthFrame& frame) { return frame.usable; }));
-  const Picture average = alignedAverage(clean, truth.noise, truth.storage, std::max(usable, 2), truth.seed);
-  const Yardstick y = measure(result, noisy, average, clean, nullptr);
+Yardstick printedYardstick(const Picture& result, const Picture& noisy, const Picture& clean, const Truth& truth,
+                           const Mask* counted) {
+  const Picture average = alignedAverage(clean, truth.noise, truth.storage, truth.framesToAverage(), truth.seed);
+  const Yardstick y = measure(result, noisy, average, clean, counted);
   std::printf("%-16s %6.2f dB    %6.2f dB\n\n", "aligned average", y.average.luma, y.average.chroma);
+  if (counted != nullptr) {
+    std::printf("Where all frames see the same: luma %.2f dB, chroma %.2f dB.\n", y.result.luma, y.result.chroma);
+  }
   std::printf("Share of the average's gain %.2f; mean shift of Y %+.2f, U %+.2f, V %+.2f; edges %.3f times as steep.\n",
               y.share, y.meanShift[0], y.meanShift[1], y.meanShift[2], y.gradientGain);
   return y;
+}
+
+// The pixels of the result that count; empty: all.
+Mask readMask(const Truth& truth, const std::string& name, const Homography& crop) {
+  if (name.empty()) return {};
+  const std::string path = truth.folder + "/" + name;
+  Picture picture = readPicture(path);
+  if (picture.width != truth.width || picture.height != truth.height) {
+    throw Error(path, "is not of the size of the burst");
+  }
+  picture = resample(picture, crop);
+  for (uint8_t& y : picture.y) y = y > 127 ? 1 : 0;
+  return std::move(picture.y);
 }
 
 Json yardstickJson(const Yardstick& y) {
@@ -118,7 +132,10 @@ void run(const Options& o) {
   if (result.width != truth.width || result.height != truth.height) {
     throw Error(o.result, "is not of the size of the burst in " + o.truthFolder);
   }
-  const auto clean = [&](size_t i) { return readPicture(o.truthFolder + "/" + truth.frames[i].clean); };
+  const auto clean = [&](size_t i) {
+    const TruthFrame& frame = truth.frames[i];
+    return readPicture(o.truthFolder + "/" + (frame.sharp.empty() ? frame.clean : frame.sharp));
+  };
 
   size_t base = 0;
   MergeReport report;
@@ -160,8 +177,10 @@ void run(const Options& o) {
   std::printf("%-16s %+6.2f dB    %+6.2f dB\n", "gain", after.lumaPsnr - before.lumaPsnr,
               after.chromaPsnr - before.chromaPsnr);
 
+  const Mask mask =
+      readMask(truth, truth.frames[base].mask, isCropped ? report.crop() : Homography{1, 0, 0, 0, 1, 0, 0, 0, 1});
   Json json = {{"base", base}, {"noisy", qualityJson(before)}, {"result", qualityJson(after)}};
-  json["yardstick"] = yardstickJson(printedYardstick(result, noisy, shown, truth));
+  json["yardstick"] = yardstickJson(printedYardstick(result, noisy, shown, truth, mask.empty() ? nullptr : &mask));
   if (!o.report.empty()) {
     const std::vector<double> errors = motionErrors(report, truth);
     if (errors.empty()) {
