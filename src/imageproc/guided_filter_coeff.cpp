@@ -471,7 +471,7 @@ Status GuidedFilterCoeff_calcCoeff_two_step_lite_first(GuidedFilterCoeff* coeff,
   if (coeff->numShrink < 1 || coeff->numShrink > 2 || !areBlockSums(guide, square)) return ZELVAN_ERROR_UNSUPPORTED;
   static constexpr PelKernel kRewrite = pelIndexed<RewriteJob, rewriteLite>();
   RewriteJob job = {guide, square, nullptr, nullptr, 1 << (2 * coeff->numShrink), epsilon};
-  return Pel_execute(coeff->pel, &kRewrite, &job, kLiteJobs);
+  return executeToEnd(coeff->pel, &kRewrite, &job, kLiteJobs);
 }
 
 Status GuidedFilterCoeff_calcCoeff_two_step_lite_second(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide,

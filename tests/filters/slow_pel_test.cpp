@@ -6,6 +6,7 @@
 #include "filters/denoiser.h"
 #include "filters/denoiser2.h"
 #include "filters/sharpen.h"
+#include "filters/weak_uv_nr.h"
 #include "parallel/pel_kernel.h"
 #include "pixels/image_func.h"
 #include "support/pixel_scene.h"
@@ -35,6 +36,7 @@ TEST(SlowPel, NoStageReturnsWhileAJobIsOpen) {
   two.blend = 700;
   const int32_t kinds[] = {1};
   const double strengths[] = {4.0, 4.0, 4.0};
+  const WeakUvNrParams weak = {1, 4, 25, 2.0f, 2.0f, 1.0f, 1.0f};
   uint8_t table[256];
   for (int32_t i = 0; i < 256; ++i) table[i] = static_cast<uint8_t>(255 - i);
   const std::function<Status(Pel*, Image*)> stages[] = {
@@ -52,6 +54,7 @@ TEST(SlowPel, NoStageReturnsWhileAJobIsOpen) {
         Tessal4Denoiser2 denoiser = {env, nullptr, pel};
         return Tessal4Denoiser2_reduceNoise(&denoiser, dst, &src, &mask, &two);
       },
+      [&](Pel* pel, Image* dst) { return weakUvNr(env, pel, dst, &src, &map, &weak); },
       [&](Pel* pel, Image* dst) { return Tessal4ImageFunc_table(pel, dst, &map, table); },
   };
   for (const auto& stage : stages) {
