@@ -8,7 +8,9 @@
 #include <vector>
 
 #include "homography.h"
+#include "noise.h"
 #include "picture.h"
+#include "quality.h"
 
 namespace tool {
 
@@ -21,20 +23,33 @@ struct Simulation {
   double shift = 0.005;
   double rotation = 0.1;
   double zoom = 0.001;
-  // Noise of a luma or chroma sample where luma is y (0 to 255): variance shotNoise x y + readNoise^2.
-  double shotNoise = 0.7;
-  double readNoise = 4.0;
+  // Instead of the shifts: frames lie anywhere in a square of so large a share of the width.
+  std::optional<double> scatter;
+  NoiseModel noise;
   std::optional<int32_t> blurredFrame;
-  double blurLength = 9.0;  // pixels
+  bool blurSharpest = false;  // blurs the frame that would be the sharpest
+  double blurLength = 9.0;    // pixels
   bool movingObject = false;
+  bool insect = false;  // a small dark thing that darts about
   std::optional<int32_t> foreignFrame;
+  int32_t layers = 0;  // parts nearer than the scene
+  // Of the nearest layer against the scene, at most, from frame to frame: a share of the width.
+  double parallax = 0.006;
+  // Largest shift of the rows of a frame against each other, in pixels: a skew and a sway.
+  double rollingShutter = 0;
+  double drift = 0;  // of brightness, at most, in percent
 };
 
 struct SimulatedFrame {
   Picture noisy;
-  Picture clean;            // the same without noise
-  Homography motion;        // frame 0 to this frame
+  Picture clean;  // the same without noise
+  Picture sharp;  // the same without the blur; empty where there is none
+  bool foreign = false;
+  // Frame 0 to this frame. With a rolling shutter: the scene without its shifts of rows to the nearest homography.
+  Homography motion;
   Point object = {-1, -1};  // centre of the moving object in this frame
+  // With layers, else empty: the pixels at which this frame shows what every other frame of the scene shows, too.
+  Mask seenByAll;
 };
 
 struct SimulatedBurst {

@@ -13,6 +13,7 @@
 #include "quality.h"
 #include "resample.h"
 #include "truth.h"
+#include "yardstick.h"
 
 namespace tool {
 namespace {
@@ -90,6 +91,40 @@ Json qualityJson(const Quality& q) {
       {"lumaPsnr", q.lumaPsnr}, {"chromaPsnr", q.chromaPsnr}, {"lumaSsim", q.lumaSsim}, {"chromaSsim", q.chromaSsim}};
 }
 
+Yardstick printedYardstick(const Picture& result, const Picture& noisy, const Picture& clean, const Truth& truth,
+                           const Mask* counted) {
+  const Picture average = alignedAverage(clean, truth.noise, truth.storage, truth.framesToAverage(), truth.seed);
+  const Yardstick y = measure(result, noisy, average, clean, counted);
+  std::printf("%-16s %6.2f dB    %6.2f dB\n\n", "aligned average", y.average.luma, y.average.chroma);
+  if (counted != nullptr) {
+    std::printf("Where all frames see the same: luma %.2f dB, chroma %.2f dB.\n", y.result.luma, y.result.chroma);
+  }
+  std::printf("Share of the average's gain %.2f; mean shift of Y %+.2f, U %+.2f, V %+.2f; edges %.3f times as steep.\n",
+              y.share, y.meanShift[0], y.meanShift[1], y.meanShift[2], y.gradientGain);
+  return y;
+}
+
+// The pixels of the result that count; empty: all.
+Mask readMask(const Truth& truth, const std::string& name, const Homography& crop) {
+  if (name.empty()) return {};
+  const std::string path = truth.folder + "/" + name;
+  Picture picture = readPicture(path);
+  if (picture.width != truth.width || picture.height != truth.height) {
+    throw Error(path, "is not of the size of the burst");
+  }
+  picture = resample(picture, crop);
+  for (uint8_t& y : picture.y) y = y > 127 ? 1 : 0;
+  return std::move(picture.y);
+}
+
+Json yardstickJson(const Yardstick& y) {
+  const auto psnr = [](const Psnr& p) { return Json{{"luma", p.luma}, {"chroma", p.chroma}}; };
+  return {{"share", y.share},
+          {"psnr", {{"noisy", psnr(y.noisy)}, {"average", psnr(y.average)}, {"result", psnr(y.result)}}},
+          {"meanShift", y.meanShift},
+          {"gradientGain", y.gradientGain}};
+}
+
 void run(const Options& o) {
   const Truth truth = readTruth(o.truthFolder);
   const std::optional<RawLayout> raw = o.raw.layout();
@@ -97,7 +132,10 @@ void run(const Options& o) {
   if (result.width != truth.width || result.height != truth.height) {
     throw Error(o.result, "is not of the size of the burst in " + o.truthFolder);
   }
-  const auto clean = [&](size_t i) { return readPicture(o.truthFolder + "/" + truth.frames[i].clean); };
+  const auto clean = [&](size_t i) {
+    const TruthFrame& frame = truth.frames[i];
+    return readPicture(o.truthFolder + "/" + (frame.sharp.empty() ? frame.clean : frame.sharp));
+  };
 
   size_t base = 0;
   MergeReport report;
@@ -119,13 +157,14 @@ void run(const Options& o) {
     }
   }
   const Picture reference = clean(base);
-  const RawLayout own = {truth.width, truth.height, truth.frameFormat};
-  const bool rawFrames = truth.frameFormat == "nv21";
+  const RawLayout own = {truth.width, truth.height, truth.storage.format};
+  const bool rawFrames = truth.storage.format == "nv21";
   const Picture noisy = readPicture(o.truthFolder + "/" + truth.frames[base].file,
                                     rawFrames ? std::optional<RawLayout>(own) : std::nullopt);
   const Quality before = compareWithTruth(noisy, reference);
   const bool isCropped = !o.report.empty() && report.isCropped();
-  const Quality after = compareWithTruth(result, isCropped ? resample(reference, report.crop()) : reference);
+  const Picture shown = isCropped ? resample(reference, report.crop()) : reference;
+  const Quality after = compareWithTruth(result, shown);
 
   std::printf("Against %s, the clean frame of the base%s:\n\n", truth.frames[base].clean.c_str(),
               isCropped ? ", cropped and scaled as the result is" : "");
@@ -138,7 +177,10 @@ void run(const Options& o) {
   std::printf("%-16s %+6.2f dB    %+6.2f dB\n", "gain", after.lumaPsnr - before.lumaPsnr,
               after.chromaPsnr - before.chromaPsnr);
 
+  const Mask mask =
+      readMask(truth, truth.frames[base].mask, isCropped ? report.crop() : Homography{1, 0, 0, 0, 1, 0, 0, 0, 1});
   Json json = {{"base", base}, {"noisy", qualityJson(before)}, {"result", qualityJson(after)}};
+  json["yardstick"] = yardstickJson(printedYardstick(result, noisy, shown, truth, mask.empty() ? nullptr : &mask));
   if (!o.report.empty()) {
     const std::vector<double> errors = motionErrors(report, truth);
     if (errors.empty()) {

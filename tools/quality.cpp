@@ -7,30 +7,35 @@
 namespace tool {
 namespace {
 
-constexpr double kBorder = 0.02;
-
 struct Plane {
   const std::vector<uint8_t>* samples;
   int32_t width;
   int32_t height;
 
-  int32_t left() const { return static_cast<int32_t>(width * kBorder); }
-  int32_t top() const { return static_cast<int32_t>(height * kBorder); }
+  int32_t left() const { return static_cast<int32_t>(width * kUncomparedBorder); }
+  int32_t top() const { return static_cast<int32_t>(height * kUncomparedBorder); }
   double at(int32_t x, int32_t y) const {
     return (*samples)[static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x)];
   }
 };
 
-double meanSquare(const Plane& a, const Plane& b) {
+// Over the samples that count: of a - b, and of its square.
+struct Difference {
+  double mean = 0;
+  double square = 0;
+};
+Difference differenceOf(const Plane& a, const Plane& b, const Mask* counted) {
   double sum = 0;
+  double squares = 0;
   int64_t count = 0;
-  for (int32_t y = a.top(); y < a.height - a.top(); ++y) {
-    for (int32_t x = a.left(); x < a.width - a.left(); ++x, ++count) {
-      const double d = a.at(x, y) - b.at(x, y);
-      sum += d * d;
-    }
-  }
-  return sum / static_cast<double>(std::max<int64_t>(count, 1));
+  forEachCounted(a.width, a.height, counted, [&](size_t at) {
+    const double d = static_cast<double>((*a.samples)[at]) - (*b.samples)[at];
+    sum += d;
+    squares += d * d;
+    ++count;
+  });
+  const auto n = static_cast<double>(std::max<int64_t>(count, 1));
+  return {sum / n, squares / n};
 }
 
 double psnr(double meanSquareError) {
@@ -109,17 +114,45 @@ Plane vOf(const Picture& p) {
   return {&p.v, p.chromaWidth(), p.chromaHeight()};
 }
 
+Mask ofChroma(const Picture& picture, const Mask* counted) {
+  if (counted == nullptr) return {};
+  const auto pairs = static_cast<size_t>(picture.chromaWidth());
+  Mask chroma(picture.u.size(), 1);
+  for (size_t i = 0; i < picture.y.size(); ++i) {
+    const size_t x = i % static_cast<size_t>(picture.width);
+    const size_t y = i / static_cast<size_t>(picture.width);
+    if ((*counted)[i] == 0) chroma[y / 2 * pairs + x / 2] = 0;
+  }
+  return chroma;
+}
+
 }  // namespace
 
+Psnr psnrOf(const Picture& picture, const Picture& truth, const Mask* counted) {
+  const Mask pairs = ofChroma(truth, counted);
+  const Mask* chroma = counted == nullptr ? nullptr : &pairs;
+  return {psnr(differenceOf(lumaOf(picture), lumaOf(truth), counted).square),
+          psnr((differenceOf(uOf(picture), uOf(truth), chroma).square +
+                differenceOf(vOf(picture), vOf(truth), chroma).square) /
+               2)};
+}
+
+std::array<double, 3> meanDifference(const Picture& picture, const Picture& truth, const Mask* counted) {
+  const Mask pairs = ofChroma(truth, counted);
+  const Mask* chroma = counted == nullptr ? nullptr : &pairs;
+  return {differenceOf(lumaOf(picture), lumaOf(truth), counted).mean,
+          differenceOf(uOf(picture), uOf(truth), chroma).mean, differenceOf(vOf(picture), vOf(truth), chroma).mean};
+}
+
 double lumaPsnr(const Picture& picture, const Picture& truth) {
-  return psnr(meanSquare(lumaOf(picture), lumaOf(truth)));
+  return psnr(differenceOf(lumaOf(picture), lumaOf(truth), nullptr).square);
 }
 
 Quality compareWithTruth(const Picture& picture, const Picture& truth) {
   if (picture.width != truth.width || picture.height != truth.height) throw Error("pictures of different size");
-  return {lumaPsnr(picture, truth),
-          psnr((meanSquare(uOf(picture), uOf(truth)) + meanSquare(vOf(picture), vOf(truth))) / 2),
-          ssim(lumaOf(picture), lumaOf(truth)), (ssim(uOf(picture), uOf(truth)) + ssim(vOf(picture), vOf(truth))) / 2};
+  const Psnr psnr = psnrOf(picture, truth, nullptr);
+  return {psnr.luma, psnr.chroma, ssim(lumaOf(picture), lumaOf(truth)),
+          (ssim(uOf(picture), uOf(truth)) + ssim(vOf(picture), vOf(truth))) / 2};
 }
 
 }  // namespace tool

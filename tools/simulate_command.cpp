@@ -7,9 +7,9 @@
 #include "commands.h"
 #include "file_io.h"
 #include "image_file.h"
-#include "image_file_kinds.h"
 #include "options.h"
 #include "truth.h"
+#include "yardstick.h"
 
 namespace tool {
 namespace {
@@ -20,7 +20,8 @@ struct Options {
   std::string folder;
   std::string size = "1280x960";
   std::string noise = "medium";
-  std::string frameFormat = "png";
+  FrameStorage storage;
+  bool averages = false;
   Simulation simulation;
 };
 
@@ -37,32 +38,6 @@ std::string numbered(const char* stem, size_t i, const std::string& ending) {
   return name;
 }
 
-// For a PNG that reads back as the same 4:2:0 planes, but for rounding and clipping: the usual way to RGB blends each
-// chroma sample with its neighbours, which would take half of the chroma noise away.
-RgbPicture rgbOfPlanes(const Picture& picture) {
-  RgbPicture rgb{picture.width, picture.height, {}};
-  rgb.pixels.reserve(3 * picture.y.size());
-  for (size_t i = 0; i < picture.y.size(); ++i) {
-    const size_t x = i % static_cast<size_t>(picture.width);
-    const size_t y = i / static_cast<size_t>(picture.width);
-    const size_t pair = y / 2 * static_cast<size_t>(picture.chromaWidth()) + x / 2;
-    const double u = picture.u[pair] - 128.0;
-    const double v = picture.v[pair] - 128.0;
-    for (const double offset : {1.402 * v, -0.344136 * u - 0.714136 * v, 1.772 * u}) {
-      rgb.pixels.push_back(static_cast<uint8_t>(std::clamp(picture.y[i] + offset + 0.5, 0.0, 255.0)));
-    }
-  }
-  return rgb;
-}
-
-void write(const std::string& path, const Picture& picture) {
-  if (endingOf(path) == "png") {
-    writeFile(path, encodePng(path, rgbOfPlanes(picture)));
-  } else {
-    writePicture(path, picture);
-  }
-}
-
 // Makes the folder. Frames of an earlier burst would be taken for frames of this one; other files are left alone.
 void prepareFolder(const std::filesystem::path& folder) {
   std::error_code failed;
@@ -70,8 +45,8 @@ void prepareFolder(const std::filesystem::path& folder) {
   if (failed) throw Error(folder.string(), "cannot be made: " + failed.message());
   if (!std::filesystem::exists(folder / "truth.json", failed)) return;
   for (const TruthFrame& frame : readTruth(folder.string()).frames) {
-    for (const std::filesystem::path name : {frame.file, frame.clean}) {
-      if (name == name.filename()) std::filesystem::remove(folder / name, failed);
+    for (const std::filesystem::path name : {frame.file, frame.clean, frame.sharp, frame.mask, frame.average}) {
+      if (!name.empty() && name == name.filename()) std::filesystem::remove(folder / name, failed);
     }
   }
 }
@@ -82,8 +57,8 @@ void run(const Options& o, const CLI::App& command) {
   s.width = size.width;
   s.height = size.height;
   const NoiseLevel level = kNoiseLevels.at(o.noise);
-  if (command.count("--shot-noise") == 0) s.shotNoise = level.shot;
-  if (command.count("--read-noise") == 0) s.readNoise = level.read;
+  if (command.count("--shot-noise") == 0) s.noise.shot = level.shot;
+  if (command.count("--read-noise") == 0) s.noise.read = level.read;
   if (o.builtIn != o.scene.empty()) throw Error("name a photograph or take --built-in, not both");
   for (const auto& special : {s.blurredFrame, s.foreignFrame}) {
     if (special && *special >= s.frames) throw Error("there is no frame " + std::to_string(*special) + " to change");
@@ -101,12 +76,32 @@ void run(const Options& o, const CLI::App& command) {
   truth.folder = o.folder;
   truth.width = s.width;
   truth.height = s.height;
-  truth.frameFormat = o.frameFormat;
+  truth.seed = s.seed;
+  truth.noise = s.noise;
+  truth.storage = o.storage;
   for (size_t i = 0; i < burst.frames.size(); ++i) {
     const SimulatedFrame& frame = burst.frames[i];
-    truth.frames.push_back({numbered("frame", i, o.frameFormat), numbered("clean", i, "png"), frame.motion});
-    write(o.folder + "/" + truth.frames[i].file, frame.noisy);
-    write(o.folder + "/" + truth.frames[i].clean, frame.clean);
+    TruthFrame told = {numbered("frame", i, o.storage.format), numbered("clean", i, "png"), "", "", "", frame.motion};
+    const auto put = [&](const std::string& name, const Picture& picture, const FrameStorage& storage) {
+      writeFrame(o.folder + "/" + name, picture, storage);
+    };
+    put(told.file, frame.noisy, o.storage);
+    put(told.clean, frame.clean, {});
+    if (!frame.sharp.y.empty()) put(told.sharp = numbered("sharp", i, "png"), frame.sharp, {});
+    if (!frame.seenByAll.empty()) {
+      Picture mask(s.width, s.height);
+      mask.y = frame.seenByAll;
+      put(told.mask = numbered("mask", i, "png"), mask, {});
+    }
+    told.usable = !frame.foreign && frame.sharp.y.empty();
+    if (o.averages) told.average = numbered("average", i, "png");
+    truth.frames.push_back(told);
+  }
+  for (size_t i = 0; o.averages && i < truth.frames.size(); ++i) {
+    const SimulatedFrame& frame = burst.frames[i];
+    const Picture& shown = frame.sharp.y.empty() ? frame.clean : frame.sharp;
+    writeFrame(o.folder + "/" + truth.frames[i].average,
+               alignedAverage(shown, truth.noise, truth.storage, truth.framesToAverage(), truth.seed), {});
   }
   writeTruth(truth, o.builtIn ? "built-in" : o.scene, s, burst);
 }
@@ -127,12 +122,25 @@ void addSimulateCommand(CLI::App& app) {
   command->add_option("--noise", o->noise, "none, low, medium or high (default medium)")
       ->check(CLI::IsMember({"none", "low", "medium", "high"}))
       ->type_name("LEVEL");
-  command->add_option("--shot-noise", o->simulation.shotNoise, "Variance of the noise per unit of brightness")
+  command->add_option("--shot-noise", o->simulation.noise.shot, "Variance of the noise per unit of brightness")
       ->check(CLI::Range(0.0, 100.0));
-  command->add_option("--read-noise", o->simulation.readNoise, "Standard deviation of the noise of black")
+  command->add_option("--read-noise", o->simulation.noise.read, "Standard deviation of the noise of black")
       ->check(CLI::Range(0.0, 100.0));
+  command
+      ->add_option("--grain", o->simulation.noise.grain,
+                   "Noise of neighbours is alike over so many pixels, as blurred by a Gaussian (0.8 unless told)")
+      ->expected(0, 1)
+      ->default_str("0.8")
+      ->type_name("PIXELS")
+      ->check(CLI::Range(0.0, 10.0));
   command->add_option("--shift", o->simulation.shift, "Shake: largest shift from frame to frame, share of the width")
       ->check(CLI::Range(0.0, 0.1));
+  command
+      ->add_option("--shake", o->simulation.scatter,
+                   "Instead of --shift: frames lie anywhere in a square of this share of the width (0.1 unless told)")
+      ->expected(0, 1)
+      ->default_str("0.1")
+      ->check(CLI::Range(0.0, 0.3));
   command->add_option("--rotation", o->simulation.rotation, "Shake: largest rotation, in degrees")
       ->check(CLI::Range(0.0, 10.0));
   command->add_option("--zoom", o->simulation.zoom, "Shake: largest change of scale")->check(CLI::Range(0.0, 0.1));
@@ -144,18 +152,42 @@ void addSimulateCommand(CLI::App& app) {
       ->check(CLI::Range(0, 9));
   command->add_option("--blur-length", o->simulation.blurLength, "Length of that blur in pixels (default 9)")
       ->check(CLI::Range(1.0, 100.0));
+  command->add_flag("--blur-base", o->simulation.blurSharpest,
+                    "The frame that would be the sharpest is blurred by motion");
   command->add_flag("--moving-object", o->simulation.movingObject, "An object crosses the scene");
+  command->add_flag("--insect", o->simulation.insect, "A small dark thing darts about the scene");
+  command->add_option("--layers", o->simulation.layers, "So many parts of the scene are nearer than the rest")
+      ->check(CLI::Range(0, 20));
+  command
+      ->add_option("--parallax", o->simulation.parallax,
+                   "Shift of the nearest part against the rest from frame to frame, at most, share of the width "
+                   "(default 0.006)")
+      ->check(CLI::Range(0.0, 0.1));
+  command
+      ->add_option("--rolling-shutter", o->simulation.rollingShutter,
+                   "Rows of a frame are shifted against each other by so many pixels at most (default 0)")
+      ->type_name("PIXELS")
+      ->check(CLI::Range(0.0, 100.0));
+  command->add_option("--drift", o->simulation.drift, "Brightness of the frames differs by so much at most (default 0)")
+      ->type_name("PERCENT")
+      ->check(CLI::Range(0.0, 50.0));
   command
       ->add_option("--foreign-frame", o->simulation.foreignFrame,
                    "This frame shows another scene (frame 3 unless told)")
       ->expected(0, 1)
       ->default_str("3")
       ->check(CLI::Range(0, 9));
-  command->add_option("--frame-format", o->frameFormat, "png, jpg or nv21 (default png)")
+  command->add_option("--frame-format", o->storage.format, "png, jpg or nv21 (default png)")
       ->check(CLI::IsMember({"png", "jpg", "nv21"}))
       ->type_name("FORMAT");
+  command->add_option("--jpeg-quality", o->storage.jpegQuality, "Quality of JPEG frames (default 95)")
+      ->check(CLI::Range(1, 100));
+  command->add_flag("--averages", o->averages,
+                    "Write average00.png, ..., too: the mean of noisy frames that show exactly what this frame shows");
   command->footer(
-      "Frames are frame00, frame01, ...; clean00.png, ... are the same without noise. Frame numbers begin at 0.\n\n"
+      "Frames are frame00, frame01, ...; clean00.png, ... are the same without noise, sharp02.png the same\n"
+      "without the blur of a blurred frame, and white pixels of mask00.png are seen by all frames of a scene with\n"
+      "layers. Frame numbers begin at 0.\n\n"
       "Example: tessaline4 simulate photo.jpg -o burst --frames 8 --noise high --moving-object");
   command->callback([o, command] { run(*o, *command); });
 }

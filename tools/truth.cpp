@@ -1,5 +1,6 @@
 #include "truth.h"
 
+#include <algorithm>
 #include <fstream>
 
 #include <nlohmann/json.hpp>
@@ -21,6 +22,11 @@ Json matrix(const Homography& h) {
 
 }  // namespace
 
+int32_t Truth::framesToAverage() const {
+  const auto usable = std::count_if(frames.begin(), frames.end(), [](const TruthFrame& frame) { return frame.usable; });
+  return std::max(static_cast<int32_t>(usable), 2);
+}
+
 void writeTruth(const Truth& truth, const std::string& scene, const Simulation& simulation,
                 const SimulatedBurst& burst) {
   Json json;
@@ -28,18 +34,28 @@ void writeTruth(const Truth& truth, const std::string& scene, const Simulation& 
   json["seed"] = simulation.seed;
   json["width"] = truth.width;
   json["height"] = truth.height;
-  json["frameFormat"] = truth.frameFormat;
-  json["noise"] = {{"shot", simulation.shotNoise}, {"read", simulation.readNoise}};
+  json["frameFormat"] = truth.storage.format;
+  if (truth.storage.format == "jpg") json["jpegQuality"] = truth.storage.jpegQuality;
+  const NoiseModel& noise = simulation.noise;
+  json["noise"] = {{"shot", noise.shot}, {"read", noise.read}, {"grain", noise.grain}};
+  if (simulation.layers > 0) json["layers"] = simulation.layers;
+  if (simulation.rollingShutter > 0) json["rollingShutter"] = simulation.rollingShutter;
+  if (simulation.drift > 0) json["drift"] = simulation.drift;
   if (simulation.movingObject) json["objectRadius"] = burst.objectRadius;
   Json& frames = json["frames"] = Json::array();
   for (size_t i = 0; i < truth.frames.size(); ++i) {
     const SimulatedFrame& frame = burst.frames[i];
     Json entry = {
         {"file", truth.frames[i].file}, {"clean", truth.frames[i].clean}, {"homography", matrix(frame.motion)}};
-    const auto index = static_cast<int32_t>(i);
-    if (simulation.blurredFrame == index) entry["blurred"] = simulation.blurLength;
-    if (simulation.foreignFrame == index) entry["foreign"] = true;
-    if (simulation.movingObject && simulation.foreignFrame != index) entry["object"] = {frame.object.x, frame.object.y};
+    const TruthFrame& told = truth.frames[i];
+    if (!told.sharp.empty()) {
+      entry["sharp"] = told.sharp;
+      entry["blurred"] = simulation.blurLength;
+    }
+    if (!told.mask.empty()) entry["mask"] = told.mask;
+    if (!told.average.empty()) entry["average"] = told.average;
+    if (frame.foreign) entry["foreign"] = true;
+    if (simulation.movingObject && !frame.foreign) entry["object"] = {frame.object.x, frame.object.y};
     frames.push_back(entry);
   }
   const std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
@@ -56,12 +72,20 @@ Truth readTruth(const std::string& folder) {
     truth.folder = folder;
     truth.width = json.at("width");
     truth.height = json.at("height");
-    truth.frameFormat = json.at("frameFormat");
+    truth.seed = json.at("seed");
+    truth.storage.format = json.at("frameFormat");
+    truth.storage.jpegQuality = json.value("jpegQuality", truth.storage.jpegQuality);
+    const Json& noise = json.at("noise");
+    truth.noise = {noise.at("shot"), noise.at("read"), noise.value("grain", 0.0)};
     for (const Json& entry : json.at("frames")) {
       TruthFrame frame;
       frame.file = entry.at("file");
       frame.clean = entry.at("clean");
       for (size_t i = 0; i < 9; ++i) frame.motion[i] = entry.at("homography").at(i / 3).at(i % 3);
+      frame.sharp = entry.value("sharp", "");
+      frame.mask = entry.value("mask", "");
+      frame.average = entry.value("average", "");
+      frame.usable = !entry.contains("foreign") && !entry.contains("blurred");
       truth.frames.push_back(frame);
     }
     if (truth.frames.empty()) throw Error(path, "tells of no frame");

@@ -6,21 +6,31 @@
 #include <vector>
 
 #include "burst_simulator.h"
+#include "frame_storage.h"
 
 namespace tool {
 
 struct TruthFrame {
-  std::string file;   // as simulated, in the folder of the truth
-  std::string clean;  // without noise
-  Homography motion;  // frame 0 to this frame
+  std::string file;     // as simulated, in the folder of the truth
+  std::string clean;    // without noise
+  std::string sharp;    // without the blur, either; empty when it has none
+  std::string mask;     // luma above 127: pixels that every frame of the scene sees; empty: all
+  std::string average;  // the perfectly aligned average on this frame; empty when not written
+  Homography motion;    // frame 0 to this frame
+  bool usable = true;   // shows the scene, and sharply
 };
 
 struct Truth {
   std::string folder;
   int32_t width = 0;
   int32_t height = 0;
-  std::string frameFormat;  // ending of the frames
+  uint32_t seed = 0;
+  NoiseModel noise;
+  FrameStorage storage;
   std::vector<TruthFrame> frames;
+
+  // How many frames a perfect merge would average: the usable ones, and never fewer than two.
+  int32_t framesToAverage() const;
 };
 
 void writeTruth(const Truth& truth, const std::string& scene, const Simulation& simulation,

@@ -182,18 +182,18 @@ constexpr PelKernel kChromaRow = pelIndexed<ChromaJob, chromaRow>();
 
 Status Tessal4Denoiser_removeSpikePEL(Pel* pel, Image* dst, const Image* src, const Image* map, double strength) {
   SpikeJob job = {dst, src, map, truncToUint32(strength)};
-  return Pel_execute(pel, &kSpikeRow, &job, dst->height);
+  return executeToEnd(pel, &kSpikeRow, &job, dst->height);
 }
 
 Status Tessal4Denoiser_denoiseYPEL(Pel* pel, const Image* src, Image* dst, const Image* map, double strength,
                                    int32_t kind, int32_t centreWeight) {
   LumaJob job = {src, dst, map, byteStrength(strength), kind, clampInt(centreWeight, 0, kMaxCentreWeight)};
-  return Pel_execute(pel, &kLumaRow, &job, dst->height);
+  return executeToEnd(pel, &kLumaRow, &job, dst->height);
 }
 
 Status Tessal4Denoiser_denoiseUVPEL(Pel* pel, const Image* src, Image* dst, const Image* guide, const Image* map,
                                     double strength0, double strength1) {
   ChromaJob job = {
       pairsOf(src), pairsOf(dst), guide, map, byteStrength(strength0 * 8.0), byteStrength(strength1 * 8.0)};
-  return Pel_execute(pel, &kChromaRow, &job, (job.dst.height + 1) / 2);
+  return executeToEnd(pel, &kChromaRow, &job, (job.dst.height + 1) / 2);
 }

@@ -13,8 +13,9 @@
 // kinds in order, then the chroma passes run with strengths[1] and [2]. In place: a pixel sees what lies left of it and
 // above it filtered. Tiles of a 20 x 20 grid are tasks on the Pel, ordered so that the picture is that of the tasks run
 // one by one, for any number of workers. The grid of a side below 690 begins at 16 to 48, and what lies before that is
-// not filtered. Scratch: the tasks and events of up to 32 passes, 28 bytes a tile; ZELVAN_ERROR_NOMEM when the arena
-// refuses it. A failed enqueue ends the run after the tiles already issued.
+// not filtered. Scratch: the tasks and events of up to 32 passes; where it is refused the tiles run in the caller.
+// ZELVAN_ERROR_NOMEM, with nothing done, when the arena has no block for the tasks and events of all passes, 28 bytes a
+// tile: a setting too large for the arena would not end. A failed enqueue ends the run after the tiles already issued.
 //
 // removeSpikePEL: a pixel that stands out of the rings of four at the distances 2 and 3 by more than their own spread
 // is pulled to the mean of its eight neighbours. denoiseYPEL, denoiseUVPEL: one pass from src to dst; the chroma

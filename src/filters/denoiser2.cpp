@@ -269,12 +269,12 @@ struct Run {
   Scoreboard* board;
 };
 
-Status reduceLuma(const Run& run, Image* dst, const Image* src) {
+// *result receives the image that holds the filtered luma: src, dst or scratch.
+Status reduceLuma(const Run& run, Image* dst, const Image* src, Image* scratch, const Image** result) {
   const Tessal4Denoiser2Params& params = *run.params;
   Pel* pel = run.denoiser->pel;
-  ScopedImage scratch(run.denoiser->env);
   const int32_t passes = clampInt(params.lumaPasses, 0, kDenoiser2Passes);
-  Relay relay(src, dst, &scratch, passes + (params.spike != 0) + (params.sharpen > 0));
+  Relay relay(src, dst, scratch, passes + (params.spike != 0) + (params.sharpen > 0));
   if (params.spike != 0) {
     SpikePass pass = {nullptr, relay.current(), run.map, static_cast<uint32_t>(params.spike)};
     if (const Status s = relay.next(&pass.dst); s != ZELVAN_OK) return s;
@@ -294,13 +294,23 @@ Status reduceLuma(const Run& run, Image* dst, const Image* src) {
     if (const Status s = relay.next(&pass.dst); s != ZELVAN_OK) return s;
     if (const Status s = executeRows<LumaPass, lumaRows>(pel, pass, src->height); s != ZELVAN_OK) return s;
   }
-  if (params.sharpen > 0) {
-    return Tessal4ImageFunc_adaSharp5x5_uint8(run.denoiser->executor, run.denoiser->env, dst, relay.current(),
-                                              params.sharpenSigma2, params.sharpenSigma1, params.sharpen,
-                                              params.sharpenCoring);
-  }
-  if (relay.current()->plane0 == dst->plane0) return ZELVAN_OK;
-  return executeRows<CopyJob, copyRows>(pel, {dst, relay.current(), static_cast<size_t>(dst->width)}, dst->height);
+  *result = relay.current();
+  return ZELVAN_OK;
+}
+
+Status copyPlane(Pel* pel, Image* dst, const Image* src, int32_t pixelBytes) {
+  if (src->plane0 == dst->plane0) return ZELVAN_OK;
+  const size_t rowBytes = static_cast<size_t>(dst->width) * static_cast<size_t>(pixelBytes);
+  return executeRows<CopyJob, copyRows>(pel, {dst, src, rowBytes}, dst->height);
+}
+
+// The filtered luma into dst, sharpened if asked for.
+Status finishLuma(const Run& run, Image* dst, const Image* filtered) {
+  const Tessal4Denoiser2Params& params = *run.params;
+  if (params.sharpen <= 0) return copyPlane(run.denoiser->pel, dst, filtered, 1);
+  return Tessal4ImageFunc_adaSharp5x5_uint8(run.denoiser->executor, run.denoiser->env, dst, filtered,
+                                            params.sharpenSigma2, params.sharpenSigma1, params.sharpen,
+                                            params.sharpenCoring);
 }
 
 Status reduceChroma(const Run& run, Image* dst, const Image* src, const Image* luma) {
@@ -339,8 +349,7 @@ Status reduceChroma(const Run& run, Image* dst, const Image* src, const Image* l
   if (params.blend != kFullBlend) {
     return executeRows<BlendJob, blendRows>(pel, {dst, src, relay.current(), params.blend}, dst->height);
   }
-  if (relay.current()->plane0 == dst->plane0) return ZELVAN_OK;
-  return executeRows<CopyJob, copyRows>(pel, {dst, relay.current(), static_cast<size_t>(dst->width) * 2}, dst->height);
+  return copyPlane(pel, dst, relay.current(), 2);
 }
 
 }  // namespace
@@ -379,12 +388,15 @@ Status Tessal4Denoiser2_reduceNoise(Tessal4Denoiser2* denoiser, Image* dst, cons
   ScopedImage to(env);
   if (const Status s = Image_initSubImageY(&from, src, 0, 0, width, height); s != ZELVAN_OK) return s;
   if (const Status s = Image_initSubImageY(&to, dst, 0, 0, width, height); s != ZELVAN_OK) return s;
-  if (const Status s = reduceLuma(run, &to, &from); s != ZELVAN_OK) return s;
-  // The filtered luma guides.
+  ScopedImage scratch(env);
+  const Image* filtered = &from;
+  if (const Status s = reduceLuma(run, &to, &from, &scratch, &filtered); s != ZELVAN_OK) return s;
   ScopedImage fromPairs(env);
   ScopedImage toPairs(env);
   if (const Status s = Image_initSubImageUV(&fromPairs, src, 0, 0, width, height); s != ZELVAN_OK) return s;
   if (const Status s = Image_initSubImageUV(&toPairs, dst, 0, 0, width, height); s != ZELVAN_OK) return s;
-  if (fromPairs.width < 1 || fromPairs.height < 1) return ZELVAN_OK;
-  return reduceChroma(run, &toPairs, &fromPairs, &to);
+  if (fromPairs.width > 0 && fromPairs.height > 0) {
+    if (const Status s = reduceChroma(run, &toPairs, &fromPairs, filtered); s != ZELVAN_OK) return s;
+  }
+  return finishLuma(run, &to, filtered);
 }

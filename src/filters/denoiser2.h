@@ -11,10 +11,11 @@
 // map(x >> 3, y >> 3) for luma, and likewise under the chroma.
 //
 // reduceNoise: semi-planar 4:2:0, the size of dst, src at least as large and possibly dst itself; the map at least
-// (width >> 3) + 1 by (height >> 3) + 1, "UINT8". Spikes, the luma passes, the sharpening; then the chroma passes and
-// their blend with the input: in + (((result - in) x blend + 512) >> 10). Each pass is a run of rows on the Pel, the
-// sharpening runs on the executor. Scratch: one more plane for each of luma and chroma, two for chroma that is blended
-// in place. ZELVAN_ERROR_PARAM for unfit images, ZELVAN_ERROR_NOMEM; else the status of the step that failed.
+// (width >> 3) + 1 by (height >> 3) + 1, "UINT8". Spikes and the luma passes; the chroma passes, guided by that luma,
+// and their blend with the input: in + (((result - in) x blend + 512) >> 10); the sharpening of luma comes last. Each
+// pass is a run of rows on the Pel, the sharpening runs on the executor. Scratch: one more plane for each of luma and
+// chroma, two for chroma that is blended in place. ZELVAN_ERROR_PARAM for unfit images, ZELVAN_ERROR_NOMEM; else the
+// status of the step that failed.
 #ifndef ZVT4_FILTERS_DENOISER2_H_
 #define ZVT4_FILTERS_DENOISER2_H_
 

@@ -12,6 +12,11 @@ constexpr int32_t kGrid = 20;
 constexpr int32_t kTiles = kGrid * kGrid;
 constexpr int32_t kReach = 20;         // the farthest tap
 constexpr int32_t kPassesAtOnce = 32;  // their events fit the table of Pel
+// What all passes together would take of the arena; records count as on 32-bit platforms, the same everywhere.
+constexpr int64_t kSpikeTaskBytes = 20 * kTiles;
+constexpr int64_t kPassTaskBytes = 24 * kTiles;
+constexpr int64_t kEventBytes = 4 * kTiles;
+constexpr int64_t kBoundaryBytes = 2 * 4 * (kGrid + 1);
 
 enum Stage : int32_t { STAGE_SPIKE, STAGE_LUMA, STAGE_CHROMA };
 
@@ -118,6 +123,15 @@ struct Pass {
   int32_t kind;
 };
 
+// Runs the passes tile by tile in the caller.
+void runInCaller(const TileShared& shared, const Pass* passes, int32_t count) {
+  for (int32_t i = 0; i < count * kTiles; ++i) {
+    const Pass& pass = passes[i / kTiles];
+    TileTask task = {&shared, pass.stage, pass.kind, i % kGrid, i % kTiles / kGrid};
+    runTask(&task, nullptr);
+  }
+}
+
 // Runs up to kPassesAtOnce passes as one graph of tasks.
 Status runPasses(Pel* pel, const TileShared& shared, const Pass* passes, int32_t count, TileTask* tasks,
                  uint32_t* events) {
@@ -136,12 +150,7 @@ Status runPasses(Pel* pel, const TileShared& shared, const Pass* passes, int32_t
     }
   }
   for (int32_t i = 0; i < issued; ++i) {
-    // A wait that runs out while tiles still make progress is no end: the records must outlive their tasks.
-    Status waited;
-    do {
-      waited = Pel_waitForEvents(pel, 1, &events[i]);
-    } while (waited == ZELVAN_ERROR_TIMEOUT);
-    status |= waited;
+    status |= waitToEnd(pel, events[i]);
     status |= Pel_releaseEvent(pel, events[i]);
   }
   return status;
@@ -157,6 +166,9 @@ Status Tessal4Denoiser_denoiseInplace(Pel* pel, Env* env, Image* image, const Im
   const int32_t chroma = chromaPasses > 0 ? chromaPasses : 0;
   const int64_t total = int64_t{spike} + luma + chroma;
   if (total == 0) return ZELVAN_OK;
+  const int64_t need =
+      spike * kSpikeTaskBytes + (int64_t{luma} + chroma) * kPassTaskBytes + total * kEventBytes + kBoundaryBytes;
+  if (need > Heap2_getFreeSize(&env->heap)) return ZELVAN_ERROR_NOMEM;
 
   TileShared shared = {};
   shared.image = image;
@@ -173,7 +185,6 @@ Status Tessal4Denoiser_denoiseInplace(Pel* pel, Env* env, Image* image, const Im
   const int32_t atOnce = static_cast<int32_t>(total < kPassesAtOnce ? total : kPassesAtOnce);
   const ScopedBlock<TileTask> tasks(env, static_cast<size_t>(atOnce) * kTiles);
   const ScopedBlock<uint32_t> events(env, static_cast<size_t>(atOnce) * kTiles);
-  if (!tasks || !events) return ZELVAN_ERROR_NOMEM;
   for (int64_t done = 0; done < total; done += atOnce) {
     Pass passes[kPassesAtOnce];
     int32_t count = 0;
@@ -187,6 +198,10 @@ Status Tessal4Denoiser_denoiseInplace(Pel* pel, Env* env, Image* image, const Im
         const int64_t pass = at - luma;
         passes[count] = {STAGE_CHROMA, static_cast<int32_t>(pass < 6 ? pass : 6)};
       }
+    }
+    if (!tasks || !events) {  // the order of the tiles is the same, and so is the picture
+      runInCaller(shared, passes, count);
+      continue;
     }
     std::memset(events.data(), 0, static_cast<size_t>(atOnce) * kTiles * sizeof(uint32_t));
     if (const Status s = runPasses(pel, shared, passes, count, tasks.data(), events.data()); s != ZELVAN_OK) return s;

@@ -16,6 +16,7 @@
 //
 // deconv_withmap: the 5x5 form with map, on a Pel. The image goes in bands of 64 rows through a ring of 320 filtered
 // rows; a kernel that filters the next band overlaps the one that sharpens the band before.
+// It returns when all its kernels have ended, however long the waits of the Pel are.
 #ifndef ZVT4_FILTERS_SHARPEN_H_
 #define ZVT4_FILTERS_SHARPEN_H_
 

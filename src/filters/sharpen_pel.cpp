@@ -94,7 +94,7 @@ Status Tessal4ImageFunc_deconv_withmap(Pel* pel, Env* env, const Image* src, Ima
   for (int32_t i = 0; i < count; ++i) {
     for (const uint32_t event : {band[i].filtered, band[i].sharpened}) {
       if (event == 0) continue;
-      status |= Pel_waitForEvents(pel, 1, &event);
+      status |= waitToEnd(pel, event);
       status |= Pel_releaseEvent(pel, event);
     }
   }

@@ -38,7 +38,7 @@ template <typename Job, void (*Body)(const Job&, int32_t, int32_t, int32_t)>
 Status runLines(Pel* pel, const Job& job, int32_t lines) {
   static constexpr PelKernel kKernel = pelRange<LinesBlock<Job>, linesPart<Job, Body>>();
   LinesBlock<Job> block = {&job, lines};
-  return Pel_execute(pel, &kKernel, &block, std::min(5 * Pel_getNumberOfWorkers(pel), lines));
+  return executeToEnd(pel, &kKernel, &block, std::min(5 * Pel_getNumberOfWorkers(pel), lines));
 }
 
 // Window sums. Integers wrap, which is meant.

@@ -26,65 +26,107 @@ void chromaOfYuyvRow(uint8_t* __restrict uv, const uint8_t* __restrict yuyv, int
   for (int32_t x = 0; x < 2 * pairs; ++x) uv[x] = yuyv[2 * x + 1];
 }
 
-void yuyvRow(uint8_t* __restrict yuyv, const uint8_t* __restrict luma, const uint8_t* __restrict uv, int32_t width) {
-  const int32_t even = width & ~1;
-  for (int32_t x = 0; x < even; ++x) {
+// Columns left to right - 1. Cut groups get both chroma bytes, which the two pixels share, but one luma byte.
+void yuyvRow(uint8_t* __restrict yuyv, const uint8_t* __restrict luma, const uint8_t* __restrict uv, int32_t left,
+             int32_t right) {
+  const int32_t first = left + (left & 1);
+  const int32_t last = right & ~1;
+  for (int32_t x = first; x < last; ++x) {
     yuyv[2 * x] = luma[x];
     yuyv[2 * x + 1] = uv[x];
   }
-  if (even == width) return;
-  // The group of an odd last column still has both chroma bytes; its second luma byte is padding.
-  yuyv[2 * even] = luma[even];
-  yuyv[2 * even + 1] = uv[even];
-  yuyv[2 * even + 3] = uv[even + 1];
+  const auto cutGroup = [=](int32_t x) {
+    yuyv[2 * x] = luma[x];
+    yuyv[2 * (x & ~1) + 1] = uv[x & ~1];
+    yuyv[2 * (x & ~1) + 3] = uv[x | 1];
+  };
+  if (first != left) cutGroup(left);
+  if (last != right) cutGroup(last);
 }
 
 uint8_t* rowOf(uint8_t* plane, int32_t pitch, int32_t y) {
   return plane + ptrdiff_t{y} * pitch;
 }
 
-int32_t halfUp(int32_t size) {
-  return size / 2 + size % 2;
+void copyLuma(const Image* dst, const Image* src, const ImageRect& rect) {
+  const auto width = static_cast<size_t>(rect.right - rect.left);
+  if (width == 0) return;  // maybe without planes
+  for (int32_t y = rect.top; y < rect.bottom; ++y) {
+    std::memcpy(imageRow(dst, y) + rect.left, imageRow(src, y) + rect.left, width);
+  }
 }
 
-void copyLuma(const Image* dst, const Image* src) {
-  const auto width = static_cast<size_t>(src->width);
-  for (int32_t y = 0; y < src->height; ++y) std::memcpy(imageRow(dst, y), imageRow(src, y), width);
+// The chroma pairs that a rectangle touches.
+struct Pairs {
+  explicit Pairs(const ImageRect& rect)
+      : left(rect.left / 2),
+        top(rect.top / 2),
+        bottom(rect.bottom / 2 + rect.bottom % 2),
+        count(rect.right / 2 + rect.right % 2 - left) {}
+  int32_t left, top, bottom, count;
+};
+
+ImageRect wholeOf(const Image* image) {
+  return {0, 0, image->width, image->height};
 }
 
 }  // namespace
 
-Status ImageYuv420Planar_toYuv420Semiplanar(Image* dst, const Image* src) {
-  copyLuma(dst, src);
-  for (int32_t y = 0; y < halfUp(src->height); ++y) {
-    interleaveRow(imageChromaRow(dst, y), imageChromaRow(src, y), rowOf(src->plane2, src->pitch2, y),
-                  halfUp(src->width));
+void planarToSemiplanar(Image* dst, const Image* src, const ImageRect& rect) {
+  copyLuma(dst, src, rect);
+  const Pairs pairs(rect);
+  for (int32_t y = pairs.top; y < pairs.bottom; ++y) {
+    interleaveRow(imageChromaRow(dst, y) + 2 * pairs.left, imageChromaRow(src, y) + pairs.left,
+                  rowOf(src->plane2, src->pitch2, y) + pairs.left, pairs.count);
   }
+}
+
+void semiplanarToPlanar(Image* dst, const Image* src, const ImageRect& rect) {
+  copyLuma(dst, src, rect);
+  const Pairs pairs(rect);
+  for (int32_t y = pairs.top; y < pairs.bottom; ++y) {
+    deinterleaveRow(imageChromaRow(dst, y) + pairs.left, rowOf(dst->plane2, dst->pitch2, y) + pairs.left,
+                    imageChromaRow(src, y) + 2 * pairs.left, pairs.count);
+  }
+}
+
+void yuyvToSemiplanar(Image* dst, const Image* src, const ImageRect& rect) {
+  const Pairs pairs(rect);
+  for (int32_t y = 2 * pairs.top; y < rect.bottom; ++y) {  // from the even row that has the chroma
+    const uint8_t* const from = imageRow(src, y);
+    if (y >= rect.top) {
+      lumaOfYuyvRow(imageRow(dst, y) + rect.left, from + 2 * rect.left, rect.right - rect.left);
+    }
+    if (y % 2 == 0) {
+      chromaOfYuyvRow(imageChromaRow(dst, y / 2) + 2 * pairs.left, from + 4 * pairs.left, pairs.count);
+    }
+  }
+}
+
+void semiplanarToYuyv(Image* dst, const Image* src, const ImageRect& rect) {
+  if (src->height < 2) return;
+  for (int32_t y = rect.top; y < rect.bottom; ++y) {
+    yuyvRow(imageRow(dst, y), imageRow(src, y), imageChromaRow(src, y / 2), rect.left, rect.right);
+  }
+}
+
+Status ImageYuv420Planar_toYuv420Semiplanar(Image* dst, const Image* src) {
+  planarToSemiplanar(dst, src, wholeOf(src));
   return ZELVAN_OK;
 }
 
 Status ImageYuv420Semiplanar_toYuv420Planar(Image* dst, const Image* src) {
-  copyLuma(dst, src);
-  for (int32_t y = 0; y < halfUp(src->height); ++y) {
-    deinterleaveRow(imageChromaRow(dst, y), rowOf(dst->plane2, dst->pitch2, y), imageChromaRow(src, y),
-                    halfUp(src->width));
-  }
+  semiplanarToPlanar(dst, src, wholeOf(src));
   return ZELVAN_OK;
 }
 
 Status ImageYuv422yuyv_toYuv420Semiplanar(Image* dst, const Image* src) {
-  for (int32_t y = 0; y < src->height; ++y) {
-    lumaOfYuyvRow(imageRow(dst, y), imageRow(src, y), src->width);
-    if (y % 2 == 0) chromaOfYuyvRow(imageChromaRow(dst, y / 2), imageRow(src, y), halfUp(src->width));
-  }
+  yuyvToSemiplanar(dst, src, wholeOf(src));
   return ZELVAN_OK;
 }
 
 Status ImageYuv420Semiplanar_toYuv422yuyv(Image* dst, const Image* src) {
-  if (src->height < 2) return ZELVAN_OK;
-  for (int32_t y = 0; y < src->height; ++y) {
-    yuyvRow(imageRow(dst, y), imageRow(src, y), imageChromaRow(src, y / 2), src->width);
-  }
+  semiplanarToYuyv(dst, src, wholeOf(src));
   return ZELVAN_OK;
 }
 

@@ -6,7 +6,9 @@
 
 extern "C" {
 // Dispatchers, one per target: they pick the way by the format of src. dst must be initialised with its format and the
-// size of src; sizes are not checked. Equal formats are no work. The _withRect forms write the rectangle alone.
+// size of src; sizes are not checked. Equal formats are no work. The _withRect forms write the rectangle alone: its
+// pixels, and where pixels share chroma that of all pairs and, in 4:2:0, row pairs that the rectangle touches, from the
+// same source pixels as in the whole image. So rectangles that cover an image add up to the plain form.
 //   toRgb888             from RGB565, the 32-bit orders, all YUV and Bayer formats
 //   toRgb565             from RGB888, the 32-bit orders
 //   toUint8888           from RGB565, RGB888, the YUV formats up to 29
@@ -104,7 +106,8 @@ Status ImageYuv422Interleaved_getYuvIndex(int32_t* y0, int32_t* y1, int32_t* u, 
 // No read lies outside rect; rect must lie inside src (not checked). dst must be another record than src.
 // That is for the planar and semi-planar YUV and YVU formats and UINT8. RGB, interleaved YUV and Bayer sources give the
 // truncated mean of the block's luma, of a mosaic the mean of its samples at 8 bits. Others: ZELVAN_ERROR_UNSUPPORTED.
-// ZELVAN_ERROR_PARAM: ratio below 1, an inverted rect, null arguments. ZELVAN_ERROR_NOMEM: the arena refused.
+// ZELVAN_ERROR_PARAM: ratio below 1, an inverted rect, null arguments, pixels of a src without planes.
+// ZELVAN_ERROR_NOMEM: the arena refused.
 Status Image_toYUint8Shrink(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio)
     ZVT4_NAME(Image_toYUint8Shrink);
 Status ImageYuvPlanarSemiplanar_toYUint8Shrink(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio)
@@ -134,5 +137,11 @@ Status ImageBayer12Unpacked_toYUint8Shrink(Image* dst, const Image* src, const I
 Status ImageBayer16_toYUint8Shrink(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio)
     ZVT4_NAME(ImageBayer16_toYUint8Shrink);
 }
+
+// The same workers on a rectangle inside both images, as the dispatchers run them.
+void planarToSemiplanar(Image* dst, const Image* src, const ImageRect& rect);
+void semiplanarToPlanar(Image* dst, const Image* src, const ImageRect& rect);
+void yuyvToSemiplanar(Image* dst, const Image* src, const ImageRect& rect);
+void semiplanarToYuyv(Image* dst, const Image* src, const ImageRect& rect);
 
 #endif  // ZVT4_IMAGE_IMAGE_CONV_H_

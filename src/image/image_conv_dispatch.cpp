@@ -1,9 +1,11 @@
+#include <algorithm>
+
 #include "image/image_conv.h"
 #include "image/pixel_rows.h"
 
 namespace {
 
-using Worker = Status (*)(Image* dst, const Image* src);
+using Worker = void (*)(Image* dst, const Image* src, const ImageRect& rect);
 
 // One row of a dispatcher: the source formats first to last go this way. Without a worker they go through RGB.
 struct Route {
@@ -23,50 +25,44 @@ constexpr Route kToYuv422Interleaved[] = {
     kFromRgb565,
     kFromRgb888,
     kFrom8888,
-    {IMAGE_YUV420_SEMIPLANAR, IMAGE_YUV420_SEMIPLANAR, ImageYuv420Semiplanar_toYuv422yuyv},
+    {IMAGE_YUV420_SEMIPLANAR, IMAGE_YUV420_SEMIPLANAR, semiplanarToYuyv},
 };
 constexpr Route kFromRgb[] = {kFromRgb888, kFrom8888};
 constexpr Route kToYuv420Planar[] = {
     kFromRgb888,
     kFrom8888,
-    {IMAGE_YUV420_SEMIPLANAR, IMAGE_YUV420_SEMIPLANAR, ImageYuv420Semiplanar_toYuv420Planar},
+    {IMAGE_YUV420_SEMIPLANAR, IMAGE_YUV420_SEMIPLANAR, semiplanarToPlanar},
 };
 constexpr Route kToYuv420Semiplanar[] = {
     kFromRgb888,
     kFrom8888,
-    {IMAGE_YUV422_YUYV, IMAGE_YUV422_YUYV, ImageYuv422yuyv_toYuv420Semiplanar},
-    {IMAGE_YUV420_PLANAR, IMAGE_YUV420_PLANAR, ImageYuv420Planar_toYuv420Semiplanar},
+    {IMAGE_YUV422_YUYV, IMAGE_YUV422_YUYV, yuyvToSemiplanar},
+    {IMAGE_YUV420_PLANAR, IMAGE_YUV420_PLANAR, planarToSemiplanar},
 };
 constexpr Route kFromRgb888Alone[] = {kFromRgb888};
 
+// Shared chroma is made of whole pairs, and in 4:2:0 of even rows, also where the rectangle cuts them.
 Status throughRgb(Image* dst, const Image* src, const ImageRect& rect) {
   const ReadRgbRow read = readerOf(src->format);
-  const WriteRgbRow write = writerOf(dst->format);
-  if (read == nullptr || write == nullptr) return ZELVAN_ERROR_UNSUPPORTED;
+  const RgbWriter write = writerOf(dst->format);
+  if (read == nullptr || write.pixels == nullptr) return ZELVAN_ERROR_UNSUPPORTED;
+  const bool pairs = write.pairs != nullptr;
+  const bool rowPairs = pairs && imageFormatDescriptor(dst->format).planes[1].shiftY != 0;
+  const int32_t left = pairs ? rect.left & ~1 : rect.left;
+  const int32_t right = pairs ? std::min(rect.right + (rect.right & 1), src->width) : rect.right;
   constexpr int32_t kRun = 64;  // even, so that pairs are not cut
   uint8_t rgb[3 * kRun];
-  for (int32_t y = rect.top; y < rect.bottom; ++y) {
-    for (int32_t x = rect.left; x < rect.right;) {
-      const int32_t end = (x + kRun) & ~1;
-      const int32_t n = (end < rect.right ? end : rect.right) - x;
+  for (int32_t y = rowPairs ? rect.top & ~1 : rect.top; y < rect.bottom; ++y) {
+    for (int32_t x = left; x < right; x += kRun) {
+      const int32_t n = std::min(kRun, right - x);
       read(src, x, y, n, rgb);
-      write(dst, x, y, n, rgb);
-      x += n;
+      if (pairs) write.pairs(dst, x, y, n, rgb);
+      const int32_t first = std::max(x, rect.left);
+      const int32_t last = std::min(x + n, rect.right);
+      if (y >= rect.top) write.pixels(dst, first, y, last - first, rgb + 3 * (first - x));
     }
   }
   return ZELVAN_OK;
-}
-
-// On views of the rectangle; the whole image needs none.
-Status throughWorker(Worker worker, Image* dst, const Image* src, const ImageRect& rect) {
-  const int32_t width = rect.right - rect.left;
-  const int32_t height = rect.bottom - rect.top;
-  if (rect.left == 0 && rect.top == 0 && width == src->width && height == src->height) return worker(dst, src);
-  ScopedImage dstView(dst->env);
-  ScopedImage srcView(src->env);
-  if (const Status s = Image_initSubImage(&dstView, dst, rect.left, rect.top, width, height); s != ZELVAN_OK) return s;
-  if (const Status s = Image_initSubImage(&srcView, src, rect.left, rect.top, width, height); s != ZELVAN_OK) return s;
-  return worker(&dstView, &srcView);
 }
 
 bool isInside(const ImageRect& r, const Image* image) {
@@ -86,7 +82,9 @@ Status dispatch(Image* dst, const Image* src, const ImageRect* rect, int32_t fir
   if (r.right <= r.left || r.bottom <= r.top) return ZELVAN_OK;
   for (const Route& route : routes) {
     if (src->format < route.first || src->format > route.last) continue;
-    return route.worker != nullptr ? throughWorker(route.worker, dst, src, r) : throughRgb(dst, src, r);
+    if (route.worker == nullptr) return throughRgb(dst, src, r);
+    route.worker(dst, src, r);
+    return ZELVAN_OK;
   }
   return ZELVAN_ERROR_UNSUPPORTED;
 }

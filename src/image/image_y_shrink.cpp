@@ -60,6 +60,7 @@ Status initShrunk(Image* dst, const Image* src, const ImageRect* rect, int32_t r
   const int64_t width = (int64_t{rect->right} - rect->left) / ratio;
   const int64_t height = (int64_t{rect->bottom} - rect->top) / ratio;
   if (width < 0 || height < 0 || width > INT32_MAX || height > INT32_MAX) return ZELVAN_ERROR_PARAM;
+  if (src->plane0 == nullptr && width > 0 && height > 0) return ZELVAN_ERROR_PARAM;
   return Image_init(dst, static_cast<int32_t>(width), static_cast<int32_t>(height), nullptr, IMAGE_UINT8);
 }
 
@@ -95,6 +96,7 @@ Status shrinkBayer(Image* dst, const Image* src, const ImageRect* rect, int32_t 
 
 Status shrinkPlane0(Image* dst, const Image* src, const ImageRect* rect, int32_t ratio) {
   if (const Status s = initShrunk(dst, src, rect, ratio); s != ZELVAN_OK) return s;
+  if (dst->width == 0) return ZELVAN_OK;  // no pixels and maybe no planes
   const RowFunction row = kRows[ratio < 5 ? ratio - 1 : 4];
   for (int32_t y = 0; y < dst->height; ++y) {
     const uint8_t* const from = imageRow(src, rect->top) + ptrdiff_t{y} * ratio * src->pitch0 + rect->left;

@@ -58,22 +58,28 @@ void readYuv(const Image* src, int32_t x, int32_t y, int32_t n, uint8_t* rgb) {
   }
 }
 
-void writeYuv(Image* dst, int32_t x, int32_t y, int32_t n, const uint8_t* rgb) {
-  const ImagePlaneDescriptor& chroma = imageFormatDescriptor(dst->format).planes[1];
-  const bool packed = chroma.bytes == 0;
-  const bool full = Image_isYuv444(dst->format) != 0;
-  const bool chromaRow = packed || chroma.shiftY == 0 || (y & 1) == 0;
-  for (int32_t i = 0; i < n; ++i) {
-    const Samples s = samplesAt(dst, x + i, y);
+void writeChroma(const Samples& s, const uint8_t* p, const uint8_t* q) {
+  const int32_t r2 = p[0] + q[0];
+  const int32_t g2 = p[1] + q[1];
+  const int32_t b2 = p[2] + q[2];
+  *s.u = static_cast<uint8_t>(clampInt((-5538 * r2 - 10846 * g2 + 16384 * b2) >> 16, -128, 127) + 128);
+  *s.v = static_cast<uint8_t>(clampInt((16384 * r2 - 13730 * g2 - 2654 * b2) >> 16, -128, 127) + 128);
+}
+
+void writeLuma(Image* dst, int32_t x, int32_t y, int32_t n, const uint8_t* rgb) {
+  for (int32_t i = 0; i < n; ++i) *samplesAt(dst, x + i, y).y = lumaOfRgb(rgb + 3 * i);
+}
+
+void writeYuv444(Image* dst, int32_t x, int32_t y, int32_t n, const uint8_t* rgb) {
+  writeLuma(dst, x, y, n, rgb);
+  for (int32_t i = 0; i < n; ++i) writeChroma(samplesAt(dst, x + i, y), rgb + 3 * i, rgb + 3 * i);
+}
+
+void writePairs(Image* dst, int32_t x, int32_t y, int32_t n, const uint8_t* rgb) {
+  if (imageFormatDescriptor(dst->format).planes[1].shiftY != 0 && (y & 1) != 0) return;
+  for (int32_t i = 0; i < n; i += 2) {
     const uint8_t* p = rgb + 3 * i;
-    *s.y = lumaOfRgb(p);
-    if (!chromaRow || (!full && ((x + i) & 1) != 0)) continue;
-    const uint8_t* q = full || i + 1 >= n ? p : p + 3;
-    const int32_t r2 = p[0] + q[0];
-    const int32_t g2 = p[1] + q[1];
-    const int32_t b2 = p[2] + q[2];
-    *s.u = static_cast<uint8_t>(clampInt((-5538 * r2 - 10846 * g2 + 16384 * b2) >> 16, -128, 127) + 128);
-    *s.v = static_cast<uint8_t>(clampInt((16384 * r2 - 13730 * g2 - 2654 * b2) >> 16, -128, 127) + 128);
+    writeChroma(samplesAt(dst, x + i, y), p, i + 1 < n ? p + 3 : p);
   }
 }
 
@@ -213,11 +219,13 @@ ReadRgbRow readerOf(int32_t format) {
   return isBayer(format) ? readBayer : nullptr;
 }
 
-WriteRgbRow writerOf(int32_t format) {
-  if (format == IMAGE_RGB565) return writeRgb565;
-  if (format == IMAGE_RGB888 || format == IMAGE_BGR888) return writeRgb888;
-  if (format == IMAGE_RGB161616) return writeRgb161616;
-  if (Image_isUint8888(format) != 0) return write8888;
-  if (Image_isYuv(format) != 0) return writeYuv;
-  return isBayer(format) && Image_isBayer10M8L2Packed(format) == 0 ? writeBayer : nullptr;
+RgbWriter writerOf(int32_t format) {
+  if (format == IMAGE_RGB565) return {writeRgb565, nullptr};
+  if (format == IMAGE_RGB888 || format == IMAGE_BGR888) return {writeRgb888, nullptr};
+  if (format == IMAGE_RGB161616) return {writeRgb161616, nullptr};
+  if (Image_isUint8888(format) != 0) return {write8888, nullptr};
+  if (Image_isYuv444(format) != 0) return {writeYuv444, nullptr};
+  if (Image_isYuv(format) != 0) return {writeLuma, writePairs};
+  if (isBayer(format) && Image_isBayer10M8L2Packed(format) == 0) return {writeBayer, nullptr};
+  return {nullptr, nullptr};
 }

@@ -10,14 +10,19 @@
 
 // Pixels (x, y) to (x + n - 1, y) into 3 n bytes.
 using ReadRgbRow = void (*)(const Image* src, int32_t x, int32_t y, int32_t n, uint8_t* rgb);
-// The reverse. Formats with shared chroma take the pair's sample from the pixels of the run; a pair that the run holds
-// half of takes its one pixel twice, and one whose even pixel lies in front of the run is left. In 4:2:0, even rows
-// give the chroma.
+// The reverse.
 using WriteRgbRow = void (*)(Image* dst, int32_t x, int32_t y, int32_t n, const uint8_t* rgb);
+
+struct RgbWriter {
+  WriteRgbRow pixels;  // what each pixel has for itself
+  // Chroma that pixels share, null for formats without: from x on, which is even, a sample per pair. A last pair that
+  // the run holds half of takes its one pixel twice. In 4:2:0 even rows give the chroma and odd rows write nothing.
+  WriteRgbRow pairs;
+};
 
 // Null for formats without colour.
 ReadRgbRow readerOf(int32_t format);
-WriteRgbRow writerOf(int32_t format);
+RgbWriter writerOf(int32_t format);
 
 // One raw sample of a Bayer format, at 8 bits.
 uint8_t bayerSample(const Image* src, int32_t x, int32_t y);

@@ -1,8 +1,11 @@
 #include "imageproc/arithmetic.h"
 
 #include <cstring>
+#include <limits>
+#include <type_traits>
 
 #include "base/integer.h"
+#include "imageproc/plane_view.h"
 #include "imageproc/row_slices.h"
 
 namespace {
@@ -71,23 +74,86 @@ int32_t rowCount(const ImagePlaneDescriptor& plane, int32_t height) {
 // ------------------------------------------------------------------------------------------------- shift and lookup
 
 struct ShiftJob {
-  Image* dst;
+  const Image* dst;
   const Image* src;
-  int32_t right;  // 0 to 16, enough to leave nothing of 16 bits
-  int32_t left;   // 0 to 16, enough to move a sample beyond any destination
+  int32_t right;  // 0 to 31
+  int32_t left;   // 0 to 31
+  int32_t mask;   // 0 when nothing is left
 };
 
-template <typename Dst, typename Src, bool kSaturate>
+template <typename Dst, typename Src, bool kSaturate = false>
 void shiftRows(const ShiftJob& job, int32_t begin, int32_t end) {
+  using Word = std::conditional_t<std::is_signed_v<Src>, int32_t, uint32_t>;
+  const int32_t left = std::min(job.left, sizeof(Src) < 4 ? 16 : 31);  // 16 moves a short sample beyond any destination
   for (int32_t y = begin; y < end; ++y) {
     Dst* dst = imageRow<Dst>(job.dst, y);
     const Src* src = imageRow<const Src>(job.src, y);
     for (int32_t x = 0; x < job.dst->width; ++x) {
-      const uint32_t value = uint32_t{src[x]} << job.left >> job.right;
+      const Word value = static_cast<Word>(static_cast<uint32_t>(src[x] & job.mask) << left) >> job.right;
       dst[x] = static_cast<Dst>(kSaturate && value > 255 ? 255 : value);
     }
   }
 }
+
+template <typename Dst, typename Src, bool kSaturate = false>
+Status shift(ParallelExecutor* executor, const Image& dst, const Image& src, int32_t n) {
+  const int32_t bits = clampInt(n, -31, 31);
+  const ShiftJob job = {&dst, &src, std::max(bits, 0), std::max(-bits, 0), n > -32 ? -1 : 0};
+  return forkRowSlices<ShiftJob, shiftRows<Dst, Src, kSaturate>>(executor, job, dst.height);
+}
+
+// ------------------------------------------------------------------------------------------------- between pixel types
+
+struct ConvertJob {
+  const Image* dst;
+  const Image* src;
+};
+
+int32_t wholePart(int32_t value) {
+  return value;
+}
+int32_t wholePart(float value) {
+  return truncToInt32(value);
+}
+
+// The value as it is; what a destination can not hold is limited.
+template <typename Dst, typename Src>
+void convertRows(const ConvertJob& job, int32_t begin, int32_t end) {
+  for (int32_t y = begin; y < end; ++y) {
+    Dst* dst = imageRow<Dst>(job.dst, y);
+    const Src* src = imageRow<const Src>(job.src, y);
+    for (int32_t x = 0; x < job.dst->width; ++x) {
+      if constexpr (sizeof(Dst) == 4) {
+        dst[x] = static_cast<Dst>(src[x]);
+      } else {
+        dst[x] = static_cast<Dst>(clampInt(wholePart(src[x]), 0, std::numeric_limits<Dst>::max()));
+      }
+    }
+  }
+}
+
+template <typename Dst, typename Src>
+Status convert(ParallelExecutor* executor, const ConvertJob& job) {
+  return forkRowSlices<ConvertJob, convertRows<Dst, Src>>(executor, job, job.dst->height);
+}
+
+// A route of ImageProc_cvt that changes the type of the pixels.
+struct ConvertRoute {
+  int32_t pair;
+  Status (*run)(ParallelExecutor* executor, const ConvertJob& job);
+};
+constexpr ConvertRoute kConvertRoutes[] = {
+    {formatPair(IMAGE_UINT8, IMAGE_UINT16), convert<uint8_t, uint16_t>},
+    {formatPair(IMAGE_UINT8, IMAGE_INT32), convert<uint8_t, int32_t>},
+    {formatPair(IMAGE_UINT8, IMAGE_FLOAT), convert<uint8_t, float>},
+    {formatPair(IMAGE_UINT16, IMAGE_UINT8), convert<uint16_t, uint8_t>},
+    {formatPair(IMAGE_INT32, IMAGE_UINT8), convert<int32_t, uint8_t>},
+    {formatPair(IMAGE_INT32, IMAGE_UINT16), convert<int32_t, uint16_t>},
+    {formatPair(IMAGE_INT32, IMAGE_INT16), convert<int32_t, int16_t>},
+    {formatPair(IMAGE_FLOAT, IMAGE_UINT8), convert<float, uint8_t>},
+    {formatPair(IMAGE_FLOAT, IMAGE_UINT16), convert<float, uint16_t>},
+    {formatPair(IMAGE_FLOAT, IMAGE_INT16), convert<float, int16_t>},
+};
 
 struct TableJob {
   Image* dst;
@@ -140,7 +206,12 @@ Status ImageProc_cvt(ImageProc* proc, Image* dst, const Image* src) {
   const bool same = dst->format == src->format && src->format > IMAGE_NONE && src->format < IMAGE_FORMAT_COUNT;
   const bool luma =
       dst->format == IMAGE_UINT8 && src->format >= IMAGE_YUV422_PLANAR && src->format <= IMAGE_YVU420_SEMIPLANAR;
-  if (!same && !luma) return ZELVAN_ERROR_GENERAL;
+  if (!same && !luma) {
+    for (const ConvertRoute& route : kConvertRoutes) {
+      if (route.pair == formatPair(dst->format, src->format)) return route.run(proc->executor, {dst, src});
+    }
+    return ZELVAN_ERROR_GENERAL;
+  }
   // With luma the destination's only plane and the source's first have one layout.
   const ImageFormatDescriptor& format = imageFormatDescriptor(dst->format);
   const CopyJob planes[3] = {
@@ -158,15 +229,22 @@ Status ImageProc_cvt(ImageProc* proc, Image* dst, const Image* src) {
 
 Status ImageProc_n_shift(ImageProc* proc, Image* dst, const Image* src, int32_t n) {
   if (proc == nullptr || dst == nullptr || src == nullptr) return ZELVAN_ERROR_PARAM;
-  const bool gone = n >= 32 || n <= -32;
-  const ShiftJob job = {dst, src, gone ? 16 : clampInt(n, 0, 16), gone ? 0 : n > 0 ? 0 : std::min(-n, 16)};
+  ParallelExecutor* const executor = proc->executor;
   switch (formatPair(dst->format, src->format)) {
     case formatPair(IMAGE_UINT8, IMAGE_UINT8):
-      return forkRowSlices<ShiftJob, shiftRows<uint8_t, uint8_t, false>>(proc->executor, job, dst->height);
+      return shift<uint8_t, uint8_t>(executor, *dst, *src, n);
     case formatPair(IMAGE_UINT8, IMAGE_UINT16):
-      return forkRowSlices<ShiftJob, shiftRows<uint8_t, uint16_t, true>>(proc->executor, job, dst->height);
+      return shift<uint8_t, uint16_t, true>(executor, *dst, *src, n);
     case formatPair(IMAGE_UINT16, IMAGE_UINT16):
-      return forkRowSlices<ShiftJob, shiftRows<uint16_t, uint16_t, false>>(proc->executor, job, dst->height);
+      return shift<uint16_t, uint16_t>(executor, *dst, *src, n);
+    case formatPair(IMAGE_INT16, IMAGE_INT16):
+      return shift<int16_t, int16_t>(executor, *dst, *src, n);
+    case formatPair(IMAGE_INT32, IMAGE_INT32):
+      return shift<int32_t, int32_t>(executor, *dst, *src, n);
+    case formatPair(IMAGE_YUV420_SEMIPLANAR, IMAGE_YUV420_SEMIPLANAR):
+    case formatPair(IMAGE_YVU420_SEMIPLANAR, IMAGE_YVU420_SEMIPLANAR):
+      return shift<uint8_t, uint8_t>(executor, *dst, *src, n) |
+             shift<uint8_t, uint8_t>(executor, bytesOfChroma(*dst), bytesOfChroma(*src), n);
     default:
       return ZELVAN_ERROR_PARAM;
   }

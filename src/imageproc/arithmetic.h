@@ -6,11 +6,13 @@
 //
 // ImageProc_clearY: fills with a grey value. 27 and 29: luma value & 255, chroma 128. UINT8 and UINT16: the low 8 or 16
 //   bits of value. FLOAT: the value. Any other format: ZELVAN_ERROR_PARAM.
-// ImageProc_cvt: equal formats: a copy of all planes. UINT8 from 24 to 29: luma. Any other pair, and an empty image:
-//   ZELVAN_ERROR_GENERAL.
-// ImageProc_n_shift: a >> n without rounding; for negative n a << -n; 0 for shifts of 32 and more. UINT8 and UINT16
-//   into themselves keep the low bits. UINT16 into UINT8, the 16-bit weights that become an 8-bit map, saturates at
-//   255. Any other pair: ZELVAN_ERROR_PARAM.
+// ImageProc_cvt: equal formats: a copy of all planes. UINT8 from 24 to 29: luma. The value as it is: UINT8 from UINT16,
+//   INT32 and FLOAT (truncated), limited to 0 to 255; UINT16 from UINT8; INT32 and FLOAT from UINT8, UINT16 and INT16.
+//   Any other pair, and an empty image: ZELVAN_ERROR_GENERAL.
+// ImageProc_n_shift: a >> n without rounding; for negative n a << -n, of which the low bits stay; shifts of 32 and more
+//   leave 0, to the right of a signed pixel its sign (0 or -1). UINT8, UINT16, INT16, INT32 into themselves, 27 and 29
+//   as UINT8 on both planes. UINT16 into UINT8, the 16-bit weights that become an 8-bit map, saturates at 255. Any
+//   other pair: ZELVAN_ERROR_PARAM.
 // ImageProc_table: dst = table[src] for UINT8 into UINT8, else ZELVAN_ERROR_UNSUPPORTED. Pixels beyond the table become
 //   0. A table of less than 33 entries does nothing, with success.
 #ifndef ZVT4_IMAGEPROC_ARITHMETIC_H_

@@ -96,9 +96,9 @@ Status shrinkPlane(const ImageProc2* proc, Image* dst, const Image* src) {
   if (const Status s = Image_init(&across, dst->width, src->height, nullptr, src->format); s != ZELVAN_OK) return s;
   const int32_t most = 5 * Pel_getNumberOfWorkers(proc->pel);
   ShrinkJob first = {&across, src, axisOf(src->width, dst->width, true), std::min(most, across.height)};
-  if (const Status s = Pel_execute(proc->pel, &kAcross, &first, first.bands); s != ZELVAN_OK) return s;
+  if (const Status s = executeToEnd(proc->pel, &kAcross, &first, first.bands); s != ZELVAN_OK) return s;
   ShrinkJob second = {dst, &across, axisOf(src->height, dst->height, false), std::min(most, dst->height)};
-  return Pel_execute(proc->pel, &kDown, &second, second.bands);
+  return executeToEnd(proc->pel, &kDown, &second, second.bands);
 }
 
 Status shrinkRest(const ImageProc2* proc, Image* dst, const Image* src) {

@@ -1,7 +1,6 @@
 #include "imageproc/guided_filter_coeff.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 #include "base/integer.h"
@@ -36,14 +35,11 @@ struct ScratchList {
   }
 };
 
-// Low byte of truncToInt32(value), without branches so that loops vectorise.
-inline uint8_t truncToByte(float value) {
-  const uint32_t bits = std::bit_cast<uint32_t>(value);
-  const uint32_t magnitude = bits & 0x7FFFFFFFu;
-  const bool inRange = magnitude < 0x4F000000u;                       // |value| < 2^31
-  const bool saturates = bits >= 0x4F000000u && bits <= 0x7F800000u;  // 2^31 to infinity: low byte of INT32_MAX
-  const int32_t whole = static_cast<int32_t>(std::bit_cast<float>(inRange ? bits : 0u));
-  return static_cast<uint8_t>(whole | (saturates ? 255 : 0));
+// value without its fraction, from 0 to most; NaN gives 0. Rounding can make the variance of a flat window negative,
+// which puts a below 0 and b above the level.
+inline uint8_t truncClamped(float value, float most) {
+  const float positive = value > 0.0f ? value : 0.0f;
+  return static_cast<uint8_t>(static_cast<int32_t>(positive < most ? positive : most));
 }
 
 struct CoeffJob {
@@ -56,9 +52,9 @@ struct CoeffJob {
   float epsilon;
 };
 
-template <bool kWithMap, typename Guide>
+template <bool kWithMap, typename Guide, typename Square>
 inline void coeffRow(uint8_t* __restrict a, uint8_t* __restrict b, const Guide* __restrict guide,
-                     const int32_t* __restrict square, const uint8_t* __restrict map, float inverse, float epsilon,
+                     const Square* __restrict square, const uint8_t* __restrict map, float inverse, float epsilon,
                      int32_t count) {
   const float mapStep = epsilon * 0.03125f;
   for (int32_t x = 0; x < count; ++x) {
@@ -70,23 +66,23 @@ inline void coeffRow(uint8_t* __restrict a, uint8_t* __restrict b, const Guide* 
     } else {
       ratio = v / (epsilon + v);
     }
-    a[x] = truncToByte(ratio * 128.0f + 0.5f);
-    b[x] = truncToByte((1.0f - ratio) * m + 0.5f);
+    a[x] = truncClamped(ratio * 128.0f + 0.5f, 128.0f);
+    b[x] = truncClamped((1.0f - ratio) * m + 0.5f, 255.0f);
   }
 }
 
-template <typename Guide>
+template <typename Guide, typename Square>
 void coeffRows(const CoeffJob& job, int32_t begin, int32_t end) {
   for (int32_t y = begin; y < end; ++y) {
     uint8_t* a = imageRow(job.a, y);
     uint8_t* b = imageRow(job.b, y);
     const Guide* guide = imageRow<const Guide>(job.sumGuide, y);
-    const int32_t* square = imageRow<const int32_t>(job.sumSquare, y);
+    const Square* square = imageRow<const Square>(job.sumSquare, y);
     const int32_t width = job.sumGuide->width;
     if (job.map != nullptr) {
       coeffRow<true>(a, b, guide, square, imageRow<const uint8_t>(job.map, y), job.inverse, job.epsilon, width);
     } else {
-      coeffRow<false, Guide>(a, b, guide, square, nullptr, job.inverse, job.epsilon, width);
+      coeffRow<false>(a, b, guide, square, nullptr, job.inverse, job.epsilon, width);
     }
   }
 }
@@ -235,10 +231,39 @@ Status calculate(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide, Ima
     if (status != ZELVAN_OK) return status;
     const CoeffJob job = {&coeff->a[d], &coeff->b[d], &coeff->sumGuideRect, &coeff->sumSquareRect, map,
                           inverse,      epsilon};
-    status = executeRows<CoeffJob, coeffRows<uint16_t>>(coeff->pel, job, a->height);
+    status = executeRows<CoeffJob, coeffRows<uint16_t, int32_t>>(coeff->pel, job, a->height);
     if (status != ZELVAN_OK) return status;
   }
   return executeRows<MergeJob, mergeRows>(coeff->pel, {a, b, coeff, radius}, a->height);
+}
+
+// Square windows.
+
+constexpr int32_t kWidestRadius = 128;  // of a box mean of bytes
+
+struct SlideJob {
+  Image* sums;
+  int32_t radius;
+};
+
+// Each value of a row to the sum over the window around it, with the edges repeated. What the window leaves behind is
+// kept aside, since it is overwritten by then.
+void slideRows(const SlideJob& job, int32_t begin, int32_t end) {
+  constexpr int32_t kKept = 2 * kWidestRadius;
+  uint32_t kept[kKept];
+  const int32_t last = job.sums->width - 1;
+  for (int32_t y = begin; y < end; ++y) {
+    uint32_t* const row = imageRow<uint32_t>(job.sums, y);
+    const uint32_t left = row[0];
+    uint32_t sum = left * static_cast<uint32_t>(job.radius);
+    for (int32_t x = 0; x <= job.radius; ++x) sum += row[std::min(x, last)];
+    for (int32_t x = 0; x <= last; ++x) {
+      const uint32_t entering = row[std::min(x + job.radius + 1, last)];
+      kept[x % kKept] = row[x];
+      row[x] = sum;
+      sum += entering - (x < job.radius ? left : kept[(x - job.radius) % kKept]);
+    }
+  }
 }
 
 // Rewriting the sums, as if the picture had been a * I + b already.
@@ -286,8 +311,7 @@ Status rewriteLite(RewriteJob* job, int32_t index, const PelContext* context) {
     for (int32_t x = 0; x < job->guide->width; ++x) {
       uint8_t a;
       uint8_t b;
-      coeffRow<false, uint16_t>(&a, &b, guide + x, square + x, nullptr, 1.0f / static_cast<float>(job->area),
-                                job->epsilon, 1);
+      coeffRow<false>(&a, &b, guide + x, square + x, nullptr, 1.0f / static_cast<float>(job->area), job->epsilon, 1);
       rewriteBlock(guide + x, square + x, a, b, job->area);
     }
   }
@@ -389,19 +413,22 @@ Status GuidedFilterCoeff_calcCoeff_square(GuidedFilterCoeff* coeff, Image* a, Im
                                           float epsilon, int32_t window) {
   Status status = check(coeff, a, b, guide, square, window);
   if (status != ZELVAN_OK) return status;
+  if (window >> 1 > kWidestRadius) return ZELVAN_ERROR_UNSUPPORTED;
   ScopedImage sumGuide(coeff->env);
   ScopedImage bytes(coeff->env);
   status = cutScratch(coeff, &sumGuide, &coeff->wideScratch);
   if (status == ZELVAN_OK) status = cutScratch(coeff, &bytes, &coeff->byteScratch);
   if (status == ZELVAN_OK) status = cutScratch(coeff, &coeff->sumSquareRect, &coeff->sumSquare);
-  ScopedImage rowSums(coeff->env);
-  if (status == ZELVAN_OK) status = Image_init(&rowSums, a->width, a->height, nullptr, IMAGE_INT32);
-  if (status == ZELVAN_OK) status = sum_sqre(&sumGuide, guide, &rowSums, window >> 1, nullptr);
-  if (status == ZELVAN_OK) status = sum_sqre(&coeff->sumSquareRect, square, &rowSums, window >> 1, nullptr);
+  if (status != ZELVAN_OK) return status;
+  // The sums of the guide are made by way of the image for those of the square, and these in place.
+  const SlideJob slide = {&coeff->sumSquareRect, window >> 1};
+  status = sum_sqre(&sumGuide, guide, slide.sums, slide.radius, nullptr);
+  if (status == ZELVAN_OK) status = sum_vert(slide.sums, square, slide.radius, nullptr);
+  if (status == ZELVAN_OK) status = executeRows<SlideJob, slideRows>(coeff->pel, slide, a->height);
   if (status != ZELVAN_OK) return status;
   const CoeffJob job = {
       a, b, &sumGuide, &coeff->sumSquareRect, nullptr, inverseArea(coeff, int64_t{window} * window), epsilon};
-  status = executeRows<CoeffJob, coeffRows<int32_t>>(coeff->pel, job, a->height);
+  status = executeRows<CoeffJob, coeffRows<int32_t, uint32_t>>(coeff->pel, job, a->height);
   for (Image* image : {a, b}) {
     if (status != ZELVAN_OK) return status;
     status = box_blur_u8(image, image, &bytes, &coeff->rowScratch, window, window, coeff->pel);
@@ -444,7 +471,7 @@ Status GuidedFilterCoeff_calcCoeff_two_step_lite_first(GuidedFilterCoeff* coeff,
   if (coeff->numShrink < 1 || coeff->numShrink > 2 || !areBlockSums(guide, square)) return ZELVAN_ERROR_UNSUPPORTED;
   static constexpr PelKernel kRewrite = pelIndexed<RewriteJob, rewriteLite>();
   RewriteJob job = {guide, square, nullptr, nullptr, 1 << (2 * coeff->numShrink), epsilon};
-  return Pel_execute(coeff->pel, &kRewrite, &job, kLiteJobs);
+  return executeToEnd(coeff->pel, &kRewrite, &job, kLiteJobs);
 }
 
 Status GuidedFilterCoeff_calcCoeff_two_step_lite_second(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide,

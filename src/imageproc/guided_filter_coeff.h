@@ -8,7 +8,8 @@
 //   A = v / (v + eps / 32 * map + 1e-12), or v / (eps + v) without a map
 //   a_d = trunc(128 A + 0.5),  b_d = trunc((1 - A) m + 0.5)
 //
-// all in 32-bit floats and this order. A pixel then merges the up to eight windows that end at it: the two of each
+// all in 32-bit floats and this order, and limited to 0 to 128 and 0 to 255: rounding can make v of a flat window
+// negative. A pixel then merges the up to eight windows that end at it: the two of each
 // direction whose centres lie r away, without those whose centre is outside the picture. With t = (128 - a_d) & 255 a
 // window weighs t t + t + 1, so that one across an edge (a_d near 128) gives way to one beside it. a and b are the
 // weighted means, rounded to nearest and limited to 255.
@@ -65,8 +66,9 @@ Status GuidedFilterCoeff_calcCoeff_with_epsilon_map(GuidedFilterCoeff* coeff, Im
                                                     Image* square, float epsilon, const Image* map, int32_t window)
     ZVT4_NAME(GuidedFilterCoeff_calcCoeff_with_epsilon_map);
 
-// One square window of window x window blocks (odd; 257 at most) instead of the lines: a, b without a map, then a box
-// mean of each over the same window. Takes and gives back one INT32 image of the rectangle's size.
+// One square window of window x window blocks (odd; 257 at most, else ZELVAN_ERROR_UNSUPPORTED) instead of the lines:
+// a, b without a map, then a box mean of each over the same window. The sums of squares stay below 2^32 for windows of
+// up to 257 pixels. Takes nothing from the arena.
 Status GuidedFilterCoeff_calcCoeff_square(GuidedFilterCoeff* coeff, Image* a, Image* b, Image* guide, Image* square,
                                           float epsilon, int32_t window) ZVT4_NAME(GuidedFilterCoeff_calcCoeff_square);
 

@@ -4,6 +4,7 @@
 
 #include "base/integer.h"
 #include "imageproc/arithmetic.h"
+#include "imageproc/plane_view.h"
 #include "imageproc/row_slices.h"
 
 namespace {
@@ -167,18 +168,9 @@ Status operate(ImageProc* proc, Image* dst, const Image* a, const Image* b, int3
     default:
       return ZELVAN_ERROR_PARAM;
   }
-  // The chroma pairs as one plane of bytes.
-  const auto bytesOfChroma = [](const Image* image) {
-    Image plane = *image;
-    plane.width = (image->width + 1) / 2 * 2;
-    plane.height = (image->height + 1) / 2;
-    plane.plane0 = image->plane1;
-    plane.pitch0 = image->pitch1;
-    return plane;
-  };
-  const Image dstChroma = bytesOfChroma(dst);
-  const Image aChroma = bytesOfChroma(a);
-  const Image bChroma = b != nullptr ? bytesOfChroma(b) : Image{};
+  const Image dstChroma = bytesOfChroma(*dst);
+  const Image aChroma = bytesOfChroma(*a);
+  const Image bChroma = b != nullptr ? bytesOfChroma(*b) : Image{};
   const OpJob chroma = {&dstChroma, &aChroma, b != nullptr ? &bChroma : nullptr, n};
   return runOp<Op, uint8_t, uint8_t>(proc, job) | runOp<Op, uint8_t, uint8_t>(proc, chroma);
 }

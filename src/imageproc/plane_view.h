@@ -1,4 +1,4 @@
-// One plane of a pair of images.
+// One plane of an image as an image of its own.
 #ifndef ZVT4_IMAGEPROC_PLANE_VIEW_H_
 #define ZVT4_IMAGEPROC_PLANE_VIEW_H_
 
@@ -16,6 +16,16 @@ Status onPlaneViews(Env* env, const Image* dst, const Image* src, ViewInit init,
   if (const Status s = init(&srcView, src, 0, 0, src->width, src->height); s != ZELVAN_OK) return s;
   if (dstView.width < 1 || dstView.height < 1 || srcView.width < 1 || srcView.height < 1) return ZELVAN_OK;
   return body(&dstView, &srcView);
+}
+
+// The chroma pairs of 27 or 29 as one plane of bytes, with the last pair and row of odd sizes.
+inline Image bytesOfChroma(const Image& image) {
+  Image plane = image;
+  plane.width = (image.width + 1) / 2 * 2;
+  plane.height = (image.height + 1) / 2;
+  plane.plane0 = image.plane1;
+  plane.pitch0 = image.pitch1;
+  return plane;
 }
 
 #endif  // ZVT4_IMAGEPROC_PLANE_VIEW_H_

@@ -64,7 +64,7 @@ Status runBands(const ImageProc2* proc, int32_t n, const Make& make) {
   using Bands = pool_detail::PelBands<Make>;
   static constexpr PelKernel kKernel = pelIndexed<Bands, pool_detail::pelBand<Band, Body, Make>>();
   Bands bands = {&make};
-  return Pel_execute(proc->pel, &kKernel, &bands, n);
+  return executeToEnd(proc->pel, &kKernel, &bands, n);
 }
 
 #endif  // ZVT4_IMAGEPROC_POOL_ROWS_H_

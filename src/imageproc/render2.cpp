@@ -105,7 +105,7 @@ Status renderOnPel(const ImageProc2* proc, const Image* dst, const Image* src, c
   const ScopedBlock<RenderColumn> columns(proc->env, static_cast<size_t>(workers) * static_cast<size_t>(columnCount));
   if (!columns) return ZELVAN_ERROR_NOMEM;
   RenderJob job = {dst, src, motion, columns.data(), columnCount, std::min(5 * workers, dst->height)};
-  return Pel_execute(proc->pel, &kKernel, &job, job.bands);
+  return executeToEnd(proc->pel, &kKernel, &job, job.bands);
 }
 
 }  // namespace

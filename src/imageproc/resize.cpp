@@ -112,13 +112,13 @@ Status resizeOnPel(void* context, Image* dst, const Image* src) {
   ResizeJob job = resizeJob(dst, src, false);
   job.bands = std::min(5 * workers, dst->height);
   if (isNearHalf(dst->width, src->width) && isNearHalf(dst->height, src->height)) {
-    return Pel_execute(proc->pel, &kHalve, &job, job.bands);
+    return executeToEnd(proc->pel, &kHalve, &job, job.bands);
   }
   const ScopedBlock<typename Pixel::Sample> scratch(proc->env,
                                                     static_cast<size_t>(workers) * resizeScratchSamples<Pixel>(dst));
   if (!scratch) return ZELVAN_ERROR_NOMEM;
   job.scratch = scratch.data();
-  return Pel_execute(proc->pel, &kResize, &job, job.bands);
+  return executeToEnd(proc->pel, &kResize, &job, job.bands);
 }
 
 }  // namespace

@@ -88,30 +88,20 @@ Status toneBand(ToneBand* band) {
 }
 
 // Luma bounds that leave low and high per cent of the pixels outside.
-Status findBounds(const ImageProc* proc, const Image* src, const ImageProcTone& tone, const ToneLayout& layout,
-                  int32_t* lo, int32_t* hi) {
+Status findBounds(const ImageProc* proc, const Image* src, const ImageProcTone& tone, int32_t* lo, int32_t* hi) {
   *lo = 0;
   *hi = 255;
   if (tone.low == 0 && tone.high == 100) return ZELVAN_OK;
   const int32_t side = src->width > src->height ? src->width : src->height;
   const int32_t d = (side + kCountedSide - 1) / kCountedSide;
+  ScopedImage counted(proc->env);
+  const ImageRect whole = {0, 0, src->width, src->height};
+  if (const Status s = Image_toYUint8Shrink(&counted, src, &whole, d); s != ZELVAN_OK) return s;
   int32_t bins[256] = {};
-  int32_t count = 0;
-  if (src->plane1 != nullptr) {
-    ScopedImage counted(proc->env);
-    const ImageRect whole = {0, 0, src->width, src->height};
-    if (const Status s = Image_toYUint8Shrink(&counted, src, &whole, d); s != ZELVAN_OK) return s;
-    count = counted.width * counted.height;
-    for (int32_t y = 0; y < counted.height; ++y) {
-      for (int32_t x = 0; x < counted.width; ++x) ++bins[imageRow(&counted, y)[x]];
-    }
-  } else {
-    for (int32_t y = 0; y < src->height; y += d) {
-      for (int32_t x = 0; x < src->width; x += d, ++count) {
-        ++bins[imageRow(src, y)[x / 2 * layout.groupBytes + layout.y0 + (x & 1) * layout.lumaStep]];
-      }
-    }
+  for (int32_t y = 0; y < counted.height; ++y) {
+    for (int32_t x = 0; x < counted.width; ++x) ++bins[imageRow(&counted, y)[x]];
   }
+  const int32_t count = counted.width * counted.height;
   const int32_t hiCount = truncToInt32(count * static_cast<double>(tone.high) / 100 + 0.5);
   const int32_t loCount = truncToInt32(count * static_cast<double>(tone.low) / 100 + 0.5);
   int32_t sum = 0;
@@ -135,7 +125,7 @@ void fillLuma(uint8_t* table, const ImageProcTone& tone, int32_t lo, int32_t hi)
     }
     return;
   }
-  for (int32_t i = 0; i < 256; ++i) table[i] = i <= lo ? 0 : 255;
+  for (int32_t i = 0; i < 256; ++i) table[i] = i > hi ? 255 : 0;
   const double exponent = 100.0 / tone.gamma;
   for (int32_t i = 1; i <= hi - lo; ++i) {
     const double share = static_cast<double>(i) / (hi - lo);
@@ -182,7 +172,7 @@ Status ImageProc_enhanceImage_process(ImageProc* proc, Image* dst, const Image* 
   int32_t lo = 0;
   int32_t hi = 255;
   if (tone->gamma > 0) {
-    if (const Status s = findBounds(proc, src, *tone, layout, &lo, &hi); s != ZELVAN_OK) return s;
+    if (const Status s = findBounds(proc, src, *tone, &lo, &hi); s != ZELVAN_OK) return s;
   }
   fillLuma(tables.luma, *tone, lo, hi);
   const int32_t half = src->height / 2 & ~1;

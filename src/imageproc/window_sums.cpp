@@ -169,7 +169,7 @@ Status runVert(Image* dst, const Image* src, int32_t radius, Pel* pel) {
   if (const Status s = checkForm<In, Out>(dst, src, radius); s != ZELVAN_OK) return s;
   static constexpr PelKernel kKernel = pelTask<SumJob, vertTask<In, Out>>();
   SumJob job = {dst, src, radius};
-  return Pel_execute(pel, &kKernel, &job, 1);
+  return executeToEnd(pel, &kKernel, &job, 1);
 }
 
 template <typename In, typename Out, int kSide>
@@ -341,7 +341,7 @@ struct BoxBlur {
     }
     static constexpr PelKernel kStrip = pelIndexed<BlurJob, strip>();
     status = executeRows<BlurJob, rows>(pel, job, job.src->height);
-    return status != ZELVAN_OK ? status : Pel_execute(pel, &kStrip, &job, kBlurStrips);
+    return status != ZELVAN_OK ? status : executeToEnd(pel, &kStrip, &job, kBlurStrips);
   }
 };
 

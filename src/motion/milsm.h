@@ -32,7 +32,7 @@ enum MILsmFailure : int32_t {
   MILSM_CONVERGED = 0,
   MILSM_FAIL_PIVOT = 1,     // a pivot of the factorisation was too small
   MILSM_FAIL_DIAGONAL = 2,  // the diagonal solve or the closed form's determinant was too small
-  MILSM_FAIL_PASSES = 3,    // all passes used up without convergence
+  MILSM_FAIL_PASSES = 3,    // all passes used up without convergence; NaN never converges
   MILSM_NOT_SOLVED = 4,
   MILSM_FAIL_MEMORY = 5,  // no memory for the solve
 };

@@ -80,6 +80,10 @@ Status solve(MILsm4* self) {
   substituteForwardUnit(matrix.data(), solution.data(), n);
   divideByDiagonal(matrix.data(), solution.data(), n);
   substituteBackwardUnit(matrix.data(), solution.data(), n);
+  if (!allFinite(solution.data(), n)) {
+    self->failureCode = MILSM_FAIL_PASSES;
+    return ZELVAN_OK;
+  }
   std::copy_n(solution.data(), n, self->parameters);
   self->failureCode = MILSM_CONVERGED;
   return ZELVAN_OK;

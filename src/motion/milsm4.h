@@ -13,8 +13,8 @@
 // above image 0 and w J_q^T p on the right-hand side for the pairs with image 0. The 4x4 products need four sums of an
 // image (w, wx, wy, w (xx + yy)), seven of a pair and four of a pair with image 0.
 //
-// The system is factored as L D L^T. Failure codes 1 (a pivot of a magnitude below 1e-16; the values stay), 5. There
-// are no initial motions.
+// The system is factored as L D L^T. Failure codes 1 (a pivot of a magnitude below 1e-16), 3 (the solution is not
+// finite), 5; the values then stay. There are no initial motions.
 //
 // Memory: 12 f64 per image above 0, 7 per pair of them. A solve takes an N x N matrix and a vector from the arena,
 // N = 4 (n - 1), and gives them back.

@@ -23,6 +23,8 @@ Status solveTwoImages(MILsm8* self) {
   baseRightHandSide(self->moments, rightHandSide);
   if (!solveCholesky(matrix.data(), rightHandSide, self->parameters, kProjectiveParameters, kDiagonalLimit)) {
     self->failureCode = MILSM_FAIL_DIAGONAL;
+  } else if (self->failureCode == MILSM_CONVERGED && !allFinite(self->parameters, kProjectiveParameters)) {
+    self->failureCode = MILSM_FAIL_PASSES;
   }
   return ZELVAN_OK;
 }

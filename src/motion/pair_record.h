@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <type_traits>
 
 #include "motion/milsm.h"
@@ -254,15 +255,25 @@ inline Status invertSimilarity(double a, double b, double u, double v, double li
   return ZELVAN_OK;
 }
 
-// parameters += step. Returns the largest absolute change of a parameter.
+// The larger of two stop measures, NaN if either is: a measure below a limit then has no NaN behind it.
+inline double largerMeasure(double a, double b) {
+  return b <= a || a != a ? a : b;
+}
+
+// parameters += step. Returns the largest absolute change of a parameter, NaN if there is one among them.
 inline double applyStep(double* parameters, const double* step, int32_t n) {
   double largest = 0.0;
   for (int32_t t = 0; t < n; ++t) {
     const double before = parameters[t];
     parameters[t] += step[t];
-    largest = std::max(largest, parameters[t] > before ? parameters[t] - before : before - parameters[t]);
+    largest = largerMeasure(largest, parameters[t] > before ? parameters[t] - before : before - parameters[t]);
   }
   return largest;
+}
+
+// For the variants without passes: what has no finite solution has not converged.
+inline bool allFinite(const double* values, int32_t n) {
+  return std::all_of(values, values + n, [](double value) { return std::isfinite(value); });
 }
 
 #endif  // ZVT4_MOTION_PAIR_RECORD_H_

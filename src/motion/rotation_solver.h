@@ -207,12 +207,12 @@ class RotationSolver {
     return MILSM_CONVERGED;
   }
 
-  // Returns the stop measure: the largest change of an angle, relative to angles above 1.
+  // Returns the stop measure: the largest change of an angle, relative to angles above 1. NaN if there is one.
   double applyStep() {
     double measure = 0.0;
     for (int32_t i = 0; i < angleCount_; ++i) {
       self_.angles[i] = Model::tableAngle(self_.angles[i]) + step_[i];
-      measure = std::max(measure, std::fabs(step_[i]) / std::max(self_.angles[i], 1.0));
+      measure = largerMeasure(measure, std::fabs(step_[i]) / std::max(self_.angles[i], 1.0));
     }
     for (int32_t i = angleCount_; i < n_; ++i) multipliers_[i - angleCount_] += step_[i];
     return measure;

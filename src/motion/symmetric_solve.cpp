@@ -40,16 +40,15 @@ void substituteBackwardUnit(const double* factors, double* vector, int32_t n) {
 bool factorCholesky(double* matrix, int32_t n, double pivotLimit) {
   for (int32_t i = 0; i < n; ++i) {
     double* rowI = matrix + i * n;
-    for (int32_t j = 0; j < i; ++j) {
-      const double* rowJ = matrix + j * n;
-      double value = rowI[j];
-      for (int32_t k = 0; k < j; ++k) value -= rowI[k] * rowJ[k];
-      rowI[j] = value / rowJ[j];
-    }
     double pivot = rowI[i];
-    for (int32_t k = 0; k < i; ++k) pivot -= rowI[k] * rowI[k];
+    for (int32_t k = 0; k < i; ++k) pivot -= matrix[k * n + i] * matrix[k * n + i];
     if (pivot < pivotLimit) return false;
     rowI[i] = RawDouble_sqrt(pivot);
+    for (int32_t j = i + 1; j < n; ++j) {
+      double value = rowI[j];
+      for (int32_t k = 0; k < i; ++k) value -= matrix[k * n + i] * matrix[k * n + j];
+      rowI[j] = value / rowI[i];
+    }
   }
   return true;
 }
@@ -59,14 +58,14 @@ bool solveCholesky(const double* factors, const double* rightHandSide, double* x
     const double diagonal = factors[i * n + i];
     if (std::fabs(diagonal) < diagonalLimit) return false;
     double value = rightHandSide[i];
-    for (int32_t k = 0; k < i; ++k) value -= factors[i * n + k] * x[k];
+    for (int32_t k = 0; k < i; ++k) value -= factors[k * n + i] * x[k];
     x[i] = value / diagonal;
   }
   for (int32_t i = n - 1; i >= 0; --i) {
     const double diagonal = factors[i * n + i];
     if (std::fabs(diagonal) < diagonalLimit) return false;
     double value = x[i];
-    for (int32_t k = i + 1; k < n; ++k) value -= factors[k * n + i] * x[k];
+    for (int32_t k = i + 1; k < n; ++k) value -= factors[i * n + k] * x[k];
     x[i] = value / diagonal;
   }
   return true;

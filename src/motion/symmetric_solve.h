@@ -1,5 +1,6 @@
-// Dense symmetric linear systems in place. Matrices are n x n, row by row; only the diagonal and the lower triangle are
-// read. All sums run in ascending order of the index and begin with the entry that is being reduced.
+// Dense symmetric linear systems in place. Matrices are n x n, row by row. Of the triangles one is read and written:
+// the lower by L D L^T, the upper by Cholesky. All sums run in ascending order of the index and begin with the entry
+// that is being reduced.
 #ifndef ZVT4_MOTION_SYMMETRIC_SOLVE_H_
 #define ZVT4_MOTION_SYMMETRIC_SOLVE_H_
 
@@ -14,11 +15,11 @@ void substituteForwardUnit(const double* factors, double* vector, int32_t n);
 void divideByDiagonal(const double* factors, double* vector, int32_t n);
 void substituteBackwardUnit(const double* factors, double* vector, int32_t n);
 
-// A = L L^T, row by row. False at the first pivot that is below pivotLimit before its root is taken; that pivot and the
-// diagonal entries behind it stay unreduced.
+// A = R^T R, row by row of the upper triangle R. False at the first pivot that is below pivotLimit before its root is
+// taken; the rows above are then done, that of the pivot and those below it are as they were.
 bool factorCholesky(double* matrix, int32_t n, double pivotLimit);
 
-// L L^T x = rightHandSide by forward and back substitution; both may be the same array. False when a diagonal entry has
+// R^T R x = rightHandSide by forward and back substitution; both may be the same array. False when a diagonal entry has
 // a magnitude below diagonalLimit; x then has new values only as far as the substitution went.
 bool solveCholesky(const double* factors, const double* rightHandSide, double* x, int32_t n, double diagonalLimit);
 

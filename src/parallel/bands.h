@@ -6,8 +6,9 @@
 //   const int32_t n = ParallelExecutor_getNumberOfBands(executor);
 //   return forkBands<Band, blurBand>(executor, n, [&](int32_t i) { return Band{&job, bandStart(i, n, h), ...}; });
 //
-// With one band the body runs in the caller on a local block. The blocks are copied by the fork. The result is the OR
-// of the bodies' results; a band that the executor does not take (after a shutdown, or for want of memory) is left out.
+// The blocks are copied by the fork. A band that the executor does not take (for want of memory, with a full queue, or
+// after a shutdown) runs in the caller, as all do with one band or none to give: what the bands make is the same. The
+// result is the OR of the bodies' results, with ZELVAN_STATUS_CANCELLED when a shutdown overtook a band.
 #ifndef ZVT4_PARALLEL_BANDS_H_
 #define ZVT4_PARALLEL_BANDS_H_
 
@@ -22,20 +23,15 @@ constexpr int32_t bandStart(int32_t i, int32_t n, int32_t height) {
 
 template <typename Band, Status (*Body)(Band*), typename Make>
 Status forkBands(ParallelExecutor* executor, int32_t n, const Make& make) {
-  if (executor == nullptr || n == 1) {
-    Status status = ZELVAN_OK;
-    for (int32_t i = 0; i < n; ++i) {
-      Band band = make(i);
-      status |= Body(&band);
-    }
-    return status;
-  }
+  const TaskFunction body = [](void* block) { return Body(static_cast<Band*>(block)); };
+  const bool forks = executor != nullptr && n > 1;
+  Status status = ZELVAN_OK;
   for (int32_t i = 0; i < n; ++i) {
-    const Band band = make(i);
-    ParallelExecutor_fork(
-        executor, [](void* block) { return Body(static_cast<Band*>(block)); }, &band, sizeof(Band));
+    Band band = make(i);
+    const bool taken = forks && ParallelExecutor_fork(executor, body, &band, sizeof(Band)) == ZELVAN_OK;
+    if (!taken) status |= Body(&band);
   }
-  return ParallelExecutor_join(executor);
+  return forks ? status | ParallelExecutor_join(executor) : status;
 }
 
 #endif  // ZVT4_PARALLEL_BANDS_H_

@@ -79,6 +79,8 @@ int32_t ConcurrentLinkedQueue_offer(ConcurrentLinkedQueue* queue, void* item) {
   if (queue == nullptr || item == nullptr || queue->next == nullptr) return 0;
   const uint32_t node = takeFree(queue);
   if (node == kEnd) return 0;
+  // Counted before anybody can take it, as a removal is before its node can be used anew: 0 <= count <= capacity.
+  atomicFetchAdd(&queue->count, 1);
   atomicStore(&queue->items[node], item);
   setNext(queue, node, kEnd);
   for (;;) {
@@ -89,7 +91,6 @@ int32_t ConcurrentLinkedQueue_offer(ConcurrentLinkedQueue* queue, void* item) {
       atomicCompareExchange(&queue->tail, &tail, changed(tail, indexOf(next)));
     } else if (atomicCompareExchange(&queue->next[indexOf(tail)], &next, changed(next, node))) {
       atomicCompareExchange(&queue->tail, &tail, changed(tail, node));
-      atomicFetchAdd(&queue->count, 1);
       return 1;
     }
   }
@@ -110,8 +111,8 @@ void* ConcurrentLinkedQueue_poll(ConcurrentLinkedQueue* queue) {
     if (next == kEnd) continue;  // the dummy went free meanwhile
     void* item = atomicLoad(&queue->items[next]);
     if (atomicCompareExchange(&queue->head, &head, changed(head, next))) {
-      giveFree(queue, indexOf(head));
       atomicFetchAdd(&queue->count, -1);
+      giveFree(queue, indexOf(head));
       return item;
     }
   }

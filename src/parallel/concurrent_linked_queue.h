@@ -31,6 +31,7 @@ Status destruct_ConcurrentLinkedQueue(ConcurrentLinkedQueue* queue) ZVT4_NAME(de
 int32_t ConcurrentLinkedQueue_offer(ConcurrentLinkedQueue* queue, void* item) ZVT4_NAME(ConcurrentLinkedQueue_offer);
 // The oldest item, or null.
 void* ConcurrentLinkedQueue_poll(ConcurrentLinkedQueue* queue) ZVT4_NAME(ConcurrentLinkedQueue_poll);
+// Items in the queue, with those that are going in or out at this moment; -1 for null, else 0 to the capacity.
 int32_t ConcurrentLinkedQueue_size(const ConcurrentLinkedQueue* queue) ZVT4_NAME(ConcurrentLinkedQueue_size);
 }
 

@@ -70,14 +70,17 @@ Status work(void* argument) {
   return ZELVAN_OK;
 }
 
-// Starts the threads that are wanted now and not there yet.
+// Starts the threads that are wanted now and not there yet. Each fork calls it; the processors, which cost a file to
+// read, are counted once a batch, at its first task.
 Status topUp(ParallelExecutor* executor) {
   const int32_t share = callerShare(executor);
   const int32_t room =
       std::min(executor->maximumThreads, LinkedBlockingQueue_getCapacity(&executor->taskQueue) - share);
   if (executor->startedThreads >= room) return ZELVAN_OK;
-  const int32_t wanted =
-      executor->threadCount < 0 ? Syscall_getNumberOfProcessors(executor->env) - share : executor->threadCount;
+  if (executor->threadCount < 0 && (executor->processors == 0 || atomicLoad(&executor->tasks) == 0)) {
+    executor->processors = Syscall_getNumberOfProcessors(executor->env);
+  }
+  const int32_t wanted = executor->threadCount < 0 ? executor->processors - share : executor->threadCount;
   const int32_t limit = std::min(wanted, room);
   while (executor->startedThreads < limit) {
     const Status status = Thread_start(&executor->threads[executor->startedThreads], work, executor);
@@ -85,12 +88,6 @@ Status topUp(ParallelExecutor* executor) {
     ++executor->startedThreads;
   }
   return ZELVAN_OK;
-}
-
-// The number of processors costs a file to read, so it is asked for once a batch, at its first task. The threads that
-// there are do the work when no further one can be had.
-void topUpForBatch(ParallelExecutor* executor) {
-  if (atomicLoad(&executor->tasks) == 0) topUp(executor);
 }
 
 // Ends and joins the threads, checks that the stop marker comes back alone, and frees the thread array.
@@ -256,7 +253,7 @@ Status ParallelExecutor_fork_v1(ParallelExecutor* executor, ParallelExecutorTask
   if (executor == nullptr || task == nullptr) return ZELVAN_ERROR_PARAM;
   if (executor->bridge != nullptr) return ZELVAN_ERROR_UNSUPPORTED;
   if (atomicLoad(&executor->shutdown) != 0) return ZELVAN_STATUS_CANCELLED;
-  topUpForBatch(executor);
+  topUp(executor);  // where no further thread can be had, those that there are do the work
   return ParallelExecutor_offer(executor, task) != 0 ? ZELVAN_OK : ZELVAN_ERROR_STATE;
 }
 
@@ -299,7 +296,7 @@ Status ParallelExecutor_execute(ParallelExecutor* executor, IndexedFunction func
   }
   if (executor->bridge != nullptr) return executeOverBridge(executor, function, argument, count, combined);
 
-  topUpForBatch(executor);
+  topUp(executor);
   executor->executeStatus = ZELVAN_OK;
   executor->executeFunction = function;
   executor->executeArgument = argument;
@@ -409,5 +406,5 @@ int32_t ParallelExecutor_getNumberOfFinishedTasks(ParallelExecutor* executor) {
 int32_t ParallelExecutor_getNumberOfBands(ParallelExecutor* executor) {
   if (executor == nullptr) return 1;
   if (executor->bridge != nullptr) return executor->bridge->slots;
-  return LinkedBlockingQueue_getCapacity(&executor->taskQueue);
+  return std::max(LinkedBlockingQueue_getCapacity(&executor->taskQueue), 1);
 }

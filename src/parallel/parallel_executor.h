@@ -4,7 +4,8 @@
 //   fork -> task queue -> worker threads -> finished queue -> join
 //
 // A null executor is legal everywhere and runs the work at once in the caller. One thread forks and joins; it never
-// forks more tasks than the capacity between two joins, since a task that finds the queue full is dropped.
+// forks more tasks than the capacity between two joins, since a task that finds the queue full is dropped. Kernels fork
+// through parallel/bands.h, which runs in the caller what a fork refuses.
 //
 // Two forms. In the thread form the executor has threads of its own, which exist from init to destruct and block in the
 // task queue between jobs. In the bridge form, chosen by the pel setting, it forwards its tasks to that Pel.
@@ -69,6 +70,7 @@ struct ParallelExecutor {
   int32_t executeNextIndex;  // atomic
   int32_t executeCount;
   ParallelExecutorBridge* bridge;  // null in the thread form
+  int32_t processors;              // as last counted; 0: not yet
 };
 
 extern "C" {
@@ -145,8 +147,8 @@ int32_t ParallelExecutor_getNumberOfFinishedTasks(ParallelExecutor* executor)
     ZVT4_NAME(ParallelExecutor_getNumberOfFinishedTasks);
 }
 
-// How many bands a kernel cuts its rows into: 1 for a null executor, the bridge's slot count in the bridge form, else
-// the capacity of the task queue, which is 0 before a successful init. Not the number of threads.
+// How many bands a kernel cuts its rows into: 1 for a null executor and before a successful init, the bridge's slot
+// count in the bridge form, else the capacity of the task queue. Not the number of threads.
 int32_t ParallelExecutor_getNumberOfBands(ParallelExecutor* executor);
 
 #endif  // ZVT4_PARALLEL_PARALLEL_EXECUTOR_H_

@@ -20,7 +20,7 @@ constexpr PelKernel kIndexed = pelIndexed<const ParallelExecutor, runIndex>();
 
 // Waits for one event, reads its job's result and gives the event back.
 Status finishEvent(Pel* pel, uint32_t event, Status* result) {
-  Status status = Pel_waitForEvents(pel, 1, &event);
+  Status status = waitToEnd(pel, event);
   status |= Pel_getEventInfo(pel, event, 0, result);
   return status | Pel_releaseEvent(pel, event);
 }
@@ -70,7 +70,7 @@ Status joinOverBridge(ParallelExecutor* executor, Status* combined) {
     const Status finished = bridge->events[i] != 0 ? finishEvent(bridge->pel, bridge->events[i], &result) : ZELVAN_OK;
     *combined |= result;
     status |= finished;
-    // A wait can run out before the task has ended; its block is then left to it.
+    // A task that outlives a failed wait keeps its block.
     const bool running = finished != ZELVAN_OK && result == ZELVAN_STATUS_RUNNING;
     if (!running) status |= Heap2_free(&executor->env->heap, bridge->slotArray[i].arguments);
   }
@@ -81,7 +81,7 @@ Status joinOverBridge(ParallelExecutor* executor, Status* combined) {
 Status executeOverBridge(ParallelExecutor* executor, IndexedFunction function, void* argument, int32_t count,
                          Status* combined) {
   Pel* pel = executor->bridge->pel;
-  // The job's block is the executor itself: it outlives the job even if the wait runs out.
+  // The job's block is the executor itself: it outlives the job even if the wait fails.
   executor->executeFunction = function;
   executor->executeArgument = argument;
   uint32_t event = 0;

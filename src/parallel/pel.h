@@ -45,7 +45,7 @@ struct PelParams {
   int32_t callerIsWorker;
   int32_t pinWorkers;
   int32_t stealWork;
-  uint32_t waitMillis;
+  uint32_t waitMillis;  // from 2^31 on as 2^31 - 1
   void* hookArgument;
   void (*threadStartHook)(void* hookArgument);
   void (*threadEndHook)(void* hookArgument);
@@ -162,5 +162,10 @@ Status Pel_getEventProfilingInfo(Pel* pel, uint32_t event, uint32_t what, uint64
     ZVT4_NAME(Pel_getEventProfilingInfo);
 Status Pel_finish(Pel* pel) ZVT4_NAME(Pel_finish);
 }
+
+// For jobs whose block lives no longer than the call that waits: a timed wait that runs out is begun anew, so that no
+// return leaves the job open. Otherwise Pel_execute, and Pel_waitForEvents of one event.
+Status executeToEnd(Pel* pel, const PelKernel* kernel, void* arguments, int32_t count);
+Status waitToEnd(Pel* pel, uint32_t event);
 
 #endif  // ZVT4_PARALLEL_PEL_H_

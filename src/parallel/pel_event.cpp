@@ -194,17 +194,34 @@ bool isLive(const Pel* pel) {
   return pel != nullptr && isInitialised(pel);
 }
 
+// Enqueues a job whose event goes free by itself at the job's end; *event stays 0 when there is nothing to wait for.
+Status issue(Pel* pel, const PelKernel* kernel, void* arguments, int32_t count, uint32_t* event) {
+  if (pel == nullptr) return runDirect(kernel, arguments, count);
+  if (!isInitialised(pel) || count < 1) return ZELVAN_OK;
+  const Status status = Pel_enqueueKernel(pel, kernel, arguments, count, 0, nullptr, event);
+  return *event == 0 ? status : status | Pel_releaseEvent(pel, *event);
+}
+
 }  // namespace
 
 Status Pel_execute(Pel* pel, const PelKernel* kernel, void* arguments, int32_t count) {
-  if (pel == nullptr) return runDirect(kernel, arguments, count);
-  if (!isInitialised(pel) || count < 1) return ZELVAN_OK;
   uint32_t event = 0;
-  if (const Status status = Pel_enqueueKernel(pel, kernel, arguments, count, 0, nullptr, &event); status != ZELVAN_OK) {
-    return status;
-  }
-  if (const Status status = Pel_releaseEvent(pel, event); status != ZELVAN_OK) return status;
-  return waitFor(pel, 1, &event);
+  const Status status = issue(pel, kernel, arguments, count, &event);
+  return status != ZELVAN_OK || event == 0 ? status : waitFor(pel, 1, &event);
+}
+
+Status executeToEnd(Pel* pel, const PelKernel* kernel, void* arguments, int32_t count) {
+  uint32_t event = 0;
+  const Status status = issue(pel, kernel, arguments, count, &event);
+  return event == 0 ? status : status | waitToEnd(pel, event);
+}
+
+Status waitToEnd(Pel* pel, uint32_t event) {
+  Status status;
+  do {
+    status = Pel_waitForEvents(pel, 1, &event);
+  } while (status == ZELVAN_ERROR_TIMEOUT);
+  return status;
 }
 
 Status Pel_enqueueKernel(Pel* pel, const PelKernel* kernel, void* arguments, int32_t count, int32_t waitCount,

@@ -29,7 +29,8 @@ inline bool isInitialised(const Pel* pel) {
 }
 
 inline int32_t waitMillis(const Pel* pel) {
-  return static_cast<int32_t>(pel->active.waitMillis);
+  constexpr uint32_t kLongest = 0x7FFFFFFF;
+  return static_cast<int32_t>(pel->active.waitMillis < kLongest ? pel->active.waitMillis : kLongest);
 }
 
 // The live event of a handle, null for a stale handle. Needs the event lock for more than a glance.

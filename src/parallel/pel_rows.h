@@ -5,7 +5,8 @@
 //   ...
 //   return executeRows<TableJob, tableRows>(pel, {dst, src}, dst->height);
 //
-// A body writes only its own rows, so that any cut gives the same bytes. With a null Pel one call takes all rows.
+// A body writes only its own rows, so that any cut gives the same bytes. With a null Pel one call takes all rows. The
+// job may be a temporary: the call returns when the work has ended, not when a wait runs out.
 #ifndef ZVT4_PARALLEL_PEL_ROWS_H_
 #define ZVT4_PARALLEL_PEL_ROWS_H_
 
@@ -36,7 +37,7 @@ template <typename Job, void (*Body)(const Job&, int32_t, int32_t)>
 Status executeRows(Pel* pel, const Job& job, int32_t height) {
   static constexpr PelKernel kKernel = pelRange<pel_detail::RowsBlock<Job>, pel_detail::rowsBand<Job, Body>>();
   pel_detail::RowsBlock<Job> block = {&job, height};
-  return Pel_execute(pel, &kKernel, &block, std::min(5 * Pel_getNumberOfWorkers(pel), height));
+  return executeToEnd(pel, &kKernel, &block, std::min(5 * Pel_getNumberOfWorkers(pel), height));
 }
 
 #endif  // ZVT4_PARALLEL_PEL_ROWS_H_

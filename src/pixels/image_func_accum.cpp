@@ -76,9 +76,9 @@ Status renderAccum(Pel* pel, Env* env, Image* acc, const Image* src, const Mvec8
   ScopedImage stretched(env);
   if (const Status s = Image_init(&stretched, acc->width, map->height, nullptr, map->format); s != ZELVAN_OK) return s;
   StretchJob stretch = {&stretched, map};
-  if (const Status s = Pel_execute(pel, &kStretchRow, &stretch, map->height); s != ZELVAN_OK) return s;
+  if (const Status s = executeToEnd(pel, &kStretchRow, &stretch, map->height); s != ZELVAN_OK) return s;
   AccumJob job = {acc, src, chroma ? &srcChroma : nullptr, &stretched, motion, rows};
-  return Pel_execute(pel, &kAccumPair, &job, acc->height >> 1);
+  return executeToEnd(pel, &kAccumPair, &job, acc->height >> 1);
 }
 
 struct UpdateBand {

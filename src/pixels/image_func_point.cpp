@@ -111,7 +111,7 @@ Status diffBand(DiffBand* band) {
 
 Status Tessal4ImageFunc_table(Pel* pel, Image* dst, const Image* src, const uint8_t* table) {
   TableJob job = {dst, src, table};
-  return Pel_execute(pel, &kTableRow, &job, dst->height);
+  return executeToEnd(pel, &kTableRow, &job, dst->height);
 }
 
 Status Tessal4ImageFunc_diff(ParallelExecutor* executor, Image* dst, const Image* a, const Image* b,

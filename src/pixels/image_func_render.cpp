@@ -92,7 +92,7 @@ Status Tessal4ImageFunc_render(Pel* pel, Env* env, Image* dst, const Image* src,
   ScopedImage srcChroma(env);
   RenderJob job;
   if (const Status s = makeJob(&job, &srcChroma, dst, src, motion); s != ZELVAN_OK) return s;
-  return Pel_execute(pel, &kRenderPair, &job, dst->height >> 1);
+  return executeToEnd(pel, &kRenderPair, &job, dst->height >> 1);
 }
 
 Status Tessal4ImageFunc_accumWithLuminanceCorrection(ParallelExecutor* executor, Env* env, Image* dst, const Image* src,

@@ -121,7 +121,7 @@ Status Tessal4ImageFunc_shrink2(ParallelExecutor* executor, Image* dst, const Im
 Status Tessal4ImageFunc_shrink2_PEL(Pel* pel, Image* dst, const Image* src) {
   if (!hasHalving(src)) return ZELVAN_OK;
   ShrinkJob job = {dst, src};
-  return Pel_execute(pel, &kShrink2Pair, &job, dst->height / 2);
+  return executeToEnd(pel, &kShrink2Pair, &job, dst->height / 2);
 }
 
 Status Tessal4ImageFunc_shrink4(ParallelExecutor* executor, Image* dst, const Image* src) {

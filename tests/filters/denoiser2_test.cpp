@@ -108,7 +108,8 @@ TEST(Denoiser2, ChainsEqualTheirStages) {
     for (int32_t y = 0; y < 62; ++y) ASSERT_TRUE(std::equal(dst.row(0, y), dst.row(0, y) + 151, expected.row(0, y)));
     plain.blend = 1024;
     run(&serial, &dst, &scene.src, plain);
-    for (int32_t i = 0; params.sharpen == 0 && i < 31 * 150; ++i) {
+    // The sharpening leaves no trace in chroma: its guide is the luma before it.
+    for (int32_t i = 0; i < 31 * 150; ++i) {
       const int32_t in = scene.src.row(1, i / 150)[i % 150], full = dst.row(1, i / 150)[i % 150];
       ASSERT_EQ(expected.row(1, i / 150)[i % 150], in + (((full - in) * params.blend + 512) >> 10));
     }

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <vector>
 
 #include "image/image_conv.h"
 #include "support/test_arena.h"
@@ -77,20 +78,56 @@ TEST(ConvRgb, FormulasOfKnownColours) {
   EXPECT_EQ(yuv.row(1, 0)[1], ((16384 * 255) >> 16) + 128);
 }
 
-TEST(ConvRgb, RectanglesWriteNothingElse) {
-  const ImageRect rect = {4, 2, 10, 6};
-  for (const Target& target : kTargets) {
-    SCOPED_TRACE(Image_getImageFormatStr(target.first));
-    TestImage rgb(16, 8, IMAGE_RGB888, 7), whole(16, 8, target.first, 5, 6), part(16, 8, target.first, 5, 6);
-    TestImage fresh(16, 8, target.first, 5, 6);
-    ASSERT_EQ(target.convert(&whole, &rgb), ZELVAN_OK);
-    ASSERT_EQ(target.withRect(&part, &rgb, &rect), ZELVAN_OK);
-    EXPECT_EQ(target.withRect(&part, &rgb, nullptr), ZELVAN_ERROR_PARAM);
-    const int32_t bytes = part.pixelBytes(0) / 16;
-    for (int32_t y = 0; y < 8; ++y) {
-      for (int32_t i = 0; i < part.pixelBytes(0); ++i) {
-        const bool inside = y >= 2 && y < 6 && i >= 4 * bytes && i < 10 * bytes;
-        ASSERT_EQ(part.row(0, y)[i], inside ? whole.row(0, y)[i] : fresh.row(0, y)[i]) << i << " " << y;
+// The bytes that a pixel has for itself and those that it shares.
+void copyPixel(const TestImage& to, const TestImage& from, int32_t x, int32_t y) {
+  int32_t y0, y1, u, v;
+  if (ImageYuv422Interleaved_getYuvIndex(&y0, &y1, &u, &v, to.format) == ZELVAN_OK) {
+    for (const int32_t at : {x % 2 != 0 ? y1 : y0, u, v}) to.row(0, y)[x / 2 * 4 + at] = from.row(0, y)[x / 2 * 4 + at];
+    return;
+  }
+  for (int32_t p = 0; p < imagePlaneCount(to.format); ++p) {
+    const ImagePlaneDescriptor& d = imageFormatDescriptor(to.format).planes[p];
+    const int32_t at = (x >> d.shiftX) * d.bytes;
+    std::copy_n(from.row(p, y >> d.shiftY) + at, d.bytes, to.row(p, y >> d.shiftY) + at);
+  }
+}
+
+TEST(Conversion, RectanglesAreThePlainFormOnWhatTheyTouch) {
+  struct Route {
+    int32_t from, to;
+    Convert convert;
+    ConvertRect withRect;
+  };
+  std::vector<Route> routes = {
+      {16, 27, TARGET(Yuv420Semiplanar)},
+      {26, 27, TARGET(Yuv420Semiplanar)},
+      {27, 26, TARGET(Yuv420Planar)},
+      {27, 16, TARGET(Yuv422Interleaved)},
+      {27, 2, TARGET(Rgb888)},
+      {18, 9, TARGET(Uint8888)},
+      {IMAGE_BAYER8_GRBG, 2, TARGET(Rgb888)},
+      {2, 62, TARGET(Rgb161616)},
+      {61, 57, TARGET(Uint8)},
+      {57, 61, TARGET(Uint16)},
+  };
+  for (const Target& t : kTargets) {
+    for (const int32_t to : {t.first, t.last}) routes.push_back({IMAGE_RGB888, to, t.convert, t.withRect});
+  }
+  for (const Route& route : routes) {
+    for (const auto& [w, h] : {std::pair{6, 3}, {5, 4}, {5, 1}}) {
+      const TestImage src(w, h, route.from, 7, 6);
+      TestImage whole(w, h, route.to, 5, 6);
+      ASSERT_EQ(route.convert(&whole, &src), ZELVAN_OK);
+      EXPECT_EQ(route.withRect(&whole, &src, nullptr), ZELVAN_ERROR_PARAM);
+      for (int32_t i = 0; i < w * w * h * h; ++i) {
+        const ImageRect r = {i % w, i / w % h, i / w / h % w + 1, i / w / h / w + 1};
+        TestImage part(w, h, route.to, 5, 6), expected(w, h, route.to, 5, 6);
+        for (int32_t y = r.top; y < r.bottom; ++y) {
+          for (int32_t x = r.left; x < r.right; ++x) copyPixel(expected, whole, x, y);
+        }
+        ASSERT_EQ(route.withRect(&part, &src, &r), ZELVAN_OK);
+        ASSERT_TRUE(part.sameBytes(expected)) << route.from << " to " << route.to << ", " << r.left << ' ' << r.top
+                                              << ' ' << r.right << ' ' << r.bottom << " of " << w << 'x' << h;
       }
     }
   }

@@ -108,6 +108,12 @@ TEST(LumaShrink, SamplesByRatioOrRefuses) {
     EXPECT_EQ(shrink(&dst, &src, &all, 1), ZELVAN_ERROR_NOMEM);
   }
   EXPECT_EQ(Image_toYUint8Shrink(&dst, &yuv9, &all, 2), ZELVAN_ERROR_UNSUPPORTED);
+  // Nothing to sample, with rows but without planes.
+  const ScopedImage none(nullptr);
+  const ImageRect column = {0, 0, 0, 8};
+  EXPECT_EQ(Image_toYUint8Shrink(&dst, &src, &column, 1), ZELVAN_OK);
+  EXPECT_TRUE(dst.width == 0 && dst.height == 8 && dst.plane0 == nullptr);
+  EXPECT_EQ(ImageUint8_toYUint8Shrink(&dst, &none, &all, 8), ZELVAN_ERROR_PARAM);
 }
 
 }  // namespace

@@ -9,8 +9,10 @@ constexpr float kEpsilon2 = 90;
 
 class Filter {
  public:
-  Filter(int32_t width, int32_t height, int32_t numShrink, Pel* pel = nullptr) {
-    const GuidedFilterParam param = {1, numShrink};
+  Filter(int32_t width, int32_t height, int32_t numShrink, Pel* pel = nullptr, uint32_t arena = 1u << 20,
+         int32_t useMap = 1)
+      : arena_(arena) {
+    const GuidedFilterParam param = {useMap, numShrink};
     EXPECT_EQ(construct_GuidedFilter(get(), arena_.env()), ZELVAN_OK);
     EXPECT_EQ(GuidedFilter_init(get(), width, height, &param) | GuidedFilter_setPel(get(), pel), ZELVAN_OK);
   }
@@ -78,6 +80,56 @@ TEST(GuidedFilter, EveryFormSmoothsNoiseBesideAnEdgeAndLeavesTheRest) {
       }
       EXPECT_LE(worst, 6);
       EXPECT_LT(faults, 100 * 120);  // the noise came with a variance of 6.7
+    }
+  }
+}
+
+// Rounding puts the variance of some flat windows below 0. That must not tip white over to black.
+TEST(GuidedFilter, WhiteStaysWhiteInEveryWindow) {
+  for (int32_t numShrink = 0; numShrink <= 2; ++numShrink) {
+    Filter filter(24, 20, numShrink);
+    TestImage white(24, 20, IMAGE_UINT8), map(6, 5, IMAGE_UINT8);
+    fillLuma(map, 32);
+    for (const float epsilon : {1e-3f, 0.01f, 0.5f}) {
+      for (int32_t window = 2; window <= 101; ++window) {
+        for (const Form form : {kLines, kSquare}) {
+          fillLuma(white, 255);
+          ASSERT_EQ(filter.run(nullptr, &white, epsilon, form == kLines ? &map : nullptr, window, form), ZELVAN_OK);
+          for (int32_t i = 0; i < 24 * 20; ++i) ASSERT_GE(white.row(0, i / 24)[i % 24], 253) << numShrink << window;
+        }
+      }
+    }
+  }
+}
+
+TEST(GuidedFilter, SquareSumsOfTheWidestWindow) {
+  TestArena arena;
+  auto coeff = std::make_unique<GuidedFilterCoeff>();
+  ASSERT_EQ(construct_GuidedFilterCoeff(coeff.get(), arena.env()) | GuidedFilterCoeff_init(coeff.get(), 9, 7, 257), 0u);
+  TestImage guide(9, 7, IMAGE_UINT8), square(9, 7, IMAGE_UINT16, 1, 6), a(9, 7, IMAGE_UINT8), b(9, 7, IMAGE_UINT8);
+  fillLuma(guide, 255);
+  for (int32_t i = 0; i < 63; ++i) imageRow<uint16_t>(&square, i / 9)[i % 9] = 255 * 255;
+  for (const int32_t window : {1, 3, 9, 183, 257}) {
+    ASSERT_EQ(GuidedFilterCoeff_calcCoeff_square(coeff.get(), &a, &b, &guide, &square, 400, window), ZELVAN_OK);
+    EXPECT_TRUE(a.row(0, 3)[4] == 0 && b.row(0, 3)[4] == 255 && b.row(0, 6)[8] == 255) << window;
+  }
+  EXPECT_EQ(GuidedFilterCoeff_calcCoeff_square(coeff.get(), &a, &b, &guide, &square, 400, 259),
+            ZELVAN_ERROR_UNSUPPORTED);
+  EXPECT_EQ(destruct_GuidedFilterCoeff(coeff.get()), ZELVAN_OK);
+}
+
+TEST(GuidedFilter, EveryFormFitsTheBufferSize) {
+  TestImage image(640, 480, IMAGE_UINT8), map(64, 48, IMAGE_UINT8);
+  for (int32_t numShrink = 0; numShrink <= 2; ++numShrink) {
+    for (const int32_t useMap : {0, 1}) {
+      const GuidedFilterParam param = {useMap, numShrink};
+      const int32_t size = GuidedFilter_getBufferSize(640, 480, 0, &param);
+      Filter filter(640, 480, numShrink, nullptr, static_cast<uint32_t>(size) + 2048, useMap);  // 2048: heads of blocks
+      for (const Form form : {kLines, kSquare, kTwoStep, kTwoStepLite, kStepByStep}) {
+        if (numShrink == 0 && form >= kTwoStep) continue;
+        EXPECT_EQ(filter.run(nullptr, &image, 90, nullptr, 101, form), ZELVAN_OK) << form;
+      }
+      EXPECT_EQ(useMap != 0 ? filter.run(nullptr, &image, 90, &map, 101) : ZELVAN_OK, ZELVAN_OK);
     }
   }
 }

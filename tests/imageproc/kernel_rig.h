@@ -70,7 +70,8 @@ struct Plane {
 };
 
 inline int32_t sampleBytes(int32_t format) {
-  return format == IMAGE_INT32 || format == IMAGE_FLOAT ? 4 : format == IMAGE_UINT16 ? 2 : 1;
+  if (format == IMAGE_INT32 || format == IMAGE_FLOAT) return 4;
+  return format == IMAGE_UINT16 || format == IMAGE_INT16 ? 2 : 1;
 }
 
 // The planes that kernels see: chroma of 4:2:0 has floor(size / 2) samples. FLOAT must hold whole numbers.
@@ -87,6 +88,7 @@ inline std::vector<Plane> planesOf(const Image& image) {
       memcpy(&word, base + y * pitch + (x * plane.channels + c) * bytes, static_cast<size_t>(bytes));
       float real = 0;
       memcpy(&real, &word, 4);
+      if (image.format == IMAGE_INT16) return static_cast<int16_t>(word);
       return image.format == IMAGE_FLOAT ? static_cast<int64_t>(real) : word;
     });
     planes.push_back(std::move(plane));

@@ -138,4 +138,32 @@ TEST(Tone, StretchesTheHistogram) {
   EXPECT_EQ(image.row(0, 10)[63], 255);
 }
 
+// Above 1440 pixels the means of blocks are counted: 50 and 200 in halves, where every block has one pixel of 100.
+TEST(Tone, CountsTheShrunkLumaOfLargePackedPictures) {
+  TestArena arena;
+  ImageProc proc = {arena.env(), nullptr};
+  const ImageProcTone tone = {{100, 100, 100}, 100, 32768, 32768, 32768, 25, 75};
+  TestImage image(1444, 4, IMAGE_YUV422_UYVY);
+  for (int32_t i = 0; i < 1444 * 4; ++i) {
+    const int32_t x = i % 1444, y = i / 1444;
+    image.row(0, y)[2 * x + 1] = static_cast<uint8_t>((x | y) % 2 == 0 ? 100 : (x < 722 ? 33 : 233) + x * y % 2);
+  }
+  ASSERT_EQ(ImageProc_enhanceImage_process(&proc, &image, &image, &tone), ZELVAN_OK);
+  const int32_t expected[3] = {86, 0, 255};  // of 100: (100 - 49) / (200 - 49) of the way; of 33 and 233
+  EXPECT_EQ(image.row(0, 2)[1], expected[0]);
+  EXPECT_EQ(image.row(0, 3)[1], expected[1]);
+  EXPECT_EQ(image.row(0, 2)[2 * 723 + 1], expected[2]);
+}
+
+// With more dark pixels than bright ones cut off the bounds cross, and what lies above the upper one is white.
+TEST(Tone, CrossedBoundsLeaveWhiteAboveTheUpper) {
+  TestArena arena;
+  ImageProc proc = {arena.env(), nullptr};
+  TestImage image(64, 64, IMAGE_YUV420_SEMIPLANAR);
+  for (int32_t i = 0; i < 64 * 64; ++i) image.row(0, i / 64)[i % 64] = static_cast<uint8_t>(64 + i % 64 * 2);
+  const ImageProcTone tone = {{100, 100, 100}, 100, 32768, 32768, 32768, 75, 25};
+  ASSERT_EQ(ImageProc_enhanceImage_process(&proc, &image, &image, &tone), ZELVAN_OK);
+  for (int32_t x = 0; x < 64; ++x) EXPECT_EQ(image.row(0, 10)[x], x < 16 ? 0 : 255) << x;
+}
+
 }  // namespace

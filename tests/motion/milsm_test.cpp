@@ -11,6 +11,7 @@
 #include "motion/milsm8st.h"
 #include "motion/milsm_rig.h"
 #include "motion/projective_moments.h"
+#include "motion/symmetric_solve.h"
 
 namespace {
 
@@ -189,6 +190,21 @@ TEST(MILsm, DegenerateSetsFailAndNoPointsLeaveTheInitialMotion) {
       EXPECT_TRUE(count != 0 || largestDistance(s.output(), initial) == 0.0);
     }
   }
+}
+
+// The second row is half the first: its pivot is 0. What is done of the factor is the first row, in every column.
+TEST(SymmetricSolve, GoesOnAlongTheUpperTriangleAfterAFailedPivot) {
+  const double lower = -1e6;  // never read
+  double matrix[9] = {4, 2, 6, lower, 1, 5, lower, lower, 20};
+  EXPECT_FALSE(factorCholesky(matrix, 3, 1e-8));
+  const double rightHandSide[3] = {2, 3, 4};
+  double x[3];
+  EXPECT_TRUE(solveCholesky(matrix, rightHandSide, x, 3, 1e-16));
+  // Forward by the columns (2), (1, 1), (3, 5, 20), back by the rows.
+  const double y[3] = {2.0 / 2, (3 - 1 * 1.0) / 1, (4 - 3 * 1.0 - 5 * 2.0) / 20};
+  EXPECT_EQ(x[2], y[2] / 20);
+  EXPECT_EQ(x[1], y[1] - 5 * x[2]);
+  EXPECT_EQ(x[0], (y[0] - 1 * x[1] - 3 * x[2]) / 2);
 }
 
 TEST(MILsm, InitialMotionsAreCheckedAndInverted) {

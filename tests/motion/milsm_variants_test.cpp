@@ -202,6 +202,22 @@ TEST(MILsmVariants, AnswersAndFailures) {
   }
 }
 
+TEST(MILsmVariants, NotANumberIsNoConvergence) {
+  const double nan = std::nan("");
+  for (const Variant& v : kVariants) {
+    for (const int32_t imageCount : {2, 3}) {
+      SCOPED_TRACE(testing::Message() << v.type << " " << imageCount);
+      // Integer sums have no NaN; there the camera brings it.
+      const bool integers = v.type == MILSM_8R_FIXED_POINT;
+      Solver s(v.type, imageCount);
+      MILsm_setCameraParam(&s.lsm, kWidth, kHeight, integers ? nan : kFov);
+      addPoints(&s.lsm, makePoints(v.motions, imageCount, kAll, 0));
+      if (!integers) MILsm_addReal(&s.lsm, 0, 3, nan, 1, 4, 5, 1);
+      EXPECT_EQ(s.solve(), MILSM_FAIL_PASSES);
+    }
+  }
+}
+
 TEST(MILsm3R, OutputsFormsAndPasses) {
   Solver s(MILSM_3R, 3);
   auto* record = static_cast<MILsm3R*>(s.lsm.impl);

@@ -5,13 +5,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <thread>
 #include <vector>
 
 #include "parallel/bands.h"
 #include "parallel/syscall.h"
-#include "support/test_arena.h"
+#include "support/pel_fixture.h"
 
 namespace {
 
@@ -149,6 +150,74 @@ TEST(ParallelExecutor, ATaskTooManyIsDroppedAndShutdownCancelsWhatWaits) {
   gate.open = true;
   EXPECT_EQ(ParallelExecutor_join(executor), 0x40u | ZELVAN_STATUS_CANCELLED);
   EXPECT_EQ(ran, 0);
+}
+
+// A fork sees that one thread more is wanted, with tasks of the batch still open.
+TEST(ParallelExecutor, EachForkStartsTheThreadsThatAreMissing) {
+  Pool pool({1, 0, 0, 0});
+  Gate gate, *block = &gate;
+  std::atomic<int> ran{0};
+  EXPECT_EQ(ParallelExecutor_fork(&pool.executor, passGate, &block, sizeof block), ZELVAN_OK);
+  while (!gate.inside) std::this_thread::yield();
+  pool.executor.threadCount = 2;
+  EXPECT_EQ(fork(&pool.executor, &ran, 2), ZELVAN_OK);
+  EXPECT_TRUE(spinUntil([&] { return ran == 1; }));
+  EXPECT_EQ(pool.executor.startedThreads, 2);
+  gate.open = true;
+  EXPECT_EQ(ParallelExecutor_join(&pool.executor), 0x42u);
+}
+
+// Bands that no task can be had for: without memory, beyond the slots of the bridge, before a start and after the end.
+TEST(ParallelExecutor, BandsThatAreRefusedRunInTheCaller) {
+  constexpr int32_t kBands = 3 * kCapacity, kHeight = 2 * kBands;
+  const auto check = [&](ParallelExecutor* executor, int32_t bands) {
+    Rows rows(kHeight);
+    const auto band = [&](int32_t i) {
+      return Band{&rows, bandStart(i, bands, kHeight), bandStart(i + 1, bands, kHeight)};
+    };
+    EXPECT_EQ((forkBands<Band, touchRows>(executor, bands, band)), ZELVAN_OK);
+    for (const auto& row : rows) ASSERT_EQ(row, 1);
+  };
+  for (const Form& form : kForms) {
+    SCOPED_TRACE(&form - kForms);
+    Pool pool(form);
+    if (form.bridgeWorkers != 0) check(&pool.executor, kBands);
+    for (const uint32_t left : {0u, 500u}) {  // for no task, and for some
+      TestArena* const arena = &pool.arena;
+      std::vector<void*> taken;
+      while (Heap2_getFreeSize(&arena->env()->heap) > left) {
+        const uint32_t room = Heap2_getFreeSize(&arena->env()->heap);
+        taken.push_back(Heap2_malloc(&arena->env()->heap, room > left + 24 ? room - left - 24 : room));
+      }
+      check(&pool.executor, ParallelExecutor_getNumberOfBands(&pool.executor));
+      for (void* block : taken) Heap2_free(&arena->env()->heap, block);
+    }
+    ParallelExecutor_shutdown(&pool.executor);
+    check(&pool.executor, ParallelExecutor_getNumberOfBands(&pool.executor));
+  }
+  TestArena arena;
+  ParallelExecutor blank;
+  construct_ParallelExecutor(&blank, arena.env());
+  check(&blank, ParallelExecutor_getNumberOfBands(&blank));
+}
+
+// The tasks over a bridge outlast the limit of its waits.
+TEST(ParallelExecutor, AJoinOverABridgeWaitsForAllTasks) {
+  Pool pool({-1, 0, 0, 0});
+  pool.pel->requested.numberOfWorkers = 1;
+  pool.pel->requested.callerIsWorker = 0;
+  pool.pel->requested.waitMillis = 1;
+  ASSERT_EQ(Pel_init(pool.pel.get()), ZELVAN_OK);
+  pool.executor.pel = pool.pel.get();
+  ASSERT_EQ(ParallelExecutor_init(&pool.executor, kCapacity, kCapacity), ZELVAN_OK);
+  std::atomic<int> ran{0}, *block = &ran;
+  const auto slow = [](void* at) -> Status {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return static_cast<Status>(++**static_cast<std::atomic<int>**>(at));
+  };
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(ParallelExecutor_fork(&pool.executor, slow, &block, sizeof block), ZELVAN_OK);
+  EXPECT_EQ(ParallelExecutor_join(&pool.executor), 3u);
+  EXPECT_EQ(ran, 2);
 }
 
 Status tellProcessorAndMove(void* block) {

@@ -1,6 +1,8 @@
 // Pel: events, dependencies, full tables, timeouts.
 #include <algorithm>
+#include <chrono>
 #include <random>
+#include <thread>
 #include <utility>
 
 #include "support/pel_fixture.h"
@@ -229,6 +231,29 @@ TEST_F(PelEventTest, WaitsTimeOutWhileTheWorkGoesOnAndRecycleDropsWhatIsQueued) 
   ASSERT_EQ(start(2), ZELVAN_OK);
   finishAndRelease({});
   EXPECT_EQ(dropped.runs, 0);
+}
+
+Status sleepAWhile(std::atomic<bool>* done, int32_t, const PelContext*) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  *done = true;
+  return ZELVAN_OK;
+}
+constexpr PelKernel kSleep = pelIndexed<std::atomic<bool>, sleepAWhile>();
+
+// Limits above the signed range are long ones. executeToEnd has no limit.
+TEST_F(PelEventTest, WaitsThatLastAsLongAsTheWork) {
+  for (const uint32_t millis : {0u, 1u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
+    pel->requested.waitMillis = millis;
+    ASSERT_EQ(start(1, 0), ZELVAN_OK);
+    std::atomic<bool> done{false};
+    EXPECT_EQ(executeToEnd(pel, &kSleep, &done, 1), ZELVAN_OK);
+    EXPECT_TRUE(done.exchange(false)) << millis;
+    EXPECT_EQ(Pel_execute(pel, &kSleep, &done, 1), millis < 2 ? ZELVAN_ERROR_TIMEOUT : ZELVAN_OK) << millis;
+    EXPECT_TRUE(spinUntil([&] { return done.load(); }));
+    while (Pel_finish(pel) != ZELVAN_OK) {
+    }
+    finishAndRelease({});
+  }
 }
 
 }  // namespace

@@ -1,7 +1,10 @@
 // The queue without locks and the one that blocks.
 #include <gtest/gtest.h>
+#include <sys/time.h>
 
 #include <atomic>
+#include <chrono>
+#include <csignal>
 #include <deque>
 #include <random>
 #include <thread>
@@ -101,6 +104,46 @@ TYPED_TEST(AnyQueue, CarriesItemsBetweenThreads) {
   for (std::thread& thread : threads) thread.join();
   for (const auto& arrived : arrivals) ASSERT_EQ(arrived, 1);
   EXPECT_EQ(queue.size(), 0);
+}
+
+ConcurrentLinkedQueue* interrupted = nullptr;
+std::atomic<int> interruptions, lowestSize, highestSize;
+
+void lookAtSize() {
+  const int size = ConcurrentLinkedQueue_size(interrupted);
+  if (size < lowestSize) lowestSize = size;
+  if (size > highestSize) highestSize = size;
+}
+
+// What another thread may do between any two steps of this one.
+void emptyAndFill(int) {
+  while (ConcurrentLinkedQueue_poll(interrupted) != nullptr) lookAtSize();
+  while (ConcurrentLinkedQueue_offer(interrupted, interrupted) != 0) lookAtSize();
+  while (ConcurrentLinkedQueue_poll(interrupted) != nullptr) lookAtSize();
+  ++interruptions;
+}
+
+TEST(ConcurrentLinkedQueue, TheSizeStaysInItsRangeBetweenTheSteps) {
+  constexpr int kCapacity = 2;
+  LinkedQueue queue;
+  queue.init(kCapacity);
+  interrupted = &queue.queue;
+  struct sigaction action = {}, before;
+  action.sa_handler = emptyAndFill;
+  ASSERT_EQ(sigaction(SIGALRM, &action, &before), 0);
+  const itimerval often = {{0, 40}, {0, 40}}, never = {};
+  setitimer(ITIMER_REAL, &often, nullptr);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
+  while (interruptions < 2000 && std::chrono::steady_clock::now() < end) {
+    for (int i = 0; i < 100; ++i) {
+      queue.offer(&queue, kNot);
+      queue.poll(kNot);
+    }
+  }
+  setitimer(ITIMER_REAL, &never, nullptr);
+  sigaction(SIGALRM, &before, nullptr);
+  EXPECT_EQ(lowestSize, 0);
+  EXPECT_LE(highestSize, kCapacity);
 }
 
 TEST(ConcurrentLinkedQueue, Sizes) {

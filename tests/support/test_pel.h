@@ -9,9 +9,12 @@
 
 class TestPel {
  public:
-  explicit TestPel(int32_t workers) : arena_(1 << 16), pel_(new Pel) {
+  explicit TestPel(int32_t workers, int32_t callerIsWorker = 1, uint32_t waitMillis = 3000)
+      : arena_(1 << 16), pel_(new Pel) {
     EXPECT_EQ(construct_Pel(get(), arena_.env()), ZELVAN_OK);
     pel_->requested.numberOfWorkers = workers;
+    pel_->requested.callerIsWorker = callerIsWorker;
+    pel_->requested.waitMillis = waitMillis;
     EXPECT_EQ(Pel_init(get()), ZELVAN_OK);
   }
   ~TestPel() { EXPECT_EQ(destruct_Pel(get()), ZELVAN_OK); }

@@ -80,7 +80,7 @@ TEST(Simulator, NoiseFollowsTheModelAndTheSeed) {
     if (luma < 60 || luma >= 210) continue;
     Bin& bin = bins[static_cast<size_t>((luma - 60) / 50)];
     const double d = frame.noisy.y[i] - luma;
-    bin.expected += s.shotNoise * luma + s.readNoise * s.readNoise;
+    bin.expected += s.noise.shot * luma + s.noise.read * s.noise.read;
     bin.sum += d;
     bin.square += d * d;
     bin.count += 1;
@@ -123,6 +123,110 @@ TEST(Simulator, FaultsStayInTheirFrameAndPlace) {
     EXPECT_NEAR(reach, burst.objectRadius, 2);
     EXPECT_GT(inside, 0.8 * 3.14 * burst.objectRadius * burst.objectRadius);
   }
+}
+
+TEST(Simulator, LayersHideWhatTheMaskLeavesOut) {
+  Simulation s = small();
+  s.layers = 3;
+  s.parallax = 0.02;
+  const SimulatedBurst& plain = plainBurst();
+  const SimulatedBurst burst = simulate(s);
+  for (size_t b = 0; b < burst.frames.size(); ++b) {
+    SCOPED_TRACE(b);
+    const SimulatedFrame& base = burst.frames[b];
+    const auto isPlane = [&](size_t i, size_t at) {
+      return burst.frames[i].clean.y[at] == plain.frames[i].clean.y[at];
+    };
+    // The plane seen by frame b, and by its mask in all frames, against what they show.
+    std::array<double, 2> count{}, wrong{};
+    for (size_t at = 0; at < base.clean.y.size(); ++at) {
+      if (!isPlane(b, at)) continue;
+      bool everywhere = true;
+      for (size_t i = 0; i < burst.frames.size(); ++i) {
+        const Homography motion = compose(burst.frames[i].motion, inverse(base.motion));
+        const Point p = mapPoint(motion, {static_cast<double>(at % kWidth), static_cast<double>(at / kWidth)});
+        const auto x = std::lround(p.x), y = std::lround(p.y);
+        if (x < 0 || y < 0 || x >= kWidth || y >= kHeight) continue;
+        everywhere = everywhere && isPlane(i, static_cast<size_t>(y) * kWidth + static_cast<size_t>(x));
+      }
+      const bool told = base.seenByAll[at] != 0;
+      count[told] += 1;
+      wrong[told] += told != everywhere;
+    }
+    ASSERT_GT(count[0], 300);
+    EXPECT_LT(wrong[1], 0.005 * count[1]);
+    EXPECT_LT(wrong[0], 0.35 * count[0]);  // hidden layers may have the colour of the plane, soft edges count as hidden
+  }
+}
+
+TEST(Simulator, ShakeAndRollingShutterAreInTheMotions) {
+  const Simulation s = small();
+  const Picture& still = plainBurst().frames[0].clean;
+  Simulation scattered = s;
+  scattered.scatter = 0.06;
+  scattered.frames = 6;
+  const SimulatedBurst far = simulate(scattered);
+  double least = 0, most = 0;
+  for (size_t i = 0; i < far.frames.size(); ++i) {
+    SCOPED_TRACE(i);
+    const Homography& motion = far.frames[i].motion;
+    const Point middle = mapPoint(motion, {kWidth / 2.0, kHeight / 2.0});
+    least = std::min(least, middle.x - kWidth / 2.0);
+    most = std::max(most, middle.x - kWidth / 2.0);
+    const double best = mismatch(far.frames[0].clean, far.frames[i].clean, motion);
+    for (const double off : {-0.25, 0.25}) {
+      EXPECT_GT(mismatch(far.frames[0].clean, far.frames[i].clean, compose({1, 0, off, 0, 1, 0, 0, 0, 1}, motion)),
+                i == 0 ? 1 : 1.1 * best);
+    }
+  }
+  EXPECT_GT(most - least, 0.03 * kWidth);
+  EXPECT_LT(most - least, 0.065 * kWidth);
+
+  Simulation rolling = s;
+  rolling.rollingShutter = 6;
+  const SimulatedBurst bent = simulate(rolling);
+  for (size_t i = 0; i < bent.frames.size(); ++i) {
+    SCOPED_TRACE(i);
+    const SimulatedFrame& plain = plainBurst().frames[i];
+    const double told = mismatch(still, bent.frames[i].clean, bent.frames[i].motion);
+    EXPECT_LT(told, mismatch(still, bent.frames[i].clean, plain.motion));
+    EXPECT_GT(told, 1.1 * mismatch(still, plain.clean, plain.motion));  // no homography unbends it
+  }
+}
+
+TEST(Simulator, GrainDriftAndTheBlurOfTheSharpest) {
+  Simulation s = small();
+  s.noise = {0, 6, 0.8};
+  s.drift = 10;
+  s.blurSharpest = true;
+  const SimulatedBurst burst = simulate(s);
+  const auto mean = [](const Picture& p) {
+    double sum = 0;
+    for (const uint8_t y : p.y) sum += y;
+    return sum / static_cast<double>(p.y.size());
+  };
+  int32_t blurred = 0;
+  double widest = 0;
+  for (size_t i = 0; i < burst.frames.size(); ++i) {
+    SCOPED_TRACE(i);
+    const SimulatedFrame& frame = burst.frames[i];
+    blurred += !frame.sharp.y.empty();
+    const double gain = mean(frame.clean) / mean(plainBurst().frames[i].clean);
+    widest = std::max(widest, std::abs(gain - 1));
+    double square = 0, product = 0, count = 0;
+    for (size_t at = 1; at < frame.clean.y.size(); ++at) {
+      if (std::abs(frame.clean.y[at] - 128) > 90 || std::abs(frame.clean.y[at - 1] - 128) > 90) continue;
+      const double d = frame.noisy.y[at] - frame.clean.y[at];
+      square += d * d;
+      product += d * (frame.noisy.y[at - 1] - frame.clean.y[at - 1]);
+      count += 1;
+    }
+    EXPECT_NEAR(square / count, 36, 2);
+    EXPECT_NEAR(product / square, std::exp(-1 / (4 * 0.8 * 0.8)), 0.04);
+  }
+  EXPECT_EQ(blurred, 1);
+  EXPECT_GT(widest, 0.02);
+  EXPECT_LT(widest, 0.101);
 }
 
 }  // namespace
