@@ -7,13 +7,13 @@
 namespace fine {
 namespace {
 
-constexpr double kFloor = 0.12;         // standard deviation of a block's position that no structure lowers, in pixels
-constexpr double kScale = 3.0;          // k of the robust weight
+constexpr double kFloor = 0.12;  // standard deviation of a block's position that no structure lowers, in pixels
+constexpr double kScale = 3.0;   // k of the robust weight
 // Standard deviation of shears and perspective, unit of the fit, on the levels above the finest by two and more, by
 // one, and on it: what blocks of coarse levels say of them is little.
 constexpr double kPrior[] = {0.03, 0.01, 0.004};
 constexpr double kMostCornerSigma = 0.3;  // in pixels of the finest level
-constexpr double kQuantisation = 0.17;  // variance of a difference of two bytes
+constexpr double kQuantisation = 0.17;    // variance of a difference of two bytes
 
 Mvec8Real fullMotion(const Mvec8Real& motion, int32_t level) {
   const double s = static_cast<double>(1 << level);

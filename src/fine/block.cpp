@@ -147,8 +147,8 @@ int32_t chooseBlocks(Block* blocks, const Image& level, const NoiseCurve& noise)
   return count;
 }
 
-BlockShift trackBlock(const Block& block, const Image& base, const Image& frame, const Mvec8Real& motion, int32_t rounds,
-                      double reach) {
+BlockShift trackBlock(const Block& block, const Image& base, const Image& frame, const Mvec8Real& motion,
+                      int32_t rounds, double reach) {
   constexpr double kUnit = 65536.0;
   const double* h = motion.h;
   const double cx = block.left + block.centre();

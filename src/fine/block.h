@@ -30,27 +30,27 @@ struct Block {
   double along, across;  // eigenvalues less the noise, 0 where that is all; gradients in levels a pixel
   double gradientX;      // sums of g before their mean is taken off
   double gradientY;
-  double variance;       // of the template
-  double noise;          // variance of a pixel's noise in it
+  double variance;  // of the template
+  double noise;     // variance of a pixel's noise in it
   double centre() const { return 0.5 * (size - 1); }
 };
 
 struct BlockShift {
-  double x;         // to add to the motion's image of the block's centre
+  double x;  // to add to the motion's image of the block's centre
   double y;
   double residual;  // variance of r after the last round, the mean taken off
   bool good;        // inside the frame and within reach all along
 };
 
 // Blocks of a level of the base, one to each cell of a grid over it: the place with the largest smaller eigenvalue out
-// of nine, or the largest eigenvalue where no place has two. Cells without any structure give none. noise: of the level.
-// Returns how many, at most kMostBlocks.
+// of nine, or the largest eigenvalue where no place has two. Cells without any structure give none. noise: of the
+// level. Returns how many, at most kMostBlocks.
 int32_t chooseBlocks(Block* blocks, const Image& level, const NoiseCurve& noise);
 
 // motion: base to frame in pixels of the level. start: first guess of the shift. reach: how far the shift may go from
 // there, in pixels.
-BlockShift trackBlock(const Block& block, const Image& base, const Image& frame, const Mvec8Real& motion, int32_t rounds,
-                      double reach);
+BlockShift trackBlock(const Block& block, const Image& base, const Image& frame, const Mvec8Real& motion,
+                      int32_t rounds, double reach);
 
 }  // namespace fine
 

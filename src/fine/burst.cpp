@@ -11,8 +11,8 @@
 namespace fine {
 namespace {
 
-constexpr double kBlurRatio = 0.35;    // of the base's energy
-constexpr float kLeastShare = 0.08f;   // a frame that adds less is refused
+constexpr double kBlurRatio = 0.35;   // of the base's energy
+constexpr float kLeastShare = 0.08f;  // a frame that adds less is refused
 constexpr int32_t kNoisePairs = 3;
 
 struct AlignJob {
@@ -20,7 +20,7 @@ struct AlignJob {
   const AlignBase* base;
   Match* matches;  // kMostMatches a frame
   int32_t baseId;
-  bool again;      // only frames that failed, with the motions of their neighbours
+  bool again;  // only frames that failed, with the motions of their neighbours
 };
 
 Status alignOne(AlignJob* job, int32_t id, const PelContext*) {
@@ -80,9 +80,8 @@ Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
 void rank(Burst* burst) {
   for (int32_t i = 0; i < burst->added; ++i) burst->order[i] = i;
   if (burst->settings.sorting == 0) return;
-  std::stable_sort(burst->order, burst->order + burst->added, [burst](int32_t a, int32_t b) {
-    return burst->frames[a].score > burst->frames[b].score;
-  });
+  std::stable_sort(burst->order, burst->order + burst->added,
+                   [burst](int32_t a, int32_t b) { return burst->frames[a].score > burst->frames[b].score; });
 }
 
 Status chooseBase(Burst* burst) {
@@ -119,8 +118,8 @@ Status weighOne(WeightJob* job, int32_t k, const PelContext*) {
   if (k == 0 || frame.status != MERGED) return ZELVAN_OK;
   const FrameRecord& base = b->frames[b->order[0]];
   const Image& map = base.pyramid.level[kMapLevel];
-  const ScopedBlock<MeshNode> nodes(b->env,
-                                    static_cast<size_t>(meshNodes(map.width)) * static_cast<size_t>(meshNodes(map.height)));
+  const ScopedBlock<MeshNode> nodes(
+      b->env, static_cast<size_t>(meshNodes(map.width)) * static_cast<size_t>(meshNodes(map.height)));
   if (!nodes) return ZELVAN_ERROR_NOMEM;
   Mesh mesh = {0, 0, nodes.data()};
   fillMesh(&mesh, frame.alignment.motion, nullptr, kMapLevel, map.width, map.height);
@@ -150,7 +149,9 @@ Status measureNoise(Burst* burst) {
   return estimateNoise(&burst->noise, env, *samplersBest(), pairs, count);
 }
 
-double root(double v) { return v > 0.0 ? RawDouble_sqrt(v) : 0.0; }
+double root(double v) {
+  return v > 0.0 ? RawDouble_sqrt(v) : 0.0;
+}
 
 // Power and amplitude of the bicubic taps at frequency k / 16 cycles a pixel, mean over fractions.
 void tapResponse(int32_t k, double* power, double* amplitude) {

@@ -19,14 +19,14 @@ namespace fine {
 enum FrameStatus : int32_t { MERGED = 0, BAD_MOTION = 1, BLURRED = 2, GHOST = 3, NOT_USED = 4 };
 
 struct Settings {
-  int32_t mergeCount;       // frames of the order that are looked at
-  int32_t sorting;          // 0: in order of capture, none refused as blurred
-  int32_t scaling;          // crop to what all frames share, scaled to the frame
-  double strictness;        // against ghosts, 1 = usual
-  double lumaStrength;      // threshold of luma denoising by sigma; below 0: chosen
+  int32_t mergeCount;   // frames of the order that are looked at
+  int32_t sorting;      // 0: in order of capture, none refused as blurred
+  int32_t scaling;      // crop to what all frames share, scaled to the frame
+  double strictness;    // against ghosts, 1 = usual
+  double lumaStrength;  // threshold of luma denoising by sigma; below 0: chosen
   double chromaStrength;
-  double sharpen;           // gain of the finest frequencies, beyond what the warp took; below 0: chosen
-  int32_t saturation;       // Q10
+  double sharpen;      // gain of the finest frequencies, beyond what the warp took; below 0: chosen
+  int32_t saturation;  // Q10
 };
 
 struct FrameRecord {

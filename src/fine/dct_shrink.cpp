@@ -100,10 +100,10 @@ ALWAYS_INLINE void shrinkBlocks(int16_t* __restrict out, const int16_t* __restri
   const int32_t stride = dctStride(width);
   const int32_t pitch = stride / 4;
   const int32_t blocks = pitch - 1;
-  int16_t* __restrict v = scratch;                 // 8 rows of coefficients
-  int16_t* __restrict phase = v + 8 * stride;      // 4 x pitch
-  int16_t* __restrict early = phase + stride;      // 4 x pitch: the left halves of the results
-  int16_t* __restrict late = early + stride;       // the right halves
+  int16_t* __restrict v = scratch;             // 8 rows of coefficients
+  int16_t* __restrict phase = v + 8 * stride;  // 4 x pitch
+  int16_t* __restrict early = phase + stride;  // 4 x pitch: the left halves of the results
+  int16_t* __restrict late = early + stride;   // the right halves
   columns(v, in, stride);
   for (int32_t k = 0; k < 8; ++k) {
     int16_t* __restrict row = v + k * stride;
@@ -125,11 +125,11 @@ ALWAYS_INLINE void shrinkBlocks(int16_t* __restrict out, const int16_t* __restri
   }
 }
 
-#define DCT_VARIANT(suffix, target)                                                                             \
-  target void shrink_##suffix(int16_t* out, const int16_t* in, const int16_t* sigma, const ShrinkTable& table,  \
-                              int32_t width, int16_t* scratch) {                                                \
-    shrinkBlocks(out, in, sigma, table, width, scratch);                                                        \
-  }                                                                                                             \
+#define DCT_VARIANT(suffix, target)                                                                            \
+  target void shrink_##suffix(int16_t* out, const int16_t* in, const int16_t* sigma, const ShrinkTable& table, \
+                              int32_t width, int16_t* scratch) {                                               \
+    shrinkBlocks(out, in, sigma, table, width, scratch);                                                       \
+  }                                                                                                            \
   constexpr DctRows kDctRows_##suffix = {#suffix, shrink_##suffix};
 
 DCT_VARIANT(plain, )

@@ -19,7 +19,7 @@ inline constexpr int32_t kBandRows = 64;
 inline constexpr int32_t kMostFrames = 10;
 
 struct FusionFrame {
-  Image luma;           // views
+  Image luma;  // views
   Image pairs;
   Mesh mesh;
   const Image* shares;  // "UINT16", Q15, at level kMapLevel; null for the base
@@ -39,13 +39,13 @@ struct Fusion {
   const Samplers* samplers;
   const DctRows* dct;
   bool cubic;
-  bool baseMoves;             // the base is sampled through its mesh, too
-  int32_t count;              // frames, the base first
+  bool baseMoves;  // the base is sampled through its mesh, too
+  int32_t count;   // frames, the base first
   FusionFrame frames[kMostFrames];
-  const Image* mapLuma;       // of the base, level kMapLevel
-  const Image* left;          // "UINT8" there: 255 x share of a single frame's variance that is left
-  FusionShrink shrink[3];     // luma, chroma bytes 0 and 1
-  int32_t saturation;         // Q10
+  const Image* mapLuma;    // of the base, level kMapLevel
+  const Image* left;       // "UINT8" there: 255 x share of a single frame's variance that is left
+  FusionShrink shrink[3];  // luma, chroma bytes 0 and 1
+  int32_t saturation;      // Q10
 };
 
 // weights: one "UINT8" map a frame after the base, strengths: what each counts, Q8. Fills the shares and left.

@@ -110,9 +110,8 @@ bool fitHomography(Mvec8Real* motion, Match* matches, int32_t count, int32_t wid
     solveLower(normal.a, p);
     solveUpper(normal.a, p);
     // The correction as a map of normalised coordinates, behind the motion.
-    const Mvec8Real correction = {{1 + p[2] + p[4], -p[3] + p[5], p[0], p[3] + p[5], 1 + p[2] - p[4], p[1], -p[6],
-                                   -p[7], 1},
-                                  {}};
+    const Mvec8Real correction = {
+        {1 + p[2] + p[4], -p[3] + p[5], p[0], p[3] + p[5], 1 + p[2] - p[4], p[1], -p[6], -p[7], 1}, {}};
     const Mvec8Real in = {{1 / unit, 0, -mx / unit, 0, 1 / unit, -my / unit, 0, 0, 1}, {}};
     const Mvec8Real out = {{unit, 0, mx, 0, unit, my, 0, 0, 1}, {}};
     Mvec8Real step;

@@ -3,7 +3,8 @@
 // Where two frames show the same, their difference is noise alone, however rich the texture is: grain and what storage
 // as JPEG left of the noise count as they are. Small windows are compared, each without its mean, so that a drift of
 // brightness does not count; of the windows of one brightness a low quantile of the variances is taken, which what
-// moved, or was not aligned well, does not reach. For n samples of a Gaussian the quantile's ratio to the mean is known.
+// moved, or was not aligned well, does not reach. For n samples of a Gaussian the quantile's ratio to the mean is
+// known.
 //
 #ifndef ZVT4_FINE_NOISE_H_
 #define ZVT4_FINE_NOISE_H_
@@ -23,7 +24,7 @@ struct Noise {
 
 // A pair of frames for the estimate: base and an aligned one.
 struct NoisePair {
-  const Image* base;    // semi-planar frames
+  const Image* base;  // semi-planar frames
   const Image* frame;
   const Pyramid* basePyramid;
   const Pyramid* framePyramid;

@@ -1,6 +1,6 @@
 // Variance of noise by brightness, in squared levels, for kNoiseBins ranges of luma, and the means to fit it to windows
-// of a picture: of the windows of a range a low quantile counts; ranges that few windows fall into take the line between
-// their neighbours.
+// of a picture: of the windows of a range a low quantile counts; ranges that few windows fall into take the line
+// between their neighbours.
 #ifndef ZVT4_FINE_NOISE_CURVE_H_
 #define ZVT4_FINE_NOISE_CURVE_H_
 

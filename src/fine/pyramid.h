@@ -17,7 +17,7 @@
 
 namespace fine {
 
-inline constexpr int32_t kMapLevel = 2;        // where frames are compared: a quarter of the frame
+inline constexpr int32_t kMapLevel = 2;  // where frames are compared: a quarter of the frame
 inline constexpr int32_t kCoarsestSide = 96;
 inline constexpr int32_t kMostLevels = 12;
 

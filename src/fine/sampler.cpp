@@ -85,12 +85,20 @@ ALWAYS_INLINE void bilinearRow(int16_t* __restrict out, const SampleRun& run, in
   }
 }
 
-#define SAMPLER_VARIANT(suffix, target)                                                                              \
-  target void cubic1_##suffix(int16_t* out, const SampleRun& run, int32_t count) { cubicRow<1>(out, run, count); }   \
-  target void cubic2_##suffix(int16_t* out, const SampleRun& run, int32_t count) { cubicRow<2>(out, run, count); }   \
-  target void linear1_##suffix(int16_t* out, const SampleRun& run, int32_t count) { bilinearRow<1>(out, run, count); } \
-  target void linear2_##suffix(int16_t* out, const SampleRun& run, int32_t count) { bilinearRow<2>(out, run, count); } \
-  constexpr Samplers kSamplers_##suffix = {                                                                          \
+#define SAMPLER_VARIANT(suffix, target)                                             \
+  target void cubic1_##suffix(int16_t* out, const SampleRun& run, int32_t count) {  \
+    cubicRow<1>(out, run, count);                                                   \
+  }                                                                                 \
+  target void cubic2_##suffix(int16_t* out, const SampleRun& run, int32_t count) {  \
+    cubicRow<2>(out, run, count);                                                   \
+  }                                                                                 \
+  target void linear1_##suffix(int16_t* out, const SampleRun& run, int32_t count) { \
+    bilinearRow<1>(out, run, count);                                                \
+  }                                                                                 \
+  target void linear2_##suffix(int16_t* out, const SampleRun& run, int32_t count) { \
+    bilinearRow<2>(out, run, count);                                                \
+  }                                                                                 \
+  constexpr Samplers kSamplers_##suffix = {                                         \
       #suffix, {cubic1_##suffix, cubic2_##suffix}, {linear1_##suffix, linear2_##suffix}};
 
 SAMPLER_VARIANT(plain, )

@@ -1,8 +1,8 @@
 // Rows of a frame at the positions of a mesh, as 16-bit samples.
 //
 // A sample is 64 (s - 128), s the interpolated byte: bicubic after Catmull and Rom (Keys, "Cubic convolution
-// interpolation for digital image processing", 1981, a = -1/2), or bilinear. Between its stages the value keeps six bits
-// of fraction and is not clamped: overshoot stays until the frames are summed. With f in Q15 the taps are
+// interpolation for digital image processing", 1981, a = -1/2), or bilinear. Between its stages the value keeps six
+// bits of fraction and is not clamped: overshoot stays until the frames are summed. With f in Q15 the taps are
 //   w(-1) = (-f + 2 f^2 - f^3) / 2,  w(1) = (f + 4 f^2 - 3 f^3) / 2,  w(2) = (f^3 - f^2) / 2,  w(0) = 1 - the others,
 // in Q14; a product is (a b + 2^14) >> 15. So all is done in 16-bit lanes, a row cut where the whole part of the
 // position changes. Positions outside the picture read its edge.
@@ -16,8 +16,8 @@
 
 namespace fine {
 
-// count: samples, of one or two interleaved channels. rows: the four source rows, at the tap left of the first sample's.
-// out has room for kSampleSlack more. Fractions Q15, steps Q15 less one pixel.
+// count: samples, of one or two interleaved channels. rows: the four source rows, at the tap left of the first
+// sample's. out has room for kSampleSlack more. Fractions Q15, steps Q15 less one pixel.
 inline constexpr int32_t kSampleSlack = 32;
 struct SampleRun {
   const uint8_t* rows[4];
@@ -30,7 +30,7 @@ using SampleRow = void (*)(int16_t* out, const SampleRun& run, int32_t count);
 
 struct Samplers {
   const char* name;
-  SampleRow cubic[2];     // one channel, two channels
+  SampleRow cubic[2];  // one channel, two channels
   SampleRow bilinear[2];
 };
 

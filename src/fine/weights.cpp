@@ -13,9 +13,9 @@ namespace {
 
 constexpr float kNear = 1.7f;
 constexpr float kFar = 3.6f;
-constexpr float kSlip = 0.14f;        // share of a step that a difference may reach
+constexpr float kSlip = 0.14f;         // share of a step that a difference may reach
 constexpr float kQuantisation = 0.1f;  // variance of the bytes of the level
-constexpr double kFrameKept = 0.8;    // variance of a frame's sample by that of its pixels
+constexpr double kFrameKept = 0.8;     // variance of a frame's sample by that of its pixels
 
 struct Compare {
   const WeightInput* in;
@@ -23,7 +23,7 @@ struct Compare {
   const Image* colour;
   int32_t width;
   int32_t height;
-  int16_t* luma;   // of the frame on the base's grid
+  int16_t* luma;  // of the frame on the base's grid
   int16_t* pairs;
 };
 
@@ -100,8 +100,9 @@ void ratioRow(float* out, const Compare& c, const Drift& drift, const float* exp
     float sum = dy * dy / (e[0] + g * g);
     for (int32_t k = 0; k < 2; ++k) {
       const float gc = slip * static_cast<float>(steepness(*c.colour, x, y, 2, k));
-      const float d = static_cast<float>(corrected(c.pairs[2 * at + k], drift, 1 + k) - (colour[2 * x + k] - 128) * 64) *
-                      (1.0f / 64);
+      const float d =
+          static_cast<float>(corrected(c.pairs[2 * at + k], drift, 1 + k) - (colour[2 * x + k] - 128) * 64) *
+          (1.0f / 64);
       sum += d * d / (e[1 + k] + gc * gc + 0.1f * g * g);
     }
     // What is far off is far off: one pixel shall not outvote 25.
@@ -131,7 +132,8 @@ void soften(Image* map, uint8_t* scratch) {
   const int32_t w = map->width;
   const int32_t h = map->height;
   for (int32_t y = 0; y < h; ++y) {
-    const uint8_t* rows[3] = {imageRow(map, std::max(0, y - 1)), imageRow(map, y), imageRow(map, std::min(h - 1, y + 1))};
+    const uint8_t* rows[3] = {imageRow(map, std::max(0, y - 1)), imageRow(map, y),
+                              imageRow(map, std::min(h - 1, y + 1))};
     for (int32_t x = 0; x < w; ++x) {
       uint8_t least = 255;
       for (const uint8_t* row : rows) {
@@ -177,8 +179,7 @@ Status makeWeights(Image* map, Drift* drift, float* share, Env* env, const Weigh
   float expected[256 * 3];
   for (int32_t v = 0; v < 256; ++v) {
     for (int32_t k = 0; k < 3; ++k) {
-      expected[3 * v + k] =
-          input.noise->map[k].at(v) * static_cast<float>(1.0 + kFrameKept) + kQuantisation;
+      expected[3 * v + k] = input.noise->map[k].at(v) * static_cast<float>(1.0 + kFrameKept) + kQuantisation;
     }
   }
   for (int32_t y = 0; y < c.height; ++y) ratioRow(ratios.data() + y * c.width, c, *drift, expected, y, kSlip);
@@ -191,8 +192,8 @@ Status makeWeights(Image* map, Drift* drift, float* share, Env* env, const Weigh
   for (int32_t y = 0; y < c.height; ++y) {
     uint8_t* row = imageRow(map, y);
     for (int32_t x = 0; x < c.width; ++x) {
-      const float t = (far - means[static_cast<size_t>(y) * static_cast<size_t>(c.width) + static_cast<size_t>(x)]) /
-                      (far - near);
+      const float t =
+          (far - means[static_cast<size_t>(y) * static_cast<size_t>(c.width) + static_cast<size_t>(x)]) / (far - near);
       const bool shown = covered(c, meshPosition(*input.mapMesh, x, y));
       row[x] = !shown ? 0 : static_cast<uint8_t>(t <= 0.0f ? 0.0f : t >= 1.0f ? 255.0f : 255.0f * t);
       seen += shown;
