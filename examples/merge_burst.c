@@ -48,6 +48,7 @@ int main(int argc, char** argv) {
 
   /* One buffer for all that the library needs, and the frames, whose pixels the library may change. */
   bytes = zelvan_Tessaline4_getBufferSize(width, height, count, format);
+  if (bytes <= 0) return fail("the frames are too large", 0);
   memory = malloc((size_t)bytes);
   pixels = malloc(size * (size_t)(count + 1));
   if (memory == NULL || pixels == NULL) return fail("out of memory", 0);

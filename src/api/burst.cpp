@@ -72,10 +72,14 @@ Status addImage(zelvan_Tessaline4* handle, Data* frame, Status (*initFrame)(zelv
   destruct_Image(image);  // a record that is refused must not leave the pixels of a burst before
   construct_Image(image, &self->env);
   Status status = initFrame(handle, image, frame);
-  // gain, gamma and gammaOffset stand side by side in the parameters.
-  const double curve[3] = {self->params.gain, self->params.gamma, self->params.gammaOffset};
-  if (curve[0] > 0.0) Tessal4ImageFunc_gamma(self->engine.executor, image, image, curve);
-  status |= Tessal4_setImage(&self->engine, image, slot);
+  if (image->plane0 == nullptr || image->plane1 == nullptr) {  // the working formats have two planes
+    status |= ZELVAN_ERROR_PARAM;
+  } else {
+    // gain, gamma and gammaOffset stand side by side in the parameters.
+    const double curve[3] = {self->params.gain, self->params.gamma, self->params.gammaOffset};
+    if (curve[0] > 0.0) Tessal4ImageFunc_gamma(self->engine.executor, image, image, curve);
+    status |= Tessal4_setImage(&self->engine, image, slot);
+  }
   ++self->addedCount;
   self->stateFlags |= TESSAL4_FILLED;
   return status;
@@ -94,6 +98,11 @@ Status mergeBurst(Tessal4Handle* self) {
   return status;
 }
 
+// Makes a packed buffer read as a semi-planar image: its chroma lies behind its luma.
+void derivePlane1(const Tessal4Handle* self, zelvan_ImageData* data) {
+  data->plane1 = static_cast<uint8_t*>(data->plane0) + Image_getSize(data->width, data->height, self->imageFormat, 2);
+}
+
 bool isWrapped(const Tessal4Handle* self) {
   return self->wrappedFormat == IMAGE_YUV422_YUYV || self->wrappedFormat == IMAGE_YUV420_PLANAR;
 }
@@ -102,10 +111,9 @@ bool isWrapped(const Tessal4Handle* self) {
 
 Status zelvan_Tessaline4_start(zelvan_Tessaline4* handle, zelvan_ImageData* output, int32_t frameCount) {
   return start<zelvan_ImageData>(handle, output, frameCount, [](Tessal4Handle* self, zelvan_ImageData* data) {
-    // The buffer of a wrapped format reads as a semiplanar image in the meantime.
     if (self->wrappedFormat == IMAGE_YUV422_YUYV) {
-      data->plane1 =
-          static_cast<uint8_t*>(data->plane0) + Image_getSize(data->width, data->height, self->imageFormat, 2);
+      if (data->plane0 == nullptr) return ZELVAN_ERROR_PARAM;
+      derivePlane1(self, data);
     }
     return IF_initImage(&self->output, data, self->imageFormat);
   });
@@ -121,7 +129,11 @@ Status zelvan_Tessaline4_addImage(zelvan_Tessaline4* handle, zelvan_ImageData* f
   return addImage<zelvan_ImageData>(handle, frame, [](zelvan_Tessaline4* h, Image* image, zelvan_ImageData* data) {
     const Tessal4Handle* self = h->pointer;
     if (isWrapped(self)) zelvan_Tessaline4_convertInput(h, data, self->wrappedFormat, IMAGE_YUV420_SEMIPLANAR);
-    return IF_initImage(image, data, self->imageFormat);
+    // A refused conversion shows in the picture alone. It leaves the record as it came, and what a packed one says of
+    // its second plane means nothing.
+    zelvan_ImageData record = *data;
+    if (self->wrappedFormat == IMAGE_YUV422_YUYV && record.plane0 != nullptr) derivePlane1(self, &record);
+    return IF_initImage(image, &record, self->imageFormat);
   });
 }
 

@@ -32,8 +32,6 @@ Status zelvan_Tessaline4_convertInput(zelvan_Tessaline4* handle, zelvan_ImageDat
   const int32_t bytes = IF_getImageSize(data->width, data->height, "YVU420_SEMIPLANAR");
   uint8_t* plane0 = bytesOf(data->plane0);
   if (plane0 == nullptr) return ZELVAN_ERROR_PARAM;
-  // Whatever comes, the record reads as a semi-planar image from here on.
-  if (fromFormat == IMAGE_YUV422_YUYV) data->plane1 = plane0 + Image_getSize(data->width, data->height, toFormat, 2);
   // The whole output size is read: a smaller frame does not hold it.
   if (data->width < self->width || data->height < self->height) return ZELVAN_ERROR_PARAM;
 
@@ -48,9 +46,12 @@ Status zelvan_Tessaline4_convertInput(zelvan_Tessaline4* handle, zelvan_ImageDat
   status |= initScratch(dst, self->width, self->height, toFormat);
   if (status != ZELVAN_OK) return status;
   status = Image_conv_toYuv420Semiplanar(dst, src);
+  if (status != ZELVAN_OK) return status;
   const int32_t held = Image_getSize(self->width, self->height, toFormat, 0);
   if (held > 0) std::memcpy(src->plane0, dst->plane0, static_cast<size_t>(bytes < held ? bytes : held));
-  return status;
+  // The packed record now reads as a semi-planar image; the planes of a planar one serve as they are.
+  if (fromFormat == IMAGE_YUV422_YUYV) data->plane1 = plane0 + Image_getSize(data->width, data->height, toFormat, 2);
+  return ZELVAN_OK;
 }
 
 Status zelvan_Tessaline4_convertOutput(zelvan_Tessaline4* handle, Image* image, int32_t fromFormat, int32_t toFormat) {

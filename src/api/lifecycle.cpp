@@ -1,9 +1,9 @@
 #include <cstring>
 #include <initializer_list>
+#include <limits>
 
 #include "api/tessal4_handle.h"
 #include "base/integer.h"
-#include "image/image_if.h"
 
 namespace {
 
@@ -47,10 +47,13 @@ const char* zelvan_Tessaline4_getVersion(void) {
 }
 
 int32_t zelvan_Tessaline4_getBufferSize(int32_t width, int32_t height, int32_t frameCount, const char* format) {
-  const int64_t engine = Tessal4_getBufferSize(width, height, frameCount, Image_getImageFormat(format), nullptr);
-  const int64_t area = wrapMul(width, height);
+  const int32_t id = Image_getImageFormat(format);
+  const int32_t engine = Tessal4_getBufferSize(width, height, frameCount, id, nullptr);
+  if (engine < 0) return engine;
+  const int64_t area = int64_t{width} * height;
   const int64_t images = area <= kLargeArea ? 2 * area : 3 * area - kLargeArea;
-  return static_cast<int32_t>(images + engine + 4 * int64_t{IF_getImageSize(width, height, format)});
+  const int64_t total = images + engine + 4 * static_cast<int64_t>(imageBytes(id, width, height));
+  return total <= std::numeric_limits<int32_t>::max() ? static_cast<int32_t>(total) : -1;
 }
 
 Status zelvan_Tessaline4_initialize(zelvan_Tessaline4* handle, void* buffer, int32_t bufferSize, int32_t width,

@@ -72,7 +72,8 @@ typedef struct zelvan_ImageDataEx {
 #endif
 
 ZELVAN_TESSALINE4_API const char* zelvan_Tessaline4_getVersion(void);
-/* Bytes of working memory for bursts of this size. */
+/* Bytes of working memory for bursts of this size. 0 or less: too large, the bytes do not fit 31 bits (from about 160
+ * megapixels on, 135 for YUV422_YUYV), or a negative side. */
 ZELVAN_TESSALINE4_API int32_t zelvan_Tessaline4_getBufferSize(int32_t width, int32_t height, int32_t frameCount,
                                                               const char* format);
 ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_initialize(zelvan_Tessaline4* handle, void* buffer, int32_t bufferSize,
@@ -177,7 +178,8 @@ ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setUvNoiseReductionThres(zelvan
 /* start calls this once; a second call would scale the strength tables again. */
 ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setInternalParameter(zelvan_Tessaline4* handle);
 
-/* In-place conversion of a caller's buffer from format 16 or 26 to the working format 27. */
+/* In-place conversion of a caller's buffer from format 16 or 26 to the working format 27. A refused call changes
+ * neither the record nor its pixels. */
 ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_convertInput(zelvan_Tessaline4* handle, zelvan_ImageData* data,
                                                               int32_t fromFormat, int32_t toFormat);
 

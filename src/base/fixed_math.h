@@ -8,7 +8,8 @@
 #include "base/export.h"
 
 extern "C" {
-// Cosine in Q15 of an angle in Q15 radians, from a table of 16-step entries of a 65536-step circle.
+// Cosine in Q15 of an angle in Q15 radians (the circle is 205887), from the nearest entry at or below it of 4096 to the
+// circle.
 int32_t getCOS(int32_t angle) ZVT4_NAME(getCOS);
 // Arc sine in Q15 of v / 1024, v in 0 to 1024; 0 above.
 int32_t getASIN(int32_t v) ZVT4_NAME(getASIN);

@@ -96,6 +96,8 @@ struct Tessal4 {
 
 // Context.
 extern "C" {
+// Arena bytes of a burst, the larger of the peaks of merge and finish; params null: the defaults of the size. Negative
+// for a negative side and where the sum does not fit 31 bits.
 int32_t Tessal4_getBufferSize(int32_t width, int32_t height, int32_t frameCount, int32_t format,
                               const Tessal4Params* params) ZVT4_NAME(Tessal4_getBufferSize);
 Status construct_Tessal4(Tessal4* engine, Env* env) ZVT4_NAME(construct_Tessal4);

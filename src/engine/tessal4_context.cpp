@@ -1,5 +1,6 @@
 #include <cstring>
 #include <initializer_list>
+#include <limits>
 
 #include "base/integer.h"
 #include "engine/tessal4_impl.h"
@@ -9,6 +10,8 @@ namespace {
 
 constexpr double kCropMargin = 8.0;
 constexpr int32_t kArenaSlack = 4194304;
+constexpr int64_t kMostBytes = std::numeric_limits<int32_t>::max();
+constexpr int32_t kTooLarge = -1;
 
 // Calls visit for every Image member but the stored small frames.
 template <typename Visit>
@@ -77,16 +80,20 @@ Status Tessal4Params_setDefault(Tessal4Params* params, int32_t width, int32_t he
 
 int32_t Tessal4_getBufferSize(int32_t width, int32_t height, int32_t frameCount, int32_t format,
                               const Tessal4Params* params) {
+  // The sum is more than twice the area. Up to here no term of it can overflow, those in 32 bits neither.
+  const int64_t area = int64_t{width} * height;
+  if (width < 0 || height < 0 || area > kMostBytes / 2) return kTooLarge;
   Tessal4Params defaults;
   if (params == nullptr) {
     Tessal4Params_setDefault(&defaults, width, height);
     params = &defaults;
   }
-  // In 64 bits throughout; the sum is handed out in 32, as every size of this library is.
-  const int64_t frame = Image_getSize(width, height, format, 0);
-  const int64_t area = int64_t{width} * height;
+  const auto frame = static_cast<int64_t>(imageBytes(format, width, height));
   const bool holdsFrame = params->autoScaling != 0 || params->keepAccumulator == 0;
   const int64_t keep = (holdsFrame ? frame : 0) + kArenaSlack;
+  const int64_t stored = frame >> (2 * params->storeShrinkLevel);
+  if (frameCount > 0 && stored > kMostBytes / frameCount) return kTooLarge;
+  const int64_t frames = frameCount > 0 ? frameCount : 0;
 
   int32_t workWidth = 0;
   int32_t workHeight = 0;
@@ -96,14 +103,19 @@ int32_t Tessal4_getBufferSize(int32_t width, int32_t height, int32_t frameCount,
   workHeight = evenDown(workHeight);
   const int64_t work = int64_t{workWidth} * workHeight;
   const int64_t stretched = int64_t{workHeight} * width;
+  const int64_t merge = 3 * work + frames * stored + (frame >> 2) + work + stretched +
+                        2 * ((area >> (2 * params->trackShrinkLevel)) + stretched) + 2048;
 
+  const int64_t rest = keep + int64_t{width} * 1280 + 2048;
+  const int64_t maps = area + int64_t{width > height ? width : height} * 640;
+  if (maps + rest > kMostBytes) return kTooLarge;
   GuidedFilterParam guided;
   GuidedFilterParam_setDefault(&guided);
-  const int64_t finish = area + int64_t{width > height ? width : height} * 640 +
-                         GuidedFilter_getBufferSize(width, height, format, &guided);
-  const int64_t merge = 3 * work + frameCount * (frame >> (2 * params->storeShrinkLevel)) + (frame >> 2) + work +
-                        stretched + 2 * ((area >> (2 * params->trackShrinkLevel)) + stretched) + 2048;
-  return static_cast<int32_t>((finish > merge ? finish : merge) + keep + int64_t{width} * 1280 + 2048);
+  const int64_t filter = GuidedFilter_getBufferSize(width, height, format, &guided);
+  if (filter < 0) return kTooLarge;
+  const int64_t finish = maps + filter;
+  const int64_t total = (finish > merge ? finish : merge) + rest;
+  return total <= kMostBytes ? static_cast<int32_t>(total) : kTooLarge;
 }
 
 Status construct_Tessal4(Tessal4* engine, Env* env) {

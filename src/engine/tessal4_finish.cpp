@@ -107,6 +107,20 @@ Status moveChroma(Tessal4* engine, Image* output) {
   return forkRows<ChromaRows, chromaCopyRows>(engine->executor, chroma->height, {output, chroma, nullptr, 0, 0});
 }
 
+// The filter takes a source apart from its destination: luma that lies in the output is read from a copy. From here on
+// luma is that of the output.
+Status removeSpikes(Tessal4* engine) {
+  Image* luma = &engine->lumaView;
+  ScopedImage copy(engine->env);
+  const bool bound = luma->plane0 == engine->output->plane0;
+  if (bound) {
+    if (const Status s = Image_copy(&copy, luma); s != ZELVAN_OK) return s;
+  }
+  Tessal4Denoiser_removeSpikePEL(engine->pel, engine->output, bound ? &copy : luma, &engine->uvThresholdMap,
+                                 engine->params.removeSpikeLevel);
+  return Image_initSubImageY(luma, engine->output, 0, 0, engine->width, engine->height);
+}
+
 // Gain of the sharpening by accumulated weight >> shift: low where few frames agreed.
 void fillSharpnessTable(uint8_t* table, const Tessal4* engine, int32_t shift) {
   const double floor = engine->params.sharpnessMapFloor * 128.0;
@@ -223,6 +237,7 @@ Status Tessal4_noiseReduction(Tessal4* engine) {
 
   const int32_t width = engine->width;
   const int32_t height = engine->height;
+  repeatOddChroma(engine->accumulatorPtr);
   ScopedImage merged(env);
   Image_initSubImage(&merged, engine->accumulatorPtr, 0, 0, width, height);
   params.denoiserCentreWeight = clampInt(params.denoiserCentreWeight, 2, 64);
@@ -252,13 +267,12 @@ Status Tessal4_noiseReduction(Tessal4* engine) {
       return s;
     }
     moveChroma(engine, &outputChroma);
+    repeatOddChroma(output);
   }
   releaseTracking(engine);
 
   if (params.removeSpikeLevel != 0) {
-    Tessal4Denoiser_removeSpikePEL(engine->pel, output, &engine->lumaView, &engine->uvThresholdMap,
-                                   params.removeSpikeLevel);
-    if (const Status s = Image_initSubImageY(&engine->lumaView, output, 0, 0, width, height); s != ZELVAN_OK) return s;
+    if (const Status s = removeSpikes(engine); s != ZELVAN_OK) return s;
   }
   if (params.sharpnessLevel != 0) return sharpen(engine);
 
@@ -271,5 +285,7 @@ Status Tessal4_noiseReduction(Tessal4* engine) {
 Status zelvan_Tessaline4Internal_weakUvNr(Tessal4* engine, Image* dst, const Image* src, const Image* map,
                                           const WeakUvNrParams* params) {
   if (engine == nullptr) return ZELVAN_ERROR_PARAM;
-  return weakUvNr(engine->env, engine->pel, dst, src, map, params);
+  const Status status = weakUvNr(engine->env, engine->pel, dst, src, map, params);
+  if (status == ZELVAN_OK && dst->width == src->width && dst->height == src->height) repeatOddChroma(dst);
+  return status;
 }

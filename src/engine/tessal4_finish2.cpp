@@ -50,5 +50,6 @@ Status Tessal4_noiseReduction2(Tessal4* engine, const Tessal4Denoiser2Params* pa
   construct_Tessal4Denoiser2(&engine->denoiser2, engine->env);
   Tessal4Denoiser2_setPel(&engine->denoiser2, engine->executor, engine->pel);
   Tessal4Denoiser2_reduceNoise(&engine->denoiser2, output, engine->accumulatorPtr, &map, params);
+  repeatOddChroma(output);
   return ZELVAN_OK;
 }

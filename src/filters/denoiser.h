@@ -12,15 +12,17 @@
 // denoiseInplace: image is semi-planar 4:2:0. If first is not 0 dark specks are lifted, then the luma passes take the
 // kinds in order, then the chroma passes run with strengths[1] and [2]. In place: a pixel sees what lies left of it and
 // above it filtered. Tiles of a 20 x 20 grid are tasks on the Pel, ordered so that the picture is that of the tasks run
-// one by one, for any number of workers. The grid of a side below 690 begins at 16 to 48, and what lies before that is
-// not filtered. Scratch: the tasks and events of up to 32 passes; where it is refused the tiles run in the caller.
+// one by one, for any number of workers. The grid of a side leaves out a strip at its beginning, which is not filtered:
+//   side    up to 63   64 to 79   80 to 95   96 to 113   114 to 401   402 to 689   690 and more
+//   strip       0         16         32         48           32           16            0
+// Scratch: the tasks and events of up to 32 passes; where it is refused the tiles run in the caller.
 // ZELVAN_ERROR_NOMEM, with nothing done, when the arena has no block for the tasks and events of all passes, 28 bytes a
 // tile: a setting too large for the arena would not end. A failed enqueue ends the run after the tiles already issued.
 //
 // removeSpikePEL: a pixel that stands out of the rings of four at the distances 2 and 3 by more than their own spread
 // is pulled to the mean of its eight neighbours. denoiseYPEL, denoiseUVPEL: one pass from src to dst; the chroma
 // strengths are taken 8 times, guide is the luma, src and dst are semi-planar or "UINT88". These three have a job per
-// row of dst, no scratch, and distinct src and dst.
+// row of dst, no scratch, and a dst that shares no memory with src.
 #ifndef ZVT4_FILTERS_DENOISER_H_
 #define ZVT4_FILTERS_DENOISER_H_
 

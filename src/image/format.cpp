@@ -167,6 +167,15 @@ uint64_t imagePlaneRows(int32_t format, int32_t plane, int32_t height) {
   return unitsOf(height, row.alignY) * p.rows << (row.alignY - p.shiftY);
 }
 
+uint64_t imageBytes(int32_t format, int32_t width, int32_t height) {
+  if (!isImageFormat(format)) return 0;
+  uint64_t bytes = 0;
+  for (int32_t p = 0; p < 3; ++p) {
+    bytes += imagePlaneRowBytes(format, p, width) * imagePlaneRows(format, p, height);
+  }
+  return bytes;
+}
+
 int32_t Image_getImageFormat(const char* name) {
   if (name == nullptr) return IMAGE_NONE;
   for (int32_t i = 0; i < IMAGE_FORMAT_COUNT; ++i) {
@@ -195,8 +204,8 @@ int32_t Image_getSize(int32_t width, int32_t height, int32_t format, int32_t kin
     const uint64_t rows = what == kRowBytes ? 1 : imagePlaneRows(format, plane, height);
     return rowBytes * rows;
   };
-  uint64_t size = measure(kKinds[kind].plane, kKinds[kind].measure);
-  if (kind == 0) size += measure(1, kBytes) + measure(2, kBytes);
+  const uint64_t size =
+      kind == 0 ? imageBytes(format, width, height) : measure(kKinds[kind].plane, kKinds[kind].measure);
   return static_cast<int32_t>(static_cast<uint32_t>(size));
 }
 

@@ -119,6 +119,8 @@ int32_t imagePlaneCount(int32_t format);
 // A size thus rounds up to the alignment of the format: 4:2:0 images have an even number of luma columns and rows.
 uint64_t imagePlaneRowBytes(int32_t format, int32_t plane, int32_t width);
 uint64_t imagePlaneRows(int32_t format, int32_t plane, int32_t height);
+// Bytes of all planes, for non-negative sides whose product fits 32 bits; 0 for an unknown format.
+uint64_t imageBytes(int32_t format, int32_t width, int32_t height);
 
 extern "C" {
 // The id of a name, by exact comparison; 0 for a null or unknown one.

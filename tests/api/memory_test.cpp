@@ -1,4 +1,6 @@
 // Memory: the stated buffer is enough, and a refusing arena ends a burst cleanly.
+#include <limits>
+
 #include "api/tessal4_handle.h"
 #include "instance.h"
 
@@ -49,6 +51,39 @@ TEST(Memory, BufferSizeFollowsTheStatedSum) {
     const int32_t engine = Tessal4_getBufferSize(w, h, 4, IMAGE_YVU420_SEMIPLANAR, nullptr);
     EXPECT_EQ(zelvan_Tessaline4_getBufferSize(w, h, 4, kVu) - engine - frames,
               h == 3876 ? 3 * w * h - 15872256 : 2 * w * h);
+  }
+}
+
+// A sum is never below its parts: it is negative where it does not fit 31 bits, and for negative sides.
+TEST(Memory, BufferSizeIsNeverAWrappedSum) {
+  for (const char* format : {kVu, kPlanar, "YUV422_YUYV", "LAB"}) {
+    int64_t most = 0;
+    bool fits = true;
+    for (int64_t side = 64; side < 70000; side += 32) {
+      const auto length = static_cast<int32_t>(side);
+      const int32_t bytes = zelvan_Tessaline4_getBufferSize(length, length, 10, format);
+      const int32_t engine = Tessal4_getBufferSize(length, length, 10, Image_getImageFormat(format), nullptr);
+      ASSERT_TRUE(engine < 0 || engine > side * side) << format << ' ' << side;
+      ASSERT_TRUE(bytes < 0 || (fits && engine > 0 && bytes > engine + 7 * side * side)) << format << ' ' << side;
+      fits = bytes > 0;
+      if (fits) most = side * side;
+    }
+    EXPECT_FALSE(fits);
+    if (format == kVu) {
+      EXPECT_NEAR(static_cast<double>(most), 160e6, 3e6);
+    }
+  }
+  constexpr int32_t kLeast = std::numeric_limits<int32_t>::min(), kMost = std::numeric_limits<int32_t>::max();
+  for (int32_t width : {kLeast, -46341, -640, -1, 0, 1, 640, 46341, 65536, kMost}) {
+    for (int32_t height : {kLeast, -46341, -480, -1, 0, 1, 480, 46341, 65536, kMost}) {
+      for (int32_t frames : {kLeast, -1, 0, 10, kMost}) {
+        const int32_t bytes = zelvan_Tessaline4_getBufferSize(width, height, frames, kVu);
+        const int64_t area = int64_t{width} * height;
+        const bool none = width < 0 || height < 0 || area > 200000000;
+        const bool fits = !none && area < 64000000 && std::max(width, height) < 100000 && frames <= 10;
+        EXPECT_TRUE(none ? bytes < 0 : bytes > 0 || !fits) << width << 'x' << height << ' ' << frames;
+      }
+    }
   }
 }
 

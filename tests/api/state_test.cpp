@@ -145,6 +145,58 @@ TEST(State, BadArgumentsChangeNothing) {
   EXPECT_EQ(count, kFrames);
 }
 
+// A plane that is not there is a bad argument with and without a curve, at sizes of every way to shrink.
+TEST(State, NullPlanesAreRefused) {
+  for (const char* format : {kVu, kUv, "YUV420_PLANAR", "YUV422_YUYV"}) {
+    const bool packed = std::string(format) == "YUV422_YUYV";
+    for (const auto& [width, height] : {std::pair(640, 480), {1280, 960}, {641, 481}, {2560, 1920}}) {
+      if (width > 2000 && format != kVu) continue;
+      for (int32_t gain : {100, 150}) {
+        SCOPED_TRACE(testing::Message() << format << ' ' << width << 'x' << height << ", gain " << gain);
+        Instance instance(width, height, 3, format);
+        zelvan_Tessaline4* handle = instance.handle();
+        Frame output = makeFrame(format, width, height), frame = makeFrame(format, width, height);
+        EXPECT_EQ(zelvan_Tessaline4_setImageFormat(handle, format), kOk);
+        EXPECT_EQ(zelvan_Tessaline4_setGain(handle, gain), kOk);
+        EXPECT_EQ(zelvan_Tessaline4_start(handle, &output.data, 3), kOk);
+        zelvan_ImageData data = {width, height, nullptr, frame.data.plane1, frame.data.plane2};
+        EXPECT_EQ(zelvan_Tessaline4_addImage(handle, &data), kParam);
+        data = {width, height, frame.data.plane0, nullptr, nullptr};
+        EXPECT_EQ(zelvan_Tessaline4_addImage(handle, &data), packed ? kOk : kParam);
+        zelvan_ImageDataEx ex = {width, height, frame.data.plane0, nullptr, nullptr, width + 1, width + 1, 0};
+        EXPECT_EQ(zelvan_Tessaline4_addImageEx(handle, &ex), kParam);
+        if (width > 1000) continue;
+        EXPECT_NE(zelvan_Tessaline4_getResult(handle), kOk) << "the third frame is missing";
+      }
+    }
+  }
+  Instance instance(640, 480, 1);
+  ASSERT_EQ(zelvan_Tessaline4_setImageFormat(instance.handle(), "YUV422_YUYV"), kOk);
+  zelvan_ImageData none = {640, 480, nullptr, nullptr, nullptr};
+  EXPECT_EQ(zelvan_Tessaline4_start(instance.handle(), &none, 1), kParam);
+  EXPECT_EQ(none.plane1, nullptr);
+  EXPECT_EQ(zelvan_Tessaline4_reset(instance.handle()), kOk) << "a failed start has opened the burst";
+}
+
+// The record of a frame that cannot be converted stays as the caller wrote it, stray second plane and all.
+TEST(State, RefusedConversionChangesNothing) {
+  constexpr char kPacked[] = "YUV422_YUYV";
+  Instance instance(640, 480, 2, kPacked);
+  zelvan_Tessaline4* handle = instance.handle();
+  ASSERT_EQ(zelvan_Tessaline4_setImageFormat(handle, kPacked), kOk);
+  ASSERT_EQ(zelvan_Tessaline4_setGain(handle, 150), kOk);
+  Frame output = makeFrame(kPacked, 640, 480), frame = makeBurst(kPacked, 638, 480, 1)[0];
+  frame.data.plane0 = frame.bytes.data();
+  const std::vector<uint8_t> bytes = frame.bytes;
+  frame.data.plane1 = reinterpret_cast<void*>(1);
+  const auto unchanged = [&] { return frame.data.plane1 == reinterpret_cast<void*>(1) && frame.bytes == bytes; };
+  ASSERT_EQ(zelvan_Tessaline4_start(handle, &output.data, 2), kOk);
+  EXPECT_EQ(zelvan_Tessaline4_convertInput(handle, &frame.data, 16, 27), kParam);
+  EXPECT_TRUE(unchanged());
+  EXPECT_EQ(zelvan_Tessaline4_addImage(handle, &frame.data), kOk) << "what was not converted shows in the picture";
+  EXPECT_EQ(frame.data.plane1, reinterpret_cast<void*>(1));
+}
+
 TEST(State, VersionIsTheOneStated) {
   EXPECT_STREQ(zelvan_Tessaline4_getVersion(), "Zelvan Tessaline Ver.4.3.0 2018/11/06 RIMO");
 }

@@ -3,6 +3,7 @@
 #include "engine/engine_rig.h"
 #include "support/test_executor.h"
 #include "support/test_image.h"
+#include "support/test_pel.h"
 
 namespace test {
 namespace {
@@ -140,6 +141,59 @@ TEST(Tessal4Finish, StagesOpenByTheirSettings) {
     EXPECT_EQ(engine->params.denoiserCentreWeight, 64);
     for (const Image& shrunk : engine->shrunk) EXPECT_EQ(shrunk.plane0, nullptr);
     EXPECT_EQ(engine->warped.plane0, nullptr);
+  }
+}
+
+// Spikes are judged by the picture as it was, also where the output holds it, and for any workers.
+TEST(Tessal4Finish, SpikesAreReadBeforeTheyAreRemoved) {
+  TestPel pel(3);
+  std::vector<uint8_t> results[2][2];
+  for (const int32_t bound : {0, 1}) {
+    for (const int32_t pooled : {0, 1}) {
+      Tessal4Params params = defaultParams(kWidth, kHeight);
+      params.autoScaling = params.bindOutput = bound;
+      params.removeSpikeLevel = 255;
+      params.sharpnessLevel = 0;
+      EngineRig engine(kWidth, kHeight, 1, params, nullptr, pooled != 0 ? pel.get() : nullptr);
+      std::mt19937 random(3);
+      for (uint8_t& b : engine.bytes(0)) b = static_cast<uint8_t>(random() >> 8);
+      const int32_t thresholds[] = {0, 255};
+      Tessal4_setUvnrThresholdValues(engine.get(), thresholds, 1);
+      engine.setImages(1);
+      engine.merge(1);
+      const std::vector<uint8_t> merged = picture(engine.frames[0]);
+      ASSERT_EQ(Tessal4_noiseReduction(engine.get()), ZELVAN_OK);
+      results[bound][pooled] = picture(engine.output);
+      EXPECT_FALSE(results[bound][pooled] == merged);
+    }
+  }
+  EXPECT_TRUE(results[0][1] == results[0][0]);
+  EXPECT_TRUE(results[1][0] == results[0][0]);
+  EXPECT_TRUE(results[1][1] == results[0][0]);
+}
+
+// The chroma planes of an odd size end in the repeated last pair and row, whatever the output held, on either road.
+TEST(Tessal4Finish, OddChromaIsWhole) {
+  for (const auto& [width, height] : {std::pair(161, 121), {161, 120}, {160, 121}}) {
+    for (const bool second : {false, true}) {
+      for (const uint8_t fill : {0, 255}) {
+        EngineRig engine(width, height, 1, defaultParams(width, height));
+        engine.paint(0, 0, 0);
+        std::fill(engine.outputBytes().begin(), engine.outputBytes().end(), fill);
+        engine.setImages(1);
+        engine.merge(1);
+        ASSERT_EQ(second ? Tessal4_noiseReduction2(engine.get(), nullptr) : Tessal4_noiseReduction(engine.get()),
+                  ZELVAN_OK);
+        const int32_t pairs = width / 2, rows = height / 2;
+        for (int32_t y = 0; y < (height + 1) / 2; ++y) {
+          for (int32_t x = 0; x < (width + 1) / 2; ++x) {
+            const uint8_t* source = imageChromaRow(&engine.output, std::min(y, rows - 1)) + 2 * std::min(x, pairs - 1);
+            ASSERT_EQ(std::memcmp(imageChromaRow(&engine.output, y) + 2 * x, source, 2), 0) << x << ", " << y;
+            ASSERT_NE(source[0], fill);
+          }
+        }
+      }
+    }
   }
 }
 
