@@ -35,6 +35,7 @@ void startPools(Tessal4Handle* self) {
 }
 
 Status initEngine(Tessal4Handle* self) {
+  if (self->fineMode != 0) return startFine(self);
   Status status = Tessal4_init(&self->engine, self->width, self->height, self->frameCount, &self->params);
   status |= Tessal4_clean(&self->engine);
   status |= Tessal4_setOutput(&self->engine, &self->output);
@@ -78,7 +79,8 @@ Status addImage(zelvan_Tessaline4* handle, Data* frame, Status (*initFrame)(zelv
     // gain, gamma and gammaOffset stand side by side in the parameters.
     const double curve[3] = {self->params.gain, self->params.gamma, self->params.gammaOffset};
     if (curve[0] > 0.0) Tessal4ImageFunc_gamma(self->engine.executor, image, image, curve);
-    status |= Tessal4_setImage(&self->engine, image, slot);
+    status |=
+        self->fineMode != 0 ? fine::addFrame(&self->fine, *image, slot) : Tessal4_setImage(&self->engine, image, slot);
   }
   ++self->addedCount;
   self->stateFlags |= TESSAL4_FILLED;
@@ -87,6 +89,7 @@ Status addImage(zelvan_Tessaline4* handle, Data* frame, Status (*initFrame)(zelv
 
 // Ranks, solves and merges; later steps run even if an earlier one failed.
 Status mergeBurst(Tessal4Handle* self) {
+  if (self->fineMode != 0) return mergeFine(self);
   int32_t order[kTessal4Frames];
   int32_t scores[kTessal4Frames] = {};
   for (int32_t i = 0; i < kTessal4Frames; ++i) order[i] = i;
@@ -101,6 +104,10 @@ Status mergeBurst(Tessal4Handle* self) {
 // Makes a packed buffer read as a semi-planar image: its chroma lies behind its luma.
 void derivePlane1(const Tessal4Handle* self, zelvan_ImageData* data) {
   data->plane1 = static_cast<uint8_t*>(data->plane0) + Image_getSize(data->width, data->height, self->imageFormat, 2);
+}
+
+Status enhanceBurst(Tessal4Handle* self) {
+  return self->fineMode != 0 ? enhanceFine(self) : Tessal4_noiseReduction(&self->engine);
 }
 
 bool isWrapped(const Tessal4Handle* self) {
@@ -148,8 +155,8 @@ Status zelvan_Tessaline4_getResult(zelvan_Tessaline4* handle) {
   if (const Status s = flagsStatus(handle, TESSAL4_FILLED | TESSAL4_DONE, TESSAL4_FILLED); s != ZELVAN_OK) return s;
   Tessal4Handle* self = handle->pointer;
   Status status = mergeBurst(self);
-  status |= Tessal4_noiseReduction(&self->engine);
-  if (self->weakUvNrParams.enable != 0) {
+  status |= enhanceBurst(self);
+  if (self->weakUvNrParams.enable != 0 && self->fineMode == 0) {
     for (int32_t i = 0; i < self->weakUvNrTimes; ++i) {
       if (const Status s = zelvan_Tessaline4Internal_weakUvNr(&self->engine, &self->output, &self->output, nullptr,
                                                               &self->weakUvNrParams);
@@ -177,7 +184,7 @@ Status zelvan_Tessaline4_enhance(zelvan_Tessaline4* handle) {
   if (handle == nullptr || handle->pointer == nullptr) return ZELVAN_ERROR_PARAM;
   constexpr uint32_t kMerged = TESSAL4_FILLED | TESSAL4_DONE;
   if (const Status s = flagsStatus(handle, kMerged, kMerged); s != ZELVAN_OK) return s;
-  return Tessal4_noiseReduction(&handle->pointer->engine);
+  return enhanceBurst(handle->pointer);
 }
 
 Status zelvan_Tessaline4_reset(zelvan_Tessaline4* handle) {
@@ -193,6 +200,7 @@ Status zelvan_Tessaline4_reset(zelvan_Tessaline4* handle) {
   std::memcpy(tables[1], engine->uvThresholdTable, sizeof(tables[1]));
   const float epsilonScale = engine->epsilonScale;
   self->addedCount = 0;
+  fine::release(&self->fine);
   Status status = destruct_Tessal4(engine);
   status |= construct_Tessal4(engine, &self->env);
   std::memcpy(engine->epsilonTable, tables[0], sizeof(tables[0]));

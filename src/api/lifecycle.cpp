@@ -80,6 +80,7 @@ Status zelvan_Tessaline4_initialize(zelvan_Tessaline4* handle, void* buffer, int
   self->executor.processorMask = 0;
   self->executor.pin = 0;
   status |= construct_Pel(&self->pel, env);
+  fine::construct(&self->fine, env);
   handle->pointer = self;
   self->stateFlags = TESSAL4_EXISTS;
   return status;
@@ -89,6 +90,7 @@ Status zelvan_Tessaline4_finalize(zelvan_Tessaline4* handle) {
   if (handle == nullptr || handle->pointer == nullptr) return ZELVAN_ERROR_PARAM;
   Tessal4Handle* self = handle->pointer;
   if ((self->stateFlags & TESSAL4_EXISTS) == 0) return ZELVAN_ERROR_STATE;
+  fine::release(&self->fine);
   destruct_Tessal4(&self->engine);
   destruct_Pel(&self->pel);
   destruct_ParallelExecutor(&self->executor);

@@ -191,10 +191,19 @@ Status zelvan_Tessaline4_getContrast(zelvan_Tessaline4* handle, int32_t* value) 
 }
 
 Status zelvan_Tessaline4_setSharpnessEnhanceLevel(zelvan_Tessaline4* handle, int32_t level) {
-  return setInt(handle, &Tessal4Handle::sharpnessLevel, level, 10000);
+  const Status status = setInt(handle, &Tessal4Handle::sharpnessLevel, level, 10000);
+  if (status == ZELVAN_OK) handle->pointer->sharpnessGiven = 1;
+  return status;
 }
 Status zelvan_Tessaline4_getSharpnessEnhanceLevel(zelvan_Tessaline4* handle, int32_t* level) {
   return getField(handle, &Tessal4Handle::sharpnessLevel, level);
+}
+
+Status zelvan_Tessaline4_setFineMode(zelvan_Tessaline4* handle, int32_t mode) {
+  return setInt(handle, &Tessal4Handle::fineMode, mode, 1);
+}
+Status zelvan_Tessaline4_getFineMode(zelvan_Tessaline4* handle, int32_t* mode) {
+  return getField(handle, &Tessal4Handle::fineMode, mode);
 }
 
 Status zelvan_Tessaline4_setObjBlurCorrectionLevel_internal(zelvan_Tessaline4* handle, double value) {

@@ -4,6 +4,7 @@
 
 #include "api/zelvan_tessaline4.h"
 #include "engine/tessal4.h"
+#include "fine/burst.h"
 
 inline constexpr int32_t kMaxFrames = 10;
 inline constexpr int32_t kStrengthAnchors = 33;
@@ -61,7 +62,15 @@ struct Tessal4Handle {
   int32_t weakUvNrTimes;
   int32_t order[kMaxFrames];   // frame ids as the merge went through them
   int32_t scores[kMaxFrames];  // of order[0], order[1] and so on
+  int32_t fineMode;
+  int32_t sharpnessGiven;  // nonzero once a caller has set sharpnessLevel
+  fine::Burst fine;
 };
+
+// The fine road in place of the engine's (api/fine_mode.cpp); what it finds out is told in the engine's record.
+Status startFine(Tessal4Handle* self);
+Status mergeFine(Tessal4Handle* self);
+Status enhanceFine(Tessal4Handle* self);
 
 // The result goes back into a wrapped format: image is the library's own output record.
 extern "C" __attribute__((visibility("default"))) Status zelvan_Tessaline4_convertOutput(zelvan_Tessaline4* handle,

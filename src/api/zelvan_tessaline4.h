@@ -139,6 +139,34 @@ ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getContrast(zelvan_Tessaline4* 
 ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setSharpnessEnhanceLevel(zelvan_Tessaline4* handle, int32_t level);
 ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getSharpnessEnhanceLevel(zelvan_Tessaline4* handle, int32_t* level);
 
+/* 1: the fine mode, which aligns below the pixel, merges in one pass and chooses its noise reduction by the measured
+ * noise; 0, the default: the exact road. */
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setFineMode(zelvan_Tessaline4* handle, int32_t mode);
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getFineMode(zelvan_Tessaline4* handle, int32_t* mode);
+
+/* What the fine mode found out about a burst and a frame. Open once the merge has run.
+ * ZELVAN_TESSALINE4_ERROR_STATE: before, or without the fine mode. */
+typedef struct zelvan_FineInfo {
+  double noise[3];       /* typical standard deviation of a single frame: luma, first and second chroma byte */
+  double lumaStrength;   /* chosen threshold of luma denoising, by the standard deviation of the noise that is left */
+  double chromaStrength; /* likewise */
+  int32_t mapWidth;      /* of the maps of zelvan_Tessaline4_getFineMap */
+  int32_t mapHeight;
+} zelvan_FineInfo;
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getFineInfo(zelvan_Tessaline4* handle, zelvan_FineInfo* info);
+
+typedef struct zelvan_FineFrameInfo {
+  double residual;    /* share of the base's structure that the frame did not show when laid over it, 0 to 1 */
+  double cornerSigma; /* standard deviation of the motion at the worst corner, in pixels */
+  double share;       /* of the picture that was used of the frame, 0 to 1 */
+} zelvan_FineFrameInfo;
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getFineFrameInfo(zelvan_Tessaline4* handle, int32_t index,
+                                                                  zelvan_FineFrameInfo* info);
+
+/* mapWidth x mapHeight bytes, row after row. index of a frame: its weight, 255 = whole; index -1: how many frames each
+ * place got, in 1/16. */
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getFineMap(zelvan_Tessaline4* handle, int32_t index, uint8_t* map);
+
 /* The raw values behind the levels. */
 ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setObjBlurCorrectionLevel_internal(zelvan_Tessaline4* handle,
                                                                                     double value);

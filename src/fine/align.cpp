@@ -208,7 +208,9 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
       fit(&c.motion, matches, base, k, 2.0, &quality);
       c.score = quality.inliers * (1.0 - unexplainedShare(base, frame, k, levelMotion(c.motion, k)));
     }
-    std::stable_sort(tried, tried + left, [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
+    for (int32_t i = 1; i < left; ++i) {  // insertion keeps the order of equals, and takes no memory
+      for (int32_t j = i; j > 0 && tried[j].score > tried[j - 1].score; --j) std::swap(tried[j], tried[j - 1]);
+    }
   }
   if (left < 1 || !(tried[0].score > 0.0)) {
     out->verdict = FEW_BLOCKS;

@@ -5,6 +5,8 @@
 #include "base/integer.h"
 #include "base/raw_double.h"
 #include "base/scoped.h"
+#include "filters/denoiser.h"
+#include "filters/sharpen.h"
 #include "fine/sharpness.h"
 #include "parallel/pel_kernel.h"
 
@@ -14,6 +16,7 @@ namespace {
 constexpr double kBlurRatio = 0.35;   // of the base's energy
 constexpr float kLeastShare = 0.08f;  // a frame that adds less is refused
 constexpr int32_t kNoisePairs = 3;
+constexpr uint8_t kSpikeMap = 8;
 
 struct AlignJob {
   Burst* burst;
@@ -52,7 +55,7 @@ Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
   Mvec8Real_setIdentity(&own->motion);
   AlignJob job = {burst, &base, matches.data(), baseId, false};
   static constexpr PelKernel kKernel = pelIndexed<AlignJob, alignOne>();
-  const Status status = Pel_execute(burst->pel, &kKernel, &job, burst->added);
+  const Status status = executeToEnd(burst->pel, &kKernel, &job, burst->added);
   *accepted = 0;
   // A frame that failed is tried again from where its neighbours in time lie.
   for (int32_t i = 0; i < burst->added; ++i) {
@@ -78,10 +81,14 @@ Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
 
 // Sharpest first, the earlier one on a tie.
 void rank(Burst* burst) {
-  for (int32_t i = 0; i < burst->added; ++i) burst->order[i] = i;
-  if (burst->settings.sorting == 0) return;
-  std::stable_sort(burst->order, burst->order + burst->added,
-                   [burst](int32_t a, int32_t b) { return burst->frames[a].score > burst->frames[b].score; });
+  for (int32_t i = 0; i < burst->added; ++i) {
+    int32_t at = i;
+    if (burst->settings.sorting != 0) {
+      while (at > 0 && burst->frames[burst->order[at - 1]].score < burst->frames[i].score) --at;
+    }
+    std::copy_backward(burst->order + at, burst->order + i, burst->order + i + 1);
+    burst->order[at] = i;
+  }
 }
 
 Status chooseBase(Burst* burst) {
@@ -108,23 +115,83 @@ Status chooseBase(Burst* burst) {
   return ZELVAN_OK;
 }
 
+// The part of the base that all merged frames show, as a scaled copy of the whole: its inscribed rectangle of the
+// frame's shape, about its middle.
+void chooseCrop(Burst* burst) {
+  const double w = burst->width;
+  const double h = burst->height;
+  double left = 0.0, top = 0.0, right = w, bottom = h;
+  for (int32_t k = 1; k < burst->added; ++k) {
+    const FrameRecord& frame = burst->frames[burst->order[k]];
+    if (frame.status != MERGED) continue;
+    Mvec8Real inverse;
+    Mvec8Real_inv(&inverse, &frame.alignment.motion);
+    double x[4], y[4];
+    for (int32_t i = 0; i < 4; ++i) Mvec8Real_trans2DReal(&inverse, &x[i], &y[i], i % 2 * w, i / 2 * h);
+    left = std::max(left, std::max(x[0], x[2]));
+    right = std::min(right, std::min(x[1], x[3]));
+    top = std::max(top, std::max(y[0], y[1]));
+    bottom = std::min(bottom, std::min(y[2], y[3]));
+  }
+  const double r = std::min((right - left) / w, (bottom - top) / h);
+  if (!(r > 0.1 && r < 1.0)) return;
+  burst->cropped = 1;
+  burst->crop = {{r, 0, 0.5 * (left + right - r * w), 0, r, 0.5 * (top + bottom - r * h), 0, 0, 1}, {}};
+}
+
+// The base on the result's grid at the level of the maps.
+Status makeMapBase(Burst* burst) {
+  const FrameRecord& base = burst->frames[burst->order[0]];
+  const Image& luma = base.pyramid.level[kMapLevel];
+  const Image& colour = base.pyramid.colour;
+  if (burst->cropped == 0) {
+    const Status status = Image_initSubImage(&burst->mapLuma, &luma, 0, 0, luma.width, luma.height);
+    return status != ZELVAN_OK ? status
+                               : Image_initSubImage(&burst->mapColour, &colour, 0, 0, colour.width, colour.height);
+  }
+  Status status = Image_init(&burst->mapLuma, luma.width, luma.height, nullptr, IMAGE_UINT8);
+  if (status == ZELVAN_OK) status = Image_init(&burst->mapColour, colour.width, colour.height, nullptr, IMAGE_UINT88);
+  if (status != ZELVAN_OK) return status;
+  const size_t count = static_cast<size_t>(meshNodes(luma.width)) * static_cast<size_t>(meshNodes(luma.height));
+  const ScopedBlock<MeshNode> nodes(burst->env, count);
+  const ScopedBlock<int16_t> row(burst->env, 2 * static_cast<size_t>(luma.width) + 2 * kSampleSlack);
+  if (!nodes || !row) return ZELVAN_ERROR_NOMEM;
+  Mesh mesh = {0, 0, nodes.data()};
+  fillMesh(&mesh, burst->crop, nullptr, kMapLevel, luma.width, luma.height);
+  for (int32_t y = 0; y < luma.height; ++y) {
+    for (const auto& [from, to] : {std::pair{&luma, &burst->mapLuma}, std::pair{&colour, &burst->mapColour}}) {
+      sampleRow(row.data(), *samplersBest(), true, *from, mesh, y, luma.width);
+      const int32_t bytes = from == &luma ? luma.width : 2 * luma.width;
+      for (int32_t x = 0; x < bytes; ++x) {
+        imageRow(to, y)[x] = clampByte((row[static_cast<size_t>(x)] + 8192 + 32) >> 6);
+      }
+    }
+  }
+  return ZELVAN_OK;
+}
+
 struct WeightJob {
   Burst* burst;
+  Status status[kMostFrames];
 };
 
-Status weighOne(WeightJob* job, int32_t k, const PelContext*) {
-  Burst* b = job->burst;
+Status weighFrame(Burst* b, int32_t k) {
   FrameRecord& frame = b->frames[b->order[k]];
   if (k == 0 || frame.status != MERGED) return ZELVAN_OK;
-  const FrameRecord& base = b->frames[b->order[0]];
-  const Image& map = base.pyramid.level[kMapLevel];
+  const Image& map = b->mapLuma;
   const ScopedBlock<MeshNode> nodes(
       b->env, static_cast<size_t>(meshNodes(map.width)) * static_cast<size_t>(meshNodes(map.height)));
   if (!nodes) return ZELVAN_ERROR_NOMEM;
   Mesh mesh = {0, 0, nodes.data()};
-  fillMesh(&mesh, frame.alignment.motion, nullptr, kMapLevel, map.width, map.height);
-  const WeightInput input = {&base.pyramid, &frame.pyramid, &mesh, &b->noise, samplersBest(), b->settings.strictness};
+  fillMesh(&mesh, resultMotion(*b, b->order[k]), nullptr, kMapLevel, map.width, map.height);
+  const WeightInput input = {&b->mapLuma, &b->mapColour,  &frame.pyramid,        &mesh,
+                             &b->noise,   samplersBest(), b->settings.strictness};
   return makeWeights(&frame.weights, &frame.drift, &frame.share, b->env, input);
+}
+
+Status weighOne(WeightJob* job, int32_t k, const PelContext*) {
+  job->status[k] = weighFrame(job->burst, k);
+  return job->status[k];
 }
 
 Status measureNoise(Burst* burst) {
@@ -199,6 +266,135 @@ void fillTable(ShrinkTable* table, double strength, double sharpen, double baseS
   }
 }
 
+// What becomes of each frame, before its pixels are compared.
+void judgeFrames(Burst* burst) {
+  const FrameRecord& base = burst->frames[burst->order[0]];
+  for (int32_t k = 0; k < burst->added; ++k) {
+    FrameRecord& frame = burst->frames[burst->order[k]];
+    frame.status = MERGED;
+    frame.drift = {};
+    if (k == 0) {
+      frame.share = 1.0f;
+      continue;
+    }
+    if (k >= burst->settings.mergeCount) {
+      frame.status = NOT_USED;
+    } else if (burst->settings.sorting != 0 && frame.score < kBlurRatio * base.score) {
+      frame.status = BLURRED;
+    } else if (frame.alignment.verdict != ALIGNED) {
+      frame.status = BAD_MOTION;
+    }
+    if (frame.alignment.verdict != ALIGNED) Mvec8Real_setIdentity(&frame.alignment.motion);
+  }
+}
+
+// Weights of all frames, then their shares.
+Status shareOut(Burst* burst) {
+  const Image& map = burst->mapLuma;
+  Status status = Image_init(&burst->left, map.width, map.height, nullptr, IMAGE_UINT8);
+  for (int32_t k = 1; k < burst->added && status == ZELVAN_OK; ++k) {
+    FrameRecord& frame = burst->frames[burst->order[k]];
+    if (frame.status != MERGED) continue;
+    status = Image_init(&frame.weights, map.width, map.height, nullptr, IMAGE_UINT8);
+    if (status == ZELVAN_OK) status = Image_init(&frame.shares, map.width, map.height, nullptr, IMAGE_UINT16);
+  }
+  if (status != ZELVAN_OK) return status;
+  WeightJob job = {burst, {}};
+  static constexpr PelKernel kKernel = pelIndexed<WeightJob, weighOne>();
+  status = executeToEnd(burst->pel, &kKernel, &job, burst->added);
+  for (const Status s : job.status) status |= s;
+  if (status != ZELVAN_OK) return status;
+
+  Image* shares[kMostFrames];
+  const Image* weights[kMostFrames];
+  int32_t strengths[kMostFrames];
+  int32_t count = 0;
+  for (int32_t k = 1; k < burst->added; ++k) {
+    FrameRecord& frame = burst->frames[burst->order[k]];
+    if (frame.status == MERGED && frame.share < kLeastShare) frame.status = GHOST;
+    if (frame.status != MERGED) continue;
+    shares[count] = &frame.shares;
+    weights[count] = &frame.weights;
+    strengths[count] = 256;
+    ++count;
+  }
+  burst->merged = count + 1;
+  normaliseShares(shares, &burst->left, weights, strengths, count);
+  return ZELVAN_OK;
+}
+
+void fillFusion(Fusion* fusion, const Burst& burst) {
+  *fusion = {};
+  fusion->env = burst.env;
+  fusion->pel = burst.pel;
+  fusion->samplers = samplersBest();
+  fusion->dct = dctRowsBest();
+  fusion->cubic = true;
+  fusion->baseMoves = burst.cropped != 0;
+  fusion->mapLuma = &burst.mapLuma;
+  fusion->left = &burst.left;
+  fusion->saturation = burst.settings.saturation;
+  for (int32_t k = 0; k < burst.added; ++k) {
+    const FrameRecord& frame = burst.frames[burst.order[k]];
+    if (frame.status != MERGED) continue;
+    FusionFrame& f = fusion->frames[fusion->count++];
+    construct_Image(&f.luma, burst.env);
+    construct_Image(&f.pairs, burst.env);
+    Image_initSubImageY(&f.luma, &frame.image, 0, 0, burst.width, burst.height);
+    Image_initSubImageUV(&f.pairs, &frame.image, 0, 0, burst.width, burst.height);
+    f.mesh = frame.mesh;
+    f.shares = k == 0 ? nullptr : &frame.shares;
+    f.drift = frame.drift;
+  }
+  const double strengths[3] = {burst.settings.lumaStrength, burst.settings.chromaStrength,
+                               burst.settings.chromaStrength};
+  for (int32_t c = 0; c < 3; ++c) {
+    FusionShrink& shrink = fusion->shrink[c];
+    const double area = c == 0 ? 16.0 : 4.0;
+    double full = 0.0, map = 0.0;
+    for (int32_t v = 0; v < 256; ++v) {
+      const double variance = burst.noise.full[c].at(v);
+      shrink.byLuma[v] = static_cast<uint16_t>(clampInt(truncToInt32(128.0 * root(variance)), 0, 65535));
+      full += variance;
+      map += burst.noise.map[c].at(v) - 1.0 / 12;
+    }
+    const double colour = full > 0.0 ? std::max(1.0, area * map / full) : 1.0;
+    const double sharpen = c == 0 ? burst.settings.sharpen : 0.0;
+    shrink.on = strengths[c] > 0.0 || (sharpen > 0.0 && fusion->count > 1);
+    fillTable(&shrink.table, strengths[c], sharpen, 1.0 / fusion->count, fusion->count, colour);
+  }
+}
+
+// Specks and the adaptive sharpening, on the luma of the result, where a caller asks for them.
+Status finishAsAsked(const Burst& burst, ParallelExecutor* executor, Image* output) {
+  const Settings& settings = burst.settings;
+  if (settings.spikeLevel <= 0 && settings.sharpnessLevel <= 0) return ZELVAN_OK;
+  ScopedImage luma(burst.env), copy(burst.env);
+  Status status = Image_initSubImageY(&luma, output, 0, 0, output->width, output->height);
+  if (status == ZELVAN_OK) status = Image_init(&copy, output->width, output->height, nullptr, IMAGE_UINT8);
+  if (status == ZELVAN_OK && settings.spikeLevel > 0) {
+    // Everywhere as strong as where all frames agree.
+    ScopedImage map(burst.env);
+    status = Image_init(&map, output->width, output->height, nullptr, IMAGE_UINT8);
+    if (status == ZELVAN_OK) {
+      for (int32_t y = 0; y < map.height; ++y) std::fill_n(imageRow(&map, y), map.width, kSpikeMap);
+      status = Image_copy(&copy, &luma);
+    }
+    if (status == ZELVAN_OK) {
+      status = Tessal4Denoiser_removeSpikePEL(burst.pel, &luma, &copy, &map, settings.spikeLevel);
+    }
+  }
+  if (status == ZELVAN_OK && settings.sharpnessLevel > 0) {
+    status = Image_copy(&copy, &luma);
+    if (status == ZELVAN_OK) {
+      status = Tessal4ImageFunc_adaSharp5x5_uint8(executor, burst.env, &luma, &copy, settings.sharpnessSigmas[1],
+                                                  settings.sharpnessSigmas[0], settings.sharpnessLevel,
+                                                  settings.sharpnessCoring);
+    }
+  }
+  return status;
+}
+
 }  // namespace
 
 void construct(Burst* burst, Env* env) {
@@ -210,7 +406,8 @@ void construct(Burst* burst, Env* env) {
     construct_Image(&frame.weights, env);
     construct_Image(&frame.shares, env);
   }
-  construct_Image(&burst->left, env);
+  for (Image* image : {&burst->left, &burst->mapLuma, &burst->mapColour}) construct_Image(image, env);
+  Mvec8Real_setIdentity(&burst->crop);
 }
 
 void release(Burst* burst) {
@@ -222,7 +419,7 @@ void release(Burst* burst) {
     destruct_Image(&frame.weights);
     destruct_Image(&frame.shares);
   }
-  destruct_Image(&burst->left);
+  for (Image* image : {&burst->left, &burst->mapLuma, &burst->mapColour}) destruct_Image(image);
   if (burst->nodes != nullptr) Heap2_free(&env->heap, burst->nodes);
   construct(burst, env);
 }
@@ -250,114 +447,62 @@ Status addFrame(Burst* burst, const Image& image, int32_t slot) {
   return ZELVAN_OK;
 }
 
-Status align(Burst* burst) {
-  Env* env = burst->env;
-  rank(burst);
-  if (burst->added < 1) return ZELVAN_ERROR_STATE;
-  if (const Status s = chooseBase(burst); s != ZELVAN_OK) return s;
-  FrameRecord& base = burst->frames[burst->order[0]];
-  for (int32_t k = 0; k < burst->added; ++k) {
-    FrameRecord& frame = burst->frames[burst->order[k]];
-    frame.status = MERGED;
-    frame.drift = {};
-    if (k == 0) {
-      frame.share = 1.0f;
-    } else if (k >= burst->settings.mergeCount) {
-      frame.status = NOT_USED;
-    } else if (burst->settings.sorting != 0 && frame.score < kBlurRatio * base.score) {
-      frame.status = BLURRED;
-    } else if (frame.alignment.verdict != ALIGNED) {
-      frame.status = BAD_MOTION;
+void copyMap(const Burst& burst, int32_t id, uint8_t* out) {
+  const Image& map = burst.mapLuma;
+  for (int32_t y = 0; y < map.height; ++y) {
+    for (int32_t x = 0; x < map.width; ++x) {
+      int32_t sum = 0;
+      for (int32_t k = 0; k < burst.added; ++k) {
+        const FrameRecord& frame = burst.frames[burst.order[k]];
+        if (frame.status != MERGED || (id >= 0 && burst.order[k] != id)) continue;
+        sum += k == 0 ? 255 : imageRow(&frame.weights, y)[x];
+      }
+      *out++ = static_cast<uint8_t>(id >= 0 ? sum : (sum * 16 + 127) / 255);
     }
   }
+}
+
+Mvec8Real resultMotion(const Burst& burst, int32_t id) {
+  Mvec8Real motion;
+  Mvec8Real_mult(&motion, &burst.frames[id].alignment.motion, &burst.crop);
+  const double h8 = motion.h[8];
+  for (double& h : motion.h) h /= h8;
+  return motion;
+}
+
+Status align(Burst* burst) {
+  Env* env = burst->env;
+  if (burst->added < 1) return ZELVAN_ERROR_STATE;
+  rank(burst);
+  if (const Status s = chooseBase(burst); s != ZELVAN_OK) return s;
+  judgeFrames(burst);
   const size_t nodes = static_cast<size_t>(meshNodes(burst->width)) * static_cast<size_t>(meshNodes(burst->height));
   burst->nodes =
       static_cast<MeshNode*>(Heap2_malloc(&env->heap, static_cast<uint32_t>(nodes * kMostFrames * sizeof(MeshNode))));
   if (burst->nodes == nullptr) return ZELVAN_ERROR_NOMEM;
   for (int32_t i = 0; i < burst->added; ++i) {
-    FrameRecord& frame = burst->frames[i];
-    frame.mesh.nodes = burst->nodes + static_cast<size_t>(i) * nodes;
-    if (frame.status != MERGED) Mvec8Real_setIdentity(&frame.alignment.motion);
-    fillMesh(&frame.mesh, frame.alignment.motion, nullptr, 0, burst->width, burst->height);
+    burst->frames[i].mesh.nodes = burst->nodes + static_cast<size_t>(i) * nodes;
+    fillMesh(&burst->frames[i].mesh, burst->frames[i].alignment.motion, nullptr, 0, burst->width, burst->height);
   }
   if (const Status s = measureNoise(burst); s != ZELVAN_OK) return s;
-
-  const Image& map = base.pyramid.level[kMapLevel];
-  Status status = Image_init(&burst->left, map.width, map.height, nullptr, IMAGE_UINT8);
-  for (int32_t k = 1; k < burst->added && status == ZELVAN_OK; ++k) {
-    FrameRecord& frame = burst->frames[burst->order[k]];
-    if (frame.status != MERGED) continue;
-    status = Image_init(&frame.weights, map.width, map.height, nullptr, IMAGE_UINT8);
-    if (status == ZELVAN_OK) status = Image_init(&frame.shares, map.width, map.height, nullptr, IMAGE_UINT16);
+  if (burst->settings.scaling != 0) chooseCrop(burst);
+  if (burst->cropped != 0) {
+    for (int32_t i = 0; i < burst->added; ++i) {
+      fillMesh(&burst->frames[i].mesh, resultMotion(*burst, i), nullptr, 0, burst->width, burst->height);
+    }
   }
-  if (status != ZELVAN_OK) return status;
-  WeightJob job = {burst};
-  static constexpr PelKernel kKernel = pelIndexed<WeightJob, weighOne>();
-  status = Pel_execute(burst->pel, &kKernel, &job, burst->added);
-  if (status != ZELVAN_OK) return status;
-
-  Image* shares[kMostFrames];
-  const Image* weights[kMostFrames];
-  int32_t strengths[kMostFrames];
-  int32_t count = 0;
-  for (int32_t k = 1; k < burst->added; ++k) {
-    FrameRecord& frame = burst->frames[burst->order[k]];
-    if (frame.status == MERGED && frame.share < kLeastShare) frame.status = GHOST;
-    if (frame.status != MERGED) continue;
-    shares[count] = &frame.shares;
-    weights[count] = &frame.weights;
-    strengths[count] = 256;
-    ++count;
-  }
-  burst->merged = count + 1;
-  normaliseShares(shares, &burst->left, weights, strengths, count);
-  return ZELVAN_OK;
+  if (const Status s = makeMapBase(burst); s != ZELVAN_OK) return s;
+  return shareOut(burst);
 }
 
-Status render(Burst* burst, Image* output) {
-  const FrameRecord& base = burst->frames[burst->order[0]];
-  const ScopedBlock<Fusion> block(burst->env, 1);
-  if (!block) return ZELVAN_ERROR_NOMEM;
-  Fusion& fusion = block[0];
-  fusion = {};
-  fusion.env = burst->env;
-  fusion.pel = burst->pel;
-  fusion.samplers = samplersBest();
-  fusion.dct = dctRowsBest();
-  fusion.cubic = true;
-  fusion.baseMoves = burst->cropped;
-  fusion.mapLuma = &base.pyramid.level[kMapLevel];
-  fusion.left = &burst->left;
-  fusion.saturation = burst->settings.saturation;
-  for (int32_t k = 0; k < burst->added; ++k) {
-    const FrameRecord& frame = burst->frames[burst->order[k]];
-    if (frame.status != MERGED) continue;
-    FusionFrame& f = fusion.frames[fusion.count++];
-    construct_Image(&f.luma, burst->env);
-    construct_Image(&f.pairs, burst->env);
-    Image_initSubImageY(&f.luma, &frame.image, 0, 0, burst->width, burst->height);
-    Image_initSubImageUV(&f.pairs, &frame.image, 0, 0, burst->width, burst->height);
-    f.mesh = frame.mesh;
-    f.shares = k == 0 ? nullptr : &frame.shares;
-    f.drift = frame.drift;
+Status render(Burst* burst, ParallelExecutor* executor, Image* output) {
+  {
+    const ScopedBlock<Fusion> block(burst->env, 1);
+    if (!block) return ZELVAN_ERROR_NOMEM;
+    fillFusion(&block[0], *burst);
+    if (const Status s = fuse(block[0], output); s != ZELVAN_OK) return s;
   }
-  const double strengths[3] = {burst->settings.lumaStrength, burst->settings.chromaStrength,
-                               burst->settings.chromaStrength};
-  for (int32_t c = 0; c < 3; ++c) {
-    FusionShrink& shrink = fusion.shrink[c];
-    const double area = c == 0 ? 16.0 : 4.0;
-    double full = 0.0, map = 0.0;
-    for (int32_t v = 0; v < 256; ++v) {
-      const double variance = burst->noise.full[c].at(v);
-      shrink.byLuma[v] = static_cast<uint16_t>(clampInt(truncToInt32(128.0 * root(variance)), 0, 65535));
-      full += variance;
-      map += burst->noise.map[c].at(v) - 1.0 / 12;
-    }
-    const double colour = full > 0.0 ? std::max(1.0, area * map / full) : 1.0;
-    shrink.on = strengths[c] > 0.0;
-    fillTable(&shrink.table, strengths[c], burst->settings.sharpen, 1.0 / fusion.count, fusion.count, colour);
-  }
-  return fuse(fusion, output);
+  return finishAsAsked(*burst, executor, output);
 }
 
 }  // namespace fine

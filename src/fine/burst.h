@@ -12,6 +12,7 @@
 #include "fine/align.h"
 #include "fine/fusion.h"
 #include "fine/noise.h"
+#include "parallel/parallel_executor.h"
 
 namespace fine {
 
@@ -22,12 +23,20 @@ struct Settings {
   int32_t mergeCount;   // frames of the order that are looked at
   int32_t sorting;      // 0: in order of capture, none refused as blurred
   int32_t scaling;      // crop to what all frames share, scaled to the frame
-  double strictness;    // against ghosts, 1 = usual
-  double lumaStrength;  // threshold of luma denoising by sigma; below 0: chosen
+  double strictness;    // against ghosts, 1 = usual, 0: everything is merged
+  double lumaStrength;  // threshold of luma denoising by sigma
   double chromaStrength;
-  double sharpen;      // gain of the finest frequencies, beyond what the warp took; below 0: chosen
-  int32_t saturation;  // Q10
+  double sharpen;          // share of what the warp takes that is given back
+  int32_t saturation;      // Q10
+  int32_t spikeLevel;      // above 0: specks are removed from the result
+  int32_t sharpnessLevel;  // above 0: the adaptive sharpening of filters/sharpen.h follows
+  double sharpnessSigmas[2];
+  double sharpnessCoring;
 };
+
+// What is chosen when a caller does not say.
+inline constexpr double kUsualLumaStrength = 1.5;
+inline constexpr double kUsualChromaStrength = 1.5;
 
 struct FrameRecord {
   Image image;
@@ -53,10 +62,12 @@ struct Burst {
   FrameRecord frames[kMostFrames];
   int32_t order[kMostFrames];  // the base first
   Mvec8Real crop;              // result to base
-  bool cropped;
+  int32_t cropped;             // nonzero: crop is not the identity
   Noise noise;
   MeshNode* nodes;  // of all meshes
   Image left;       // see Fusion
+  Image mapLuma;    // the base on the result's grid at level kMapLevel
+  Image mapColour;
   int32_t merged;
 };
 
@@ -65,7 +76,13 @@ void release(Burst* burst);
 void init(Burst* burst, Pel* pel, int32_t width, int32_t height, int32_t count, const Settings& settings);
 Status addFrame(Burst* burst, const Image& image, int32_t slot);
 Status align(Burst* burst);
-Status render(Burst* burst, Image* output);
+// executor: for the sharpening that a caller asks for; may be null.
+Status render(Burst* burst, ParallelExecutor* executor, Image* output);
+// A map at level kMapLevel without gaps: the weight of a frame, 255 = whole, or for -1 the number of frames that each
+// place got, in 1/16.
+void copyMap(const Burst& burst, int32_t id, uint8_t* out);
+// From the result to a frame, identity for one that is not aligned.
+Mvec8Real resultMotion(const Burst& burst, int32_t id);
 
 }  // namespace fine
 

@@ -383,7 +383,7 @@ Status fuse(const Fusion& fusion, Image* output) {
   if (!scratch) return ZELVAN_ERROR_NOMEM;
   job.scratch = scratch.data();
   static constexpr PelKernel kKernel = pelIndexed<FuseJob, fuseBand>();
-  const Status status = Pel_execute(fusion.pel, &kKernel, &job, (output->height + kBandRows - 1) / kBandRows);
+  const Status status = executeToEnd(fusion.pel, &kKernel, &job, (output->height + kBandRows - 1) / kBandRows);
   if (status == ZELVAN_OK && output->height % 2 != 0) {
     const int32_t pairs = output->height / 2;
     std::memcpy(imageChromaRow(output, pairs), imageChromaRow(output, pairs - 1),

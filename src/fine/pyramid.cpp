@@ -87,7 +87,7 @@ Status build(Pyramid* pyramid, Pel* pel, const Image* frame) {
   pyramid->count = count;
   static constexpr PelKernel kKernel = pelIndexed<BuildJob, buildBand>();
   BuildJob job = {pyramid, frame, std::min(count - 1, 6)};
-  status = Pel_execute(pel, &kKernel, &job, (frame->height + kBand - 1) / kBand);
+  status = executeToEnd(pel, &kKernel, &job, (frame->height + kBand - 1) / kBand);
   for (int32_t k = job.bandLevels + 1; k < count; ++k) {
     shrinkRows(pyramid->level[k], pyramid->level[k - 1], 0, pyramid->level[k].height);
   }

@@ -159,8 +159,8 @@ void soften(Image* map, uint8_t* scratch) {
 }  // namespace
 
 Status makeWeights(Image* map, Drift* drift, float* share, Env* env, const WeightInput& input) {
-  const Image& base = input.base->level[kMapLevel];
-  Compare c = {&input, &base, &input.base->colour, base.width, base.height, nullptr, nullptr};
+  const Image& base = *input.baseLuma;
+  Compare c = {&input, &base, input.baseColour, base.width, base.height, nullptr, nullptr};
   const size_t area = static_cast<size_t>(c.width) * static_cast<size_t>(c.height);
   const ScopedBlock<int16_t> luma(env, area + kSampleSlack);
   const ScopedBlock<int16_t> pairs(env, 2 * (area + kSampleSlack));

@@ -24,7 +24,8 @@ struct Drift {
 };
 
 struct WeightInput {
-  const Pyramid* base;
+  const Image* baseLuma;  // the result's grid at level kMapLevel, as the base shows it
+  const Image* baseColour;
   const Pyramid* frame;
   const Mesh* mapMesh;
   const Noise* noise;
