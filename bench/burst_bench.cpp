@@ -56,7 +56,7 @@ struct Run {
   test::Frame output;
   int32_t order[kTessal4Frames] = {};
 
-  Run(int32_t width, int32_t height, bool strong)
+  Run(int32_t width, int32_t height, bool strong, int32_t fine = 0)
       : memory(static_cast<size_t>(zelvan_Tessaline4_getBufferSize(width, height, kFrames, kFormat))),
         frames(test::copyBurst(burstOf(width, height))),
         output(test::makeFrame(kFormat, width, height)) {
@@ -66,6 +66,7 @@ struct Run {
       check(zelvan_Tessaline4_setLumaNoiseReductionLevel(&handle, 4));
       check(zelvan_Tessaline4_setChromaNoiseReductionLevel(&handle, 4));
     }
+    check(zelvan_Tessaline4_setFineMode(&handle, fine));
     check(zelvan_Tessaline4_start(&handle, &output.data, kFrames));
   }
   ~Run() { zelvan_Tessaline4_finalize(&handle); }
@@ -122,6 +123,48 @@ void wholeBench(benchmark::State& state) {
   }
 }
 
+// The fine mode, whole and by its three stages.
+void fineBench(benchmark::State& state) {
+  Run run(static_cast<int32_t>(state.range(0)), static_cast<int32_t>(state.range(1)), false, 1);
+  for (auto _ : state) {
+    state.PauseTiming();
+    run.rewind();
+    state.ResumeTiming();
+    run.intake();
+    Run::check(zelvan_Tessaline4_getResult(&run.handle));
+  }
+}
+void fineIntakeBench(benchmark::State& state) {
+  Run run(static_cast<int32_t>(state.range(0)), static_cast<int32_t>(state.range(1)), false, 1);
+  for (auto _ : state) {
+    state.PauseTiming();
+    run.rewind();
+    state.ResumeTiming();
+    run.intake();
+  }
+}
+void fineAlignBench(benchmark::State& state) {
+  Run run(static_cast<int32_t>(state.range(0)), static_cast<int32_t>(state.range(1)), false, 1);
+  for (auto _ : state) {
+    state.PauseTiming();
+    run.rewind();
+    run.intake();
+    state.ResumeTiming();
+    Run::check(zelvan_Tessaline4_merge(&run.handle));
+  }
+}
+void fineRenderBench(benchmark::State& state) {
+  Run run(static_cast<int32_t>(state.range(0)), static_cast<int32_t>(state.range(1)), false, 1);
+  for (auto _ : state) {
+    state.PauseTiming();
+    run.rewind();
+    run.intake();
+    Run::check(zelvan_Tessaline4_merge(&run.handle));
+    state.ResumeTiming();
+    Run::check(zelvan_Tessaline4_enhance(&run.handle));
+  }
+}
+
 // What everything is measured against: the burst's bytes, copied once.
 void copyBench(benchmark::State& state) {
   const std::vector<test::Frame>& burst =
@@ -149,6 +192,10 @@ BENCHMARK_CAPTURE(stageBench, finish, 3, false)->Name("finish, library defaults"
 BENCHMARK_CAPTURE(stageBench, finishStrong, 3, true)->Name("finish, noise reduction level 4")->Apply(sizes);
 BENCHMARK_CAPTURE(stageBench, weakChroma, 4, true)->Name("weak chroma")->Apply(sizes);
 BENCHMARK(wholeBench)->Name("whole burst")->Apply(sizes);
+BENCHMARK(fineIntakeBench)->Name("fine intake")->Apply(sizes);
+BENCHMARK(fineAlignBench)->Name("fine alignment and weights")->Apply(sizes);
+BENCHMARK(fineRenderBench)->Name("fine rendering")->Apply(sizes);
+BENCHMARK(fineBench)->Name("fine whole burst")->Apply(sizes);
 
 int main(int argc, char** argv) {
   constexpr const char kWorkers[] = "--workers=";
