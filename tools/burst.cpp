@@ -138,6 +138,8 @@ double secondsSince(std::chrono::steady_clock::time_point begin) {
 
 const std::vector<Setting<int32_t>>& intSettings() {
   static const std::vector<Setting<int32_t>> table = {
+      {"--fine", "1: the fine mode, aligned below the pixel, settings by the noise; 0: the exact road", 0, 1,
+       &Settings::fine, zelvan_Tessaline4_setFineMode},
       {"--frames-to-merge", "Merge at most so many frames, the sharpest", 1, static_cast<int32_t>(kMostFrames),
        &Settings::framesToMerge, zelvan_Tessaline4_setNumberOfMergeImages},
       {"--auto-scaling", "1: crop to what all frames show, and scale back to full size", 0, 1, &Settings::autoScaling,
@@ -179,13 +181,15 @@ const std::vector<Setting<double>>& doubleSettings() {
   return table;
 }
 
-Settings toolDefaults() {
+Settings toolDefaults(bool fine) {
   Settings settings;
-  settings.sharpness = 80;
+  settings.fine = fine;
+  if (fine) return settings;
+  settings.sharpness = 40;
   settings.lumaNrLevel = 4;
-  settings.chromaNrLevel = 3;
+  settings.chromaNrLevel = 0;
   settings.objBlurLevel = 1;
-  settings.removeSpike = 1;
+  settings.removeSpike = 0;
   return settings;
 }
 

@@ -19,6 +19,7 @@ inline constexpr size_t kMostFrames = 10;
 
 // One field per setter of the library; what is empty is not set, and the library's own default holds.
 struct Settings {
+  std::optional<int32_t> fine;
   std::optional<int32_t> framesToMerge;
   std::optional<int32_t> threads;  // with processorMask: the core setting
   std::optional<uint32_t> processorMask;
@@ -58,8 +59,9 @@ struct Setting {
 const std::vector<Setting<int32_t>>& intSettings();
 const std::vector<Setting<double>>& doubleSettings();
 
-// What looks best on bursts of known truth: the tool's defaults, in this one place.
-Settings toolDefaults();
+// What looks best on bursts of known truth: the tool's defaults, in this one place. In the fine mode what is not set is
+// chosen by the noise of the burst.
+Settings toolDefaults(bool fine);
 // Takes the defaults away that would beat a raw value which is set in given, then lays given over the rest.
 Settings overlay(Settings defaults, const Settings& given);
 

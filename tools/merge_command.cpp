@@ -66,7 +66,8 @@ void merge(const MergeOptions& options) {
     throw Error(displayName(options.frames[0]), "one frame only; a burst has 2 to " + std::to_string(kMostFrames));
   }
   checkFrameSize(displayName(options.frames[0]), frames[0]);
-  const Settings settings = overlay(options.libraryDefaults ? Settings() : toolDefaults(), options.settings);
+  const Settings settings = overlay(
+      options.libraryDefaults ? Settings() : toolDefaults(options.settings.fine.value_or(1) != 0), options.settings);
   const BurstResult result = runBurst(frames, settings, [&](const char* step, size_t done, size_t all) {
     line.show(std::string(step) + " (" + std::to_string(done) + "/" + std::to_string(all) + ")");
   });
@@ -90,7 +91,7 @@ CLI::Option* addRange(CLI::App& command, const char* option, Field& field, const
 // "--gain" with its default: the tool's where it has one.
 template <typename T>
 void addSettings(CLI::App& command, const std::vector<Setting<T>>& table, Settings* given) {
-  static const Settings defaults = toolDefaults();
+  static const Settings defaults = toolDefaults(true);
   for (const Setting<T>& s : table) {
     std::string help = s.help;
     if (const auto& value = defaults.*s.field) help += " (default " + std::to_string(*value) + ")";
