@@ -264,6 +264,8 @@ void fillTable(ShrinkTable* table, double strength, double sharpen, double baseS
       table->gain[v][u] = static_cast<int16_t>(clampInt(truncToInt32(32768.0 * gain), 0, 32767));
     }
   }
+  table->threshold[0][0] = 0;
+  table->gain[0][0] = 0;
 }
 
 // What becomes of each frame, before its pixels are compared.

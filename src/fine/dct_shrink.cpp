@@ -1,5 +1,7 @@
 #include "fine/dct_shrink.h"
 
+#include <algorithm>
+
 namespace fine {
 namespace {
 
@@ -20,121 +22,185 @@ constexpr int16_t kC1 = 16069, kC2 = 15137, kC3 = 13623, kC4 = 11585, kC5 = 9102
 // sin^2((i + 0.5) pi / 8), Q15: item i and item i + 4 add up to 32768.
 constexpr int16_t kWindow[8] = {1247, 10114, 22654, 31521, 31521, 22654, 10114, 1247};
 
-ALWAYS_INLINE void forward(const int16_t* x, int16_t* f) {
-  const int16_t s0 = add(x[0], x[7]), s1 = add(x[1], x[6]), s2 = add(x[2], x[5]), s3 = add(x[3], x[4]);
-  const int16_t d0 = sub(x[0], x[7]), d1 = sub(x[1], x[6]), d2 = sub(x[2], x[5]), d3 = sub(x[3], x[4]);
+// In scalars, not arrays: the vectorisers then see straight code.
+struct Eight {
+  int16_t v0, v1, v2, v3, v4, v5, v6, v7;
+};
+
+ALWAYS_INLINE Eight forward(const Eight& x) {
+  const int16_t s0 = add(x.v0, x.v7), s1 = add(x.v1, x.v6), s2 = add(x.v2, x.v5), s3 = add(x.v3, x.v4);
+  const int16_t d0 = sub(x.v0, x.v7), d1 = sub(x.v1, x.v6), d2 = sub(x.v2, x.v5), d3 = sub(x.v3, x.v4);
   const int16_t e0 = add(s0, s3), e1 = add(s1, s2), e2 = sub(s0, s3), e3 = sub(s1, s2);
-  f[0] = mulRound(add(e0, e1), kC4);
-  f[4] = mulRound(sub(e0, e1), kC4);
-  f[2] = add(mulRound(e2, kC2), mulRound(e3, kC6));
-  f[6] = sub(mulRound(e2, kC6), mulRound(e3, kC2));
-  f[1] = add(add(mulRound(d0, kC1), mulRound(d1, kC3)), add(mulRound(d2, kC5), mulRound(d3, kC7)));
-  f[3] = sub(sub(mulRound(d0, kC3), mulRound(d1, kC7)), add(mulRound(d2, kC1), mulRound(d3, kC5)));
-  f[5] = add(sub(mulRound(d0, kC5), mulRound(d1, kC1)), add(mulRound(d2, kC7), mulRound(d3, kC3)));
-  f[7] = sub(add(mulRound(d0, kC7), mulRound(d2, kC3)), add(mulRound(d1, kC5), mulRound(d3, kC1)));
+  return {mulRound(add(e0, e1), kC4),
+          add(add(mulRound(d0, kC1), mulRound(d1, kC3)), add(mulRound(d2, kC5), mulRound(d3, kC7))),
+          add(mulRound(e2, kC2), mulRound(e3, kC6)),
+          sub(sub(mulRound(d0, kC3), mulRound(d1, kC7)), add(mulRound(d2, kC1), mulRound(d3, kC5))),
+          mulRound(sub(e0, e1), kC4),
+          add(sub(mulRound(d0, kC5), mulRound(d1, kC1)), add(mulRound(d2, kC7), mulRound(d3, kC3))),
+          sub(mulRound(e2, kC6), mulRound(e3, kC2)),
+          sub(add(mulRound(d0, kC7), mulRound(d2, kC3)), add(mulRound(d1, kC5), mulRound(d3, kC1)))};
 }
 
-ALWAYS_INLINE void inverse(const int16_t* f, int16_t* x) {
-  const int16_t p0 = mulRound(f[0], kC4), p4 = mulRound(f[4], kC4);
+ALWAYS_INLINE Eight inverse(const Eight& f) {
+  const int16_t p0 = mulRound(f.v0, kC4), p4 = mulRound(f.v4, kC4);
   const int16_t e0 = add(p0, p4), e1 = sub(p0, p4);
-  const int16_t e2 = add(mulRound(f[2], kC2), mulRound(f[6], kC6));
-  const int16_t e3 = sub(mulRound(f[2], kC6), mulRound(f[6], kC2));
+  const int16_t e2 = add(mulRound(f.v2, kC2), mulRound(f.v6, kC6));
+  const int16_t e3 = sub(mulRound(f.v2, kC6), mulRound(f.v6, kC2));
   const int16_t s0 = add(e0, e2), s1 = add(e1, e3), s2 = sub(e1, e3), s3 = sub(e0, e2);
-  const int16_t d0 = add(add(mulRound(f[1], kC1), mulRound(f[3], kC3)), add(mulRound(f[5], kC5), mulRound(f[7], kC7)));
-  const int16_t d1 = sub(sub(mulRound(f[1], kC3), mulRound(f[3], kC7)), add(mulRound(f[5], kC1), mulRound(f[7], kC5)));
-  const int16_t d2 = add(sub(mulRound(f[1], kC5), mulRound(f[3], kC1)), add(mulRound(f[5], kC7), mulRound(f[7], kC3)));
-  const int16_t d3 = sub(add(mulRound(f[1], kC7), mulRound(f[5], kC3)), add(mulRound(f[3], kC5), mulRound(f[7], kC1)));
-  x[0] = add(s0, d0);
-  x[1] = add(s1, d1);
-  x[2] = add(s2, d2);
-  x[3] = add(s3, d3);
-  x[4] = sub(s3, d3);
-  x[5] = sub(s2, d2);
-  x[6] = sub(s1, d1);
-  x[7] = sub(s0, d0);
+  const int16_t d0 = add(add(mulRound(f.v1, kC1), mulRound(f.v3, kC3)), add(mulRound(f.v5, kC5), mulRound(f.v7, kC7)));
+  const int16_t d1 = sub(sub(mulRound(f.v1, kC3), mulRound(f.v3, kC7)), add(mulRound(f.v5, kC1), mulRound(f.v7, kC5)));
+  const int16_t d2 = add(sub(mulRound(f.v1, kC5), mulRound(f.v3, kC1)), add(mulRound(f.v5, kC7), mulRound(f.v7, kC3)));
+  const int16_t d3 = sub(add(mulRound(f.v1, kC7), mulRound(f.v5, kC3)), add(mulRound(f.v3, kC5), mulRound(f.v7, kC1)));
+  return {add(s0, d0), add(s1, d1), add(s2, d2), add(s3, d3), sub(s3, d3), sub(s2, d2), sub(s1, d1), sub(s0, d0)};
 }
 
+// Coefficients are at most 8 x 1600: twice one fits.
 ALWAYS_INLINE int16_t shrink(int16_t c, int16_t threshold, int16_t gain) {
   const auto size = static_cast<int16_t>(c < 0 ? -c : c);
-  const auto over = static_cast<int16_t>(size > threshold ? size - threshold : 0);
-  const auto twice = static_cast<int16_t>(over < 16383 ? 2 * over : 32767);
-  const int16_t kept = twice < size ? twice : size;
+  const auto over = std::max<int16_t>(static_cast<int16_t>(size - threshold), 0);
+  const auto kept = std::min<int16_t>(static_cast<int16_t>(over + over), size);
   const int16_t strong = add(kept, mulRound(kept, gain));
   return static_cast<int16_t>(c < 0 ? -strong : strong);
 }
 
-// Eight rows of coefficients down the columns.
-ALWAYS_INLINE void columns(int16_t* __restrict v, const int16_t* __restrict in, int32_t stride) {
-  for (int32_t x = 0; x < stride; ++x) {
-    int16_t p[8], f[8];
-    for (int32_t i = 0; i < 8; ++i) p[i] = in[i * stride + x];
-    forward(p, f);
-    for (int32_t i = 0; i < 8; ++i) v[i * stride + x] = f[i];
+// A row of blocks is worked through in strips of kStrip blocks. Every array of a strip has a size that is known here,
+// and so has every loop: nothing is left for a vectoriser to prove.
+constexpr int32_t kStrip = 32;             // blocks, and items of a phase
+constexpr int32_t kColumns = 4 * kStrip;   // that a strip finishes
+constexpr int32_t kReach = kColumns + 16;  // columns that its blocks read: 4 more, rounded up
+constexpr int32_t kItems = kReach / 4;
+
+struct Strip {
+  alignas(64) int16_t coefficients[8][kReach];
+  alignas(64) int16_t phase[4][kItems];
+  alignas(64) int16_t early[4][kStrip];   // left halves of the blocks
+  alignas(64) int16_t late[4][kStrip];    // right halves
+  alignas(64) int16_t before[4][kStrip];  // right halves of the blocks before
+  alignas(64) int16_t joined[8][kColumns];
+  int16_t carry[8][4];  // the right half of the last block of the strip before
+};
+
+// Coefficients down the columns.
+ALWAYS_INLINE void columns(Strip* __restrict s, const int16_t* __restrict in, int32_t stride) {
+  const int16_t* r0 = in;
+  const int16_t* r1 = r0 + stride;
+  const int16_t* r2 = r1 + stride;
+  const int16_t* r3 = r2 + stride;
+  const int16_t* r4 = r3 + stride;
+  const int16_t* r5 = r4 + stride;
+  const int16_t* r6 = r5 + stride;
+  const int16_t* r7 = r6 + stride;
+  for (int32_t x = 0; x < kReach; ++x) {
+    const Eight f = forward({r0[x], r1[x], r2[x], r3[x], r4[x], r5[x], r6[x], r7[x]});
+    s->coefficients[0][x] = f.v0;
+    s->coefficients[1][x] = f.v1;
+    s->coefficients[2][x] = f.v2;
+    s->coefficients[3][x] = f.v3;
+    s->coefficients[4][x] = f.v4;
+    s->coefficients[5][x] = f.v5;
+    s->coefficients[6][x] = f.v6;
+    s->coefficients[7][x] = f.v7;
   }
 }
 
-// One row of coefficients across, its four phases in planes of n + 1 items each.
-ALWAYS_INLINE void across(int16_t* __restrict sum, const int16_t* __restrict phase, const int16_t* __restrict sigma,
-                          const int16_t* __restrict threshold, const int16_t* __restrict gain, bool keepMean, int32_t n,
-                          int32_t pitch, int16_t* __restrict late) {
-  for (int32_t b = 0; b < n; ++b) {
-    int16_t x[8], f[8];
-    for (int32_t i = 0; i < 4; ++i) {
-      x[i] = phase[i * pitch + b];
-      x[4 + i] = phase[i * pitch + b + 1];
-    }
-    forward(x, f);
-    const int16_t mean = f[0];
-    for (int32_t i = 0; i < 8; ++i) f[i] = shrink(f[i], mulRound(sigma[b], threshold[i]), gain[i]);
-    f[0] = keepMean ? mean : f[0];
-    inverse(f, x);
-    for (int32_t i = 0; i < 4; ++i) {
-      sum[i * pitch + b] = mulRound(x[i], kWindow[i]);
-      late[i * pitch + b] = mulRound(x[4 + i], kWindow[4 + i]);
-    }
+// Block b of a row of coefficients across: items b and b + 1 of its phases.
+ALWAYS_INLINE void across(Strip* __restrict s, const int16_t* __restrict row, const int16_t* __restrict sigma,
+                          const int16_t* __restrict t, const int16_t* __restrict g) {
+  for (int32_t b = 0; b < kItems; ++b) {
+    s->phase[0][b] = row[4 * b];
+    s->phase[1][b] = row[4 * b + 1];
+    s->phase[2][b] = row[4 * b + 2];
+    s->phase[3][b] = row[4 * b + 3];
+  }
+  const int16_t t0 = t[0], t1 = t[1], t2 = t[2], t3 = t[3], t4 = t[4], t5 = t[5], t6 = t[6], t7 = t[7];
+  const int16_t g0 = g[0], g1 = g[1], g2 = g[2], g3 = g[3], g4 = g[4], g5 = g[5], g6 = g[6], g7 = g[7];
+  for (int32_t b = 0; b < kStrip; ++b) {
+    const Eight f = forward({s->phase[0][b], s->phase[1][b], s->phase[2][b], s->phase[3][b], s->phase[0][b + 1],
+                             s->phase[1][b + 1], s->phase[2][b + 1], s->phase[3][b + 1]});
+    const int16_t n = sigma[b];
+    const Eight x = inverse({shrink(f.v0, mulRound(n, t0), g0), shrink(f.v1, mulRound(n, t1), g1),
+                             shrink(f.v2, mulRound(n, t2), g2), shrink(f.v3, mulRound(n, t3), g3),
+                             shrink(f.v4, mulRound(n, t4), g4), shrink(f.v5, mulRound(n, t5), g5),
+                             shrink(f.v6, mulRound(n, t6), g6), shrink(f.v7, mulRound(n, t7), g7)});
+    s->early[0][b] = mulRound(x.v0, kWindow[0]);
+    s->early[1][b] = mulRound(x.v1, kWindow[1]);
+    s->early[2][b] = mulRound(x.v2, kWindow[2]);
+    s->early[3][b] = mulRound(x.v3, kWindow[3]);
+    s->late[0][b] = mulRound(x.v4, kWindow[4]);
+    s->late[1][b] = mulRound(x.v5, kWindow[5]);
+    s->late[2][b] = mulRound(x.v6, kWindow[6]);
+    s->late[3][b] = mulRound(x.v7, kWindow[7]);
   }
 }
 
-ALWAYS_INLINE void shrinkBlocks(int16_t* __restrict out, const int16_t* __restrict in, const int16_t* __restrict sigma,
-                                const ShrinkTable& table, int32_t width, int16_t* __restrict scratch) {
+ALWAYS_INLINE void join(Strip* __restrict s, int16_t* __restrict row) {
+  for (int32_t b = 0; b < kStrip; ++b) {
+    row[4 * b] = add(s->early[0][b], s->before[0][b]);
+    row[4 * b + 1] = add(s->early[1][b], s->before[1][b]);
+    row[4 * b + 2] = add(s->early[2][b], s->before[2][b]);
+    row[4 * b + 3] = add(s->early[3][b], s->before[3][b]);
+  }
+}
+
+// Back down the columns, in place, under the window.
+ALWAYS_INLINE void back(Strip* __restrict s) {
+  for (int32_t x = 0; x < kColumns; ++x) {
+    const Eight y = inverse({s->joined[0][x], s->joined[1][x], s->joined[2][x], s->joined[3][x], s->joined[4][x],
+                             s->joined[5][x], s->joined[6][x], s->joined[7][x]});
+    s->joined[0][x] = mulRound(y.v0, kWindow[0]);
+    s->joined[1][x] = mulRound(y.v1, kWindow[1]);
+    s->joined[2][x] = mulRound(y.v2, kWindow[2]);
+    s->joined[3][x] = mulRound(y.v3, kWindow[3]);
+    s->joined[4][x] = mulRound(y.v4, kWindow[4]);
+    s->joined[5][x] = mulRound(y.v5, kWindow[5]);
+    s->joined[6][x] = mulRound(y.v6, kWindow[6]);
+    s->joined[7][x] = mulRound(y.v7, kWindow[7]);
+  }
+}
+
+ALWAYS_INLINE void addRow(int16_t* __restrict out, const int16_t* __restrict row, int32_t count) {
+  for (int32_t x = 0; x < count; ++x) out[x] = add(out[x], row[x]);
+}
+
+ALWAYS_INLINE void shrinkBlocks(int16_t* out, const int16_t* in, const int16_t* sigma, const ShrinkTable& table,
+                                int32_t width) {
   const int32_t stride = dctStride(width);
-  const int32_t pitch = stride / 4;
-  const int32_t blocks = pitch - 1;
-  int16_t* __restrict v = scratch;             // 8 rows of coefficients
-  int16_t* __restrict phase = v + 8 * stride;  // 4 x pitch
-  int16_t* __restrict early = phase + stride;  // 4 x pitch: the left halves of the results
-  int16_t* __restrict late = early + stride;   // the right halves
-  columns(v, in, stride);
-  for (int32_t k = 0; k < 8; ++k) {
-    int16_t* __restrict row = v + k * stride;
-    for (int32_t b = 0; b < pitch; ++b) {
-      for (int32_t i = 0; i < 4; ++i) phase[i * pitch + b] = row[4 * b + i];
+  const int32_t items = stride / 4;
+  const int32_t blocks = items - 1;
+  Strip s;
+  for (int32_t k = 0; k < 8; ++k) std::fill_n(s.carry[k], 4, int16_t{0});
+  for (int32_t first = 0; first < items; first += kStrip) {
+    // Blocks beyond the last are worked on as well; what they give counts for nothing.
+    const int32_t valid = std::clamp(blocks - first, 0, kStrip);
+    columns(&s, in + 4 * first, stride);
+    for (int32_t k = 0; k < 8; ++k) {
+      across(&s, s.coefficients[k], sigma + first, table.threshold[k], table.gain[k]);
+      for (int32_t i = 0; i < 4; ++i) {
+        std::fill(s.early[i] + valid, s.early[i] + kStrip, int16_t{0});
+        std::fill(s.late[i] + valid, s.late[i] + kStrip, int16_t{0});
+        s.before[i][0] = s.carry[k][i];
+        std::copy(s.late[i], s.late[i] + kStrip - 1, s.before[i] + 1);
+        s.carry[k][i] = s.late[i][kStrip - 1];
+      }
+      join(&s, s.joined[k]);
     }
-    across(early, phase, sigma, table.threshold[k], table.gain[k], k == 0, blocks, pitch, late);
-    for (int32_t i = 0; i < 4; ++i) early[i * pitch + blocks] = 0;
-    for (int32_t i = 0; i < 4; ++i) row[i] = early[i * pitch];
-    for (int32_t b = 1; b < pitch; ++b) {
-      for (int32_t i = 0; i < 4; ++i) row[4 * b + i] = add(early[i * pitch + b], late[i * pitch + b - 1]);
-    }
-  }
-  for (int32_t x = 0; x < stride; ++x) {
-    int16_t f[8], p[8];
-    for (int32_t i = 0; i < 8; ++i) f[i] = v[i * stride + x];
-    inverse(f, p);
-    for (int32_t i = 0; i < 8; ++i) out[i * stride + x] = add(out[i * stride + x], mulRound(p[i], kWindow[i]));
+    back(&s);
+    const int32_t count = std::min(kColumns, stride - 4 * first);
+    for (int32_t k = 0; k < 8; ++k) addRow(out + k * stride + 4 * first, s.joined[k], count);
   }
 }
 
 #define DCT_VARIANT(suffix, target)                                                                            \
   target void shrink_##suffix(int16_t* out, const int16_t* in, const int16_t* sigma, const ShrinkTable& table, \
-                              int32_t width, int16_t* scratch) {                                               \
-    shrinkBlocks(out, in, sigma, table, width, scratch);                                                       \
+                              int32_t width) {                                                                 \
+    shrinkBlocks(out, in, sigma, table, width);                                                                \
   }                                                                                                            \
   constexpr DctRows kDctRows_##suffix = {#suffix, shrink_##suffix};
 
 DCT_VARIANT(plain, )
 #if defined(__x86_64__)
 DCT_VARIANT(avx2, [[gnu::target("avx2")]])
+DCT_VARIANT(avx512, [[gnu::target("avx512bw,avx512vl,prefer-vector-width=512")]])
 #endif
 
 }  // namespace
@@ -143,6 +209,7 @@ const DctRows* dctRowsAt(int32_t index) {
   if (index == 0) return &kDctRows_plain;
 #if defined(__x86_64__)
   if (index == 1 && __builtin_cpu_supports("avx2")) return &kDctRows_avx2;
+  if (index == 2 && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl")) return &kDctRows_avx512;
 #endif
   return nullptr;
 }

@@ -19,7 +19,7 @@ namespace fine {
 
 inline constexpr int32_t kDctPad = 4;  // samples of padding at the left; rows of it above and below a band
 
-struct ShrinkTable {
+struct ShrinkTable {        // item [0][0] of both is 0: means stay
   int16_t threshold[8][8];  // 2048 x the threshold by sigma
   int16_t gain[8][8];       // 32768 x (gain - 1)
 };
@@ -28,16 +28,14 @@ struct ShrinkTable {
 constexpr int32_t dctStride(int32_t width) {
   return ((width + 3) & ~3) + 2 * kDctPad;
 }
-// Samples of scratch.
-constexpr size_t dctScratch(int32_t width) {
-  return static_cast<size_t>(dctStride(width)) * 28;
-}
-
-using ShrinkBlocks = void (*)(int16_t* out, const int16_t* in, const int16_t* sigma, const ShrinkTable& table,
-                              int32_t width, int16_t* scratch);
+// What the blocks beyond the right edge read behind a plane, and behind a row of sigmas.
+inline constexpr int32_t kDctSlack = 160;
 
 // One row of blocks: in is the first of eight padded rows. out: eight padded rows that the results are added to.
 // sigma: of each block, 128 x the standard deviation of a pixel; dctStride(width) / 4 - 1 blocks.
+using ShrinkBlocks = void (*)(int16_t* out, const int16_t* in, const int16_t* sigma, const ShrinkTable& table,
+                              int32_t width);
+
 struct DctRows {
   const char* name;
   ShrinkBlocks shrink;

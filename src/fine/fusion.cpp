@@ -25,7 +25,6 @@ struct Worker {
   int16_t* weights;  // Q15
   uint16_t* line;    // a row of shares, stretched down
   int16_t* sigma;    // of a row of blocks
-  int16_t* blocks;   // scratch of the transform
 };
 
 struct Layout {
@@ -37,13 +36,13 @@ struct Layout {
 Layout layoutOf(int32_t width) {
   Layout layout;
   layout.stride = dctStride(width);
-  layout.row = static_cast<size_t>(layout.stride) + 64;
+  layout.row = static_cast<size_t>(layout.stride) + kDctSlack;
   const size_t band = static_cast<size_t>(kBandRows + 2 * kHalo) * static_cast<size_t>(layout.stride + 32);
-  layout.perWorker = 2 * band + 5 * layout.row + dctScratch(width);
+  layout.perWorker = 2 * band + 5 * layout.row;
   return layout;
 }
 
-Worker workerAt(int16_t* scratch, const Layout& layout, int32_t index, int32_t width) {
+Worker workerAt(int16_t* scratch, const Layout& layout, int32_t index) {
   const size_t band = static_cast<size_t>(kBandRows + 2 * kHalo) * static_cast<size_t>(layout.stride + 32);
   int16_t* at = scratch + layout.perWorker * static_cast<size_t>(index);
   const auto take = [&](size_t n) {
@@ -59,7 +58,6 @@ Worker workerAt(int16_t* scratch, const Layout& layout, int32_t index, int32_t w
   w.weights = take(layout.row);
   w.line = reinterpret_cast<uint16_t*>(take(layout.row));
   w.sigma = take(layout.row);
-  w.blocks = take(dctScratch(width));
   return w;
 }
 
@@ -242,7 +240,7 @@ void shrinkBand(const Fusion& f, const FusionShrink& shrink, const uint8_t* root
   for (int32_t j = 0; j + 8 <= all; j += 4) {
     sigmaRow(w->sigma, f, shrink, roots, y0 - kHalo + j, cell, stride / 4 - 1);
     f.dct->shrink(result + static_cast<ptrdiff_t>(j) * stride, band + static_cast<ptrdiff_t>(j) * stride, w->sigma,
-                  shrink.table, width, w->blocks);
+                  shrink.table, width);
   }
 }
 
@@ -337,7 +335,7 @@ void chromaBand(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
 
 Status fuseBand(FuseJob* job, int32_t index, const PelContext* context) {
   const Image& output = *job->output;
-  Worker worker = workerAt(job->scratch, job->layout, context->workerIndex, output.width);
+  Worker worker = workerAt(job->scratch, job->layout, context->workerIndex);
   const int32_t y0 = index * kBandRows;
   const int32_t y1 = std::min(y0 + kBandRows, output.height);
   lumaBand(*job, &worker, y0, y1);
