@@ -222,7 +222,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
   Matches matches = {scratch, 0, 0};
   for (k = std::min(judge - 1, std::max(k, base.finest + 3)); k >= base.finest && fitted; --k) {
     if (k >= base.finest + 3) matches = {scratch, 0, 0};
-    collect(&matches, base, frame, k, best, 3, 4.0);
+    collect(&matches, base, frame, k, best, k == base.finest ? 2 : 3, 4.0);
     fitted = fit(&best, matches, base, k, k == base.finest ? 1.0 : 2.0, &out->quality);
   }
   if (!fitted) {

@@ -5,6 +5,7 @@
 
 #include "base/integer.h"
 #include "base/raw_double.h"
+#include "fine/sampler.h"
 
 namespace fine {
 namespace {
@@ -85,34 +86,32 @@ struct Sums {
   int64_t r, rx, ry, rr;
 };
 
-// r in 1/16 levels, gradients doubled.
-Sums residualSums(const Block& block, const Image& base, const Image& frame, int32_t x0, int32_t y0,
-                  const int32_t* step) {
+// r in 1/64 levels, its squares in 1/256, gradients doubled.
+void addRow(Sums* total, const int16_t* __restrict sample, const uint8_t* __restrict t, const uint8_t* __restrict up,
+            const uint8_t* __restrict down, int32_t size) {
+  int32_t r = 0, rx = 0, ry = 0, rr = 0;  // 32 products of 16320 and 255, squares of 4080
+  for (int32_t i = 0; i < size; ++i) {
+    const auto d = static_cast<int16_t>(sample[i] - (t[i] - 128) * 64);
+    const auto quarter = static_cast<int16_t>(d >> 2);
+    r += d;
+    rx += d * static_cast<int16_t>(t[i + 1] - t[i - 1]);
+    ry += d * static_cast<int16_t>(down[i] - up[i]);
+    rr += quarter * quarter;
+  }
+  total->r += r;
+  total->rx += rx;
+  total->ry += ry;
+  total->rr += rr;
+}
+
+Sums residualSums(const Block& block, const Image& base, const Image& frame, const Samplers& samplers, int32_t x0,
+                  int32_t y0, const int32_t* step) {
   Sums total = {};
+  int16_t sample[kMostWindow + kSampleSlack];
   for (int32_t j = 0; j < block.size; ++j) {
-    const uint8_t* t = imageRow(&base, block.top + j) + block.left;
-    const uint8_t* up = imageRow(&base, block.top + j - 1) + block.left;
-    const uint8_t* down = imageRow(&base, block.top + j + 1) + block.left;
-    int32_t r = 0, rx = 0, ry = 0;  // 32 products of 4080 and 255
-    int64_t rr = 0;
-    int32_t px = x0 + j * step[1];
-    int32_t py = y0 + j * step[3];
-    for (int32_t i = 0; i < block.size; ++i, px += step[0], py += step[2]) {
-      const uint8_t* at = imageRow(&frame, py >> 16) + (px >> 16);
-      const int32_t fx = (px >> 8) & 255;
-      const int32_t fy = (py >> 8) & 255;
-      const int32_t upper = (at[0] << 8) + (at[1] - at[0]) * fx;
-      const int32_t lower = (at[frame.pitch0] << 8) + (at[frame.pitch0 + 1] - at[frame.pitch0]) * fx;
-      const int32_t d = (((upper << 8) + (lower - upper) * fy + 2048) >> 12) - (t[i] << 4);
-      r += d;
-      rx += d * (t[i + 1] - t[i - 1]);
-      ry += d * (down[i] - up[i]);
-      rr += d * d;
-    }
-    total.r += r;
-    total.rx += rx;
-    total.ry += ry;
-    total.rr += rr;
+    sampleLine(sample, samplers, frame, {x0 + j * step[1], y0 + j * step[3], step[0], step[2]}, block.size);
+    addRow(&total, sample, imageRow(&base, block.top + j) + block.left, imageRow(&base, block.top + j - 1) + block.left,
+           imageRow(&base, block.top + j + 1) + block.left, block.size);
   }
   return total;
 }
@@ -149,7 +148,8 @@ int32_t chooseBlocks(Block* blocks, const Image& level, const NoiseCurve& noise)
 
 BlockShift trackBlock(const Block& block, const Image& base, const Image& frame, const Mvec8Real& motion,
                       int32_t rounds, double reach) {
-  constexpr double kUnit = 65536.0;
+  constexpr double kUnit = 32768.0;
+  const Samplers& samplers = *samplersBest();
   const double* h = motion.h;
   const double cx = block.left + block.centre();
   const double cy = block.top + block.centre();
@@ -160,7 +160,7 @@ BlockShift trackBlock(const Block& block, const Image& base, const Image& frame,
   const double jacobian[4] = {(h[0] - u * h[6]) / w, (h[1] - u * h[7]) / w, (h[3] - v * h[6]) / w,
                               (h[4] - v * h[7]) / w};
   int32_t step[4];
-  for (int32_t i = 0; i < 4; ++i) step[i] = truncToInt32(jacobian[i] * kUnit + 32768.5) - 32768;
+  for (int32_t i = 0; i < 4; ++i) step[i] = truncToInt32(jacobian[i] * kUnit + 65536.5) - 65536;
 
   BlockShift shift = {0.0, 0.0, 0.0, false};
   const double n = block.size * block.size;
@@ -169,19 +169,19 @@ BlockShift trackBlock(const Block& block, const Image& base, const Image& frame,
     const double fromX = u + shift.x - block.centre() * (step[0] + step[1]) / kUnit;
     const double fromY = v + shift.y - block.centre() * (step[2] + step[3]) / kUnit;
     if (!(fromX > -8192.0 && fromX < 24576.0 && fromY > -8192.0 && fromY < 24576.0)) return shift;
-    const int32_t x0 = truncToInt32(fromX * kUnit + 128.0);
-    const int32_t y0 = truncToInt32(fromY * kUnit + 128.0);
+    const int32_t x0 = truncToInt32(fromX * kUnit + 0.5);
+    const int32_t y0 = truncToInt32(fromY * kUnit + 0.5);
     for (int32_t corner = 0; corner < 4; ++corner) {
       const int32_t i = corner % 2 * last;
       const int32_t j = corner / 2 * last;
-      const int32_t x = (x0 + i * step[0] + j * step[1]) >> 16;
-      const int32_t y = (y0 + i * step[2] + j * step[3]) >> 16;
+      const int32_t x = (x0 + i * step[0] + j * step[1]) >> 15;
+      const int32_t y = (y0 + i * step[2] + j * step[3]) >> 15;
       if (x < 0 || y < 0 || x > frame.width - 2 || y > frame.height - 2) return shift;
     }
-    const Sums s = residualSums(block, base, frame, x0, y0, step);
-    const double r = static_cast<double>(s.r) / 16.0;
-    const double bx = static_cast<double>(s.rx) / 32.0 - block.gradientX * r / n;
-    const double by = static_cast<double>(s.ry) / 32.0 - block.gradientY * r / n;
+    const Sums s = residualSums(block, base, frame, samplers, x0, y0, step);
+    const double r = static_cast<double>(s.r) / 64.0;
+    const double bx = static_cast<double>(s.rx) / 128.0 - block.gradientX * r / n;
+    const double by = static_cast<double>(s.ry) / 128.0 - block.gradientY * r / n;
     const double b1 = block.cosine * bx + block.sine * by;
     const double b2 = block.cosine * by - block.sine * bx;
     const double d1 = b1 / block.along;

@@ -9,7 +9,7 @@
 // and would make flat windows confirm whatever motion they are given: it is taken off, and an axis on which less than a
 // share of it is left counts for nothing and is not moved along.
 //
-// Samples are bilinear with 8 bits of fraction and four bits of value; sums are whole numbers, the solve is in doubles.
+// Samples are bilinear with six bits of fraction; sums are whole numbers, the solve is in doubles.
 #ifndef ZVT4_FINE_BLOCK_H_
 #define ZVT4_FINE_BLOCK_H_
 

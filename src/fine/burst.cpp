@@ -172,10 +172,11 @@ Status makeMapBase(Burst* burst) {
 
 struct WeightJob {
   Burst* burst;
+  const WeightBase* base;
   Status status[kMostFrames];
 };
 
-Status weighFrame(Burst* b, int32_t k) {
+Status weighFrame(Burst* b, const WeightBase& base, int32_t k) {
   FrameRecord& frame = b->frames[b->order[k]];
   if (k == 0 || frame.status != MERGED) return ZELVAN_OK;
   const Image& map = b->mapLuma;
@@ -184,13 +185,12 @@ Status weighFrame(Burst* b, int32_t k) {
   if (!nodes) return ZELVAN_ERROR_NOMEM;
   Mesh mesh = {0, 0, nodes.data()};
   fillMesh(&mesh, resultMotion(*b, b->order[k]), nullptr, kMapLevel, map.width, map.height);
-  const WeightInput input = {&b->mapLuma, &b->mapColour,  &frame.pyramid,        &mesh,
-                             &b->noise,   samplersBest(), b->settings.strictness};
+  const WeightInput input = {&base, &frame.pyramid, &mesh, samplersBest(), b->settings.strictness};
   return makeWeights(&frame.weights, &frame.drift, &frame.share, b->env, input);
 }
 
 Status weighOne(WeightJob* job, int32_t k, const PelContext*) {
-  job->status[k] = weighFrame(job->burst, k);
+  job->status[k] = weighFrame(job->burst, *job->base, k);
   return job->status[k];
 }
 
@@ -301,7 +301,11 @@ Status shareOut(Burst* burst) {
     if (status == ZELVAN_OK) status = Image_init(&frame.shares, map.width, map.height, nullptr, IMAGE_UINT16);
   }
   if (status != ZELVAN_OK) return status;
-  WeightJob job = {burst, {}};
+  const ScopedBlock<float> planes(burst->env, 3 * static_cast<size_t>(map.width) * static_cast<size_t>(map.height));
+  if (!planes) return ZELVAN_ERROR_NOMEM;
+  WeightBase weightBase;
+  prepareWeights(&weightBase, planes.data(), burst->pel, map, burst->mapColour, burst->noise);
+  WeightJob job = {burst, &weightBase, {}};
   static constexpr PelKernel kKernel = pelIndexed<WeightJob, weighOne>();
   status = executeToEnd(burst->pel, &kKernel, &job, burst->added);
   for (const Status s : job.status) status |= s;

@@ -164,6 +164,10 @@ const Samplers* samplersBest() {
   return best;
 }
 
+void sampleLine(int16_t* out, const Samplers& samplers, const Image& image, const MeshLine& line, int32_t count) {
+  samplePiece<1>(out, samplers.bilinear[0], image, line, count);
+}
+
 void sampleRow(int16_t* out, const Samplers& samplers, bool cubic, const Image& image, const Mesh& mesh, int32_t y,
                int32_t width) {
   const int32_t channels = image.format == IMAGE_UINT88 ? 2 : 1;

@@ -37,6 +37,9 @@ struct Samplers {
 const Samplers* samplersAt(int32_t index);  // the first is the plain one; null behind the last that runs here
 const Samplers* samplersBest();
 
+// count samples of one channel along a line, bilinear. out has room for kSampleSlack samples more.
+void sampleLine(int16_t* out, const Samplers& samplers, const Image& image, const MeshLine& line, int32_t count);
+
 // Row y of the result: width samples, or pairs of samples for an image of pairs, on the mesh's own grid.
 // out has room for kSampleSlack samples more.
 void sampleRow(int16_t* out, const Samplers& samplers, bool cubic, const Image& image, const Mesh& mesh, int32_t y,

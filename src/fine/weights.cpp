@@ -7,6 +7,7 @@
 #include "base/integer.h"
 #include "base/raw_double.h"
 #include "base/scoped.h"
+#include "parallel/pel_rows.h"
 
 namespace fine {
 namespace {
@@ -17,46 +18,65 @@ constexpr float kSlip = 0.14f;         // share of a step that a difference may 
 constexpr float kQuantisation = 0.1f;  // variance of the bytes of the level
 constexpr double kFrameKept = 0.8;     // variance of a frame's sample by that of its pixels
 
-struct Compare {
+using Byte = uint8_t;
+
+// A frame on the grid of the base.
+struct Laid {
   const WeightInput* in;
-  const Image* base;
-  const Image* colour;
   int32_t width;
   int32_t height;
-  int16_t* luma;  // of the frame on the base's grid
+  int16_t* luma;
   int16_t* pairs;
+  Byte* covered;  // 255 inside the frame
 };
 
-bool covered(const Compare& c, const MeshNode& p) {
-  const int32_t x = p.x >> 15;
-  const int32_t y = p.y >> 15;
-  return x >= 1 && y >= 1 && x < c.width - 2 && y < c.height - 2;
+void coverRow(Byte* out, const Mesh& mesh, int32_t y, int32_t width, int32_t height) {
+  for (int32_t i = 0; i * kMeshStep < width; ++i) {
+    const MeshLine line = lumaLine(mesh, i, y);
+    const int32_t count = std::min(kMeshStep, width - i * kMeshStep);
+    Byte* __restrict to = out + i * kMeshStep;
+    const int32_t right = (width - 2) << 15;
+    const int32_t bottom = (height - 2) << 15;
+    for (int32_t k = 0; k < count; ++k) {
+      const int32_t px = line.x + k * line.dx;
+      const int32_t py = line.y + k * line.dy;
+      to[k] = px >= 0x8000 && py >= 0x8000 && px < right && py < bottom ? 255 : 0;
+    }
+  }
+}
+
+// Every kDriftStep-th pixel of both directions is enough for a line, fewer of large maps.
+int32_t driftStep(const Laid& laid) {
+  int32_t step = 2;
+  while ((laid.width / step) * (laid.height / step) > 24000) ++step;
+  return step;
 }
 
 // A line y = x + gain x + offset by iterated weights.
-void fitDrift(Drift* drift, const Compare& c) {
+void fitDrift(Drift* drift, const Laid& laid) {
+  const int32_t step = driftStep(laid);
   for (int32_t channel = 0; channel < 3; ++channel) {
     double gain = 0.0, offset = 0.0;
     for (int32_t round = 0; round < 4; ++round) {
       // Wide at first, then near the noise.
       const double limit = round == 0 ? 40.0 : round == 1 ? 12.0 : 6.0;
       double n = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
-      for (int32_t y = 2; y < c.height - 2; y += 2) {
-        for (int32_t x = 2; x < c.width - 2; x += 2) {
-          if (!covered(c, meshPosition(*c.in->mapMesh, x, y))) continue;
-          const int32_t at = y * c.width + x;
-          const double from = (channel == 0 ? c.luma[at] : c.pairs[2 * at + channel - 1]) / 64.0;
-          const double to =
-              (channel == 0 ? imageRow(c.base, y)[x] : imageRow(c.colour, y)[2 * x + channel - 1]) - 128.0;
-          const double e = to - from - gain * from - offset;
+      for (int32_t y = 2; y < laid.height - 2; y += step) {
+        const Byte* row = channel == 0 ? imageRow(laid.in->base->luma, y) : imageRow(laid.in->base->colour, y);
+        for (int32_t x = 2; x < laid.width - 2; x += step) {
+          const int32_t at = y * laid.width + x;
+          if (laid.covered[at] == 0) continue;
+          const double from = (channel == 0 ? laid.luma[at] : laid.pairs[2 * at + channel - 1]) / 64.0;
+          const double change = (channel == 0 ? row[x] : row[2 * x + channel - 1]) - 128.0 - from;
+          const double e = change - gain * from - offset;
           const double size = e < 0 ? -e : e;
           if (size > 3 * limit) continue;
           const double w = size < limit ? 1.0 : limit / size;
           n += w;
           sx += w * from;
-          sy += w * (to - from);
+          sy += w * change;
           sxx += w * from * from;
-          sxy += w * from * (to - from);
+          sxy += w * from * change;
         }
       }
       if (n < 100) break;
@@ -72,139 +92,228 @@ void fitDrift(Drift* drift, const Compare& c) {
   }
 }
 
-int16_t corrected(int16_t s, const Drift& drift, int32_t channel) {
-  return static_cast<int16_t>(s + ((s * drift.gain[channel] + 16384) >> 15) + drift.offset[channel]);
+// Steps to the four neighbours: the largest. Channels interleaved bytes, of which one counts.
+template <int32_t Channels>
+void steepRow(Byte* __restrict out, const Image& image, int32_t y, int32_t channel) {
+  const Byte* __restrict row = imageRow(&image, y) + channel;
+  const Byte* __restrict up = imageRow(&image, std::max(0, y - 1)) + channel;
+  const Byte* __restrict down = imageRow(&image, std::min(image.height - 1, y + 1)) + channel;
+  const auto at = [&](int32_t x, int32_t left, int32_t right) {
+    const int32_t v = row[x * Channels];
+    const int32_t across = std::max(std::abs(row[left * Channels] - v), std::abs(row[right * Channels] - v));
+    const int32_t along = std::max(std::abs(up[x * Channels] - v), std::abs(down[x * Channels] - v));
+    return static_cast<Byte>(std::max(across, along));
+  };
+  const int32_t last = image.width - 1;
+  for (int32_t x = 1; x < last; ++x) out[x] = at(x, x - 1, x + 1);
+  out[0] = at(0, 0, std::min(1, last));
+  out[last] = at(last, std::max(0, last - 1), last);
 }
 
-// The largest step to a neighbour, in levels.
-int32_t steepness(const Image& image, int32_t x, int32_t y, int32_t channels, int32_t channel) {
-  const int32_t left = std::max(0, x - 1);
-  const int32_t right = std::min(image.width - 1, x + 1);
-  const uint8_t* row = imageRow(&image, y);
-  const uint8_t* up = imageRow(&image, std::max(0, y - 1));
-  const uint8_t* down = imageRow(&image, std::min(image.height - 1, y + 1));
-  const int32_t v = row[x * channels + channel];
-  return std::max(std::max(std::abs(row[left * channels + channel] - v), std::abs(row[right * channels + channel] - v)),
-                  std::max(std::abs(up[x * channels + channel] - v), std::abs(down[x * channels + channel] - v)));
-}
+struct PrepareJob {
+  const WeightBase* base;
+  float* planes;
+  const float* expected;  // 256 of luma, then of the chroma bytes
+};
 
-// Mean of the three ratios; outside the frame a number beyond all limits.
-void ratioRow(float* out, const Compare& c, const Drift& drift, const float* expected, int32_t y, float slip) {
-  const uint8_t* base = imageRow(c.base, y);
-  const uint8_t* colour = imageRow(c.colour, y);
-  for (int32_t x = 0; x < c.width; ++x) {
-    const int32_t at = y * c.width + x;
-    const float* e = expected + 3 * base[x];
-    const float g = slip * static_cast<float>(steepness(*c.base, x, y, 1, 0));
-    const float dy = static_cast<float>(corrected(c.luma[at], drift, 0) - (base[x] - 128) * 64) * (1.0f / 64);
-    float sum = dy * dy / (e[0] + g * g);
-    for (int32_t k = 0; k < 2; ++k) {
-      const float gc = slip * static_cast<float>(steepness(*c.colour, x, y, 2, k));
-      const float d =
-          static_cast<float>(corrected(c.pairs[2 * at + k], drift, 1 + k) - (colour[2 * x + k] - 128) * 64) *
-          (1.0f / 64);
-      sum += d * d / (e[1 + k] + gc * gc + 0.1f * g * g);
-    }
-    // What is far off is far off: one pixel shall not outvote 25.
-    out[x] = std::min(sum * (1.0f / 3), 40.0f);
-  }
-}
-
-// out = sum of the five rows and columns round each pixel / 25, edges repeated.
-void box5(float* out, const float* in, float* line, int32_t width, int32_t height) {
-  for (int32_t y = 0; y < height; ++y) {
-    for (int32_t x = 0; x < width; ++x) line[x] = 0.0f;
-    for (int32_t j = -2; j <= 2; ++j) {
-      const float* row = in + clampInt(y + j, 0, height - 1) * width;
-      for (int32_t x = 0; x < width; ++x) line[x] += row[x];
-    }
-    float* to = out + y * width;
-    for (int32_t x = 0; x < width; ++x) {
-      float sum = 0.0f;
-      for (int32_t i = -2; i <= 2; ++i) sum += line[clampInt(x + i, 0, width - 1)];
-      to[x] = sum * 0.04f;
-    }
-  }
-}
-
-// Least of the 3x3 neighbours, then their mean.
-void soften(Image* map, uint8_t* scratch) {
-  const int32_t w = map->width;
-  const int32_t h = map->height;
-  for (int32_t y = 0; y < h; ++y) {
-    const uint8_t* rows[3] = {imageRow(map, std::max(0, y - 1)), imageRow(map, y),
-                              imageRow(map, std::min(h - 1, y + 1))};
-    for (int32_t x = 0; x < w; ++x) {
-      uint8_t least = 255;
-      for (const uint8_t* row : rows) {
-        for (int32_t i = -1; i <= 1; ++i) least = std::min(least, row[clampInt(x + i, 0, w - 1)]);
+void prepareRows(const PrepareJob& job, int32_t begin, int32_t end) {
+  const Image& luma = *job.base->luma;
+  const int32_t width = luma.width;
+  const size_t area = static_cast<size_t>(width) * static_cast<size_t>(luma.height);
+  constexpr int32_t kPiece = 256;
+  for (int32_t y = begin; y < end; ++y) {
+    // The steps of a row are kept in the row of the first plane until they are used.
+    float* const out = job.planes + static_cast<size_t>(y) * static_cast<size_t>(width);
+    auto* const steps = reinterpret_cast<Byte*>(out + 2 * area);
+    for (int32_t channel = 0; channel < 3; ++channel) {
+      if (channel == 0) {
+        steepRow<1>(steps, luma, y, 0);
+      } else {
+        steepRow<2>(steps + channel * width, *job.base->colour, y, channel - 1);
       }
-      scratch[y * w + x] = least;
+    }
+    const Byte* row = imageRow(&luma, y);
+    // From the right, since the last plane's row still holds the steps.
+    for (int32_t channel = 0; channel < 2; ++channel) {
+      float* __restrict to = out + static_cast<size_t>(channel) * area;
+      const float* expected = job.expected + 256 * channel;
+      for (int32_t x = 0; x < width; ++x) {
+        const float g = kSlip * static_cast<float>(steps[x]);
+        const float c = kSlip * static_cast<float>(steps[channel * width + x]);
+        to[x] = channel == 0 ? 1.0f / (expected[row[x]] + g * g) : 1.0f / (expected[row[x]] + c * c + 0.1f * g * g);
+      }
+    }
+    Byte luminance[kPiece], chroma[kPiece];
+    float* to = out + 2 * area;
+    const float* expected = job.expected + 512;
+    for (int32_t x1 = width; x1 > 0; x1 -= std::min(x1, kPiece)) {
+      const int32_t x0 = x1 - std::min(x1, kPiece);
+      std::copy(steps + x0, steps + x1, luminance);
+      std::copy(steps + 2 * width + x0, steps + 2 * width + x1, chroma);
+      // What is written lies at four times the place of what is still to be read.
+      for (int32_t x = x0; x < x1; ++x) {
+        const float g = kSlip * static_cast<float>(luminance[x - x0]);
+        const float c = kSlip * static_cast<float>(chroma[x - x0]);
+        to[x] = 1.0f / (expected[row[x]] + c * c + 0.1f * g * g);
+      }
     }
   }
-  for (int32_t y = 0; y < h; ++y) {
-    uint8_t* to = imageRow(map, y);
-    for (int32_t x = 0; x < w; ++x) {
-      int32_t sum = 4;
-      for (int32_t j = -1; j <= 1; ++j) {
-        const uint8_t* row = scratch + clampInt(y + j, 0, h - 1) * w;
-        for (int32_t i = -1; i <= 1; ++i) sum += row[clampInt(x + i, 0, w - 1)];
-      }
-      // Never above what the place itself allows: a hole of the map stays a hole.
-      to[x] = std::min(static_cast<uint8_t>(sum / 9), scratch[y * w + x]);
-    }
+}
+
+int16_t corrected(int16_t s, int16_t gain, int16_t offset) {
+  return static_cast<int16_t>(s + static_cast<int16_t>((((int32_t{s} * gain) >> 14) + 1) >> 1) + offset);
+}
+
+// Mean of the three ratios.
+void ratioRow(float* __restrict out, const Laid& laid, const Drift& drift, int32_t y) {
+  const WeightBase& base = *laid.in->base;
+  const size_t at = static_cast<size_t>(y) * static_cast<size_t>(laid.width);
+  const int16_t* __restrict s = laid.luma + at;
+  const int16_t* __restrict pairs = laid.pairs + 2 * at;
+  const Byte* __restrict luma = imageRow(base.luma, y);
+  const Byte* __restrict colour = imageRow(base.colour, y);
+  const float* __restrict cy = base.certainty[0] + at;
+  const float* __restrict cu = base.certainty[1] + at;
+  const float* __restrict cv = base.certainty[2] + at;
+  for (int32_t x = 0; x < laid.width; ++x) {
+    const auto dy = static_cast<float>(corrected(s[x], drift.gain[0], drift.offset[0]) - (luma[x] - 128) * 64);
+    const auto du =
+        static_cast<float>(corrected(pairs[2 * x], drift.gain[1], drift.offset[1]) - (colour[2 * x] - 128) * 64);
+    const auto dv = static_cast<float>(corrected(pairs[2 * x + 1], drift.gain[2], drift.offset[2]) -
+                                       (colour[2 * x + 1] - 128) * 64);
+    const float sum = (dy * dy * cy[x] + du * du * cu[x] + dv * dv * cv[x]) * (1.0f / (3 * 4096));
+    out[x] = sum < 40.0f ? sum : 40.0f;  // what is far off is far off: one pixel shall not outvote 25
+  }
+}
+
+// Rows j - radius to j + radius round a row, edges repeated.
+template <typename T, int32_t Radius>
+struct Rows {
+  const T* row[2 * Radius + 1];
+  template <typename At>
+  Rows(int32_t y, int32_t height, const At& at) {
+    for (int32_t j = -Radius; j <= Radius; ++j) row[j + Radius] = at(clampInt(y + j, 0, height - 1));
+  }
+};
+
+// Repeats both ends of a line that has room for two items on each side.
+template <typename T>
+void padLine(T* line, int32_t width) {
+  line[-2] = line[-1] = line[0];
+  line[width] = line[width + 1] = line[width - 1];
+}
+
+// The weight of a row: mean of 5x5 ratios, from near to far.
+void weightRow(Byte* __restrict out, const float* ratios, float* __restrict line, const Byte* __restrict covered,
+               int32_t y, int32_t width, int32_t height, float far, float scale) {
+  const Rows<float, 2> r(y, height, [&](int32_t j) { return ratios + static_cast<ptrdiff_t>(j) * width; });
+  const float* __restrict a = r.row[0];
+  const float* __restrict b = r.row[1];
+  const float* __restrict c = r.row[2];
+  const float* __restrict d = r.row[3];
+  const float* __restrict e = r.row[4];
+  for (int32_t x = 0; x < width; ++x) line[x] = a[x] + b[x] + c[x] + d[x] + e[x];
+  padLine(line, width);
+  for (int32_t x = 0; x < width; ++x) {
+    const float mean = (line[x - 2] + line[x - 1] + line[x] + line[x + 1] + line[x + 2]) * 0.04f;
+    const float t = (far - mean) * scale;
+    const float weight = t < 0.0f ? 0.0f : t > 1.0f ? 255.0f : 255.0f * t;
+    out[x] = static_cast<Byte>(static_cast<int32_t>(weight)) & covered[x];
+  }
+}
+
+// Least of the 3x3 neighbours.
+void leastRow(Byte* __restrict out, const Rows<Byte, 1>& r, Byte* __restrict line, int32_t width) {
+  const Byte* __restrict a = r.row[0];
+  const Byte* __restrict b = r.row[1];
+  const Byte* __restrict c = r.row[2];
+  for (int32_t x = 0; x < width; ++x) line[x] = std::min(std::min(a[x], b[x]), c[x]);
+  padLine(line, width);
+  for (int32_t x = 0; x < width; ++x) out[x] = std::min(std::min(line[x - 1], line[x]), line[x + 1]);
+}
+
+// Mean of the 3x3 neighbours, but never above the place itself: a hole of the map stays a hole.
+void softRow(Byte* __restrict out, const Rows<Byte, 1>& r, uint16_t* __restrict line, int32_t width) {
+  const Byte* __restrict a = r.row[0];
+  const Byte* __restrict b = r.row[1];
+  const Byte* __restrict c = r.row[2];
+  for (int32_t x = 0; x < width; ++x) line[x] = static_cast<uint16_t>(a[x] + b[x] + c[x]);
+  padLine(line, width);
+  for (int32_t x = 0; x < width; ++x) {
+    const auto sum = static_cast<uint16_t>(line[x - 1] + line[x] + line[x + 1] + 4);
+    // 7282 / 65536 is a ninth: exact for sums up to 2299.
+    out[x] = std::min(static_cast<Byte>((uint32_t{sum} * 7282) >> 16), b[x]);
   }
 }
 
 }  // namespace
 
+void prepareWeights(WeightBase* base, float* planes, Pel* pel, const Image& luma, const Image& colour,
+                    const Noise& noise) {
+  const size_t area = static_cast<size_t>(luma.width) * static_cast<size_t>(luma.height);
+  *base = {&luma, &colour, {planes, planes + area, planes + 2 * area}};
+  float expected[3 * 256];
+  for (int32_t k = 0; k < 3; ++k) {
+    for (int32_t v = 0; v < 256; ++v) {
+      expected[256 * k + v] = noise.map[k].at(v) * static_cast<float>(1.0 + kFrameKept) + kQuantisation;
+    }
+  }
+  executeRows<PrepareJob, prepareRows>(pel, {base, planes, expected}, luma.height);
+}
+
 Status makeWeights(Image* map, Drift* drift, float* share, Env* env, const WeightInput& input) {
-  const Image& base = *input.baseLuma;
-  Compare c = {&input, &base, input.baseColour, base.width, base.height, nullptr, nullptr};
-  const size_t area = static_cast<size_t>(c.width) * static_cast<size_t>(c.height);
+  const int32_t width = input.base->luma->width;
+  const int32_t height = input.base->luma->height;
+  const size_t area = static_cast<size_t>(width) * static_cast<size_t>(height);
   const ScopedBlock<int16_t> luma(env, area + kSampleSlack);
   const ScopedBlock<int16_t> pairs(env, 2 * (area + kSampleSlack));
+  const ScopedBlock<Byte> covered(env, area);
   const ScopedBlock<float> ratios(env, area);
-  const ScopedBlock<float> means(env, area + static_cast<size_t>(c.width));
-  if (!luma || !pairs || !ratios || !means) return ZELVAN_ERROR_NOMEM;
-  c.luma = luma.data();
-  c.pairs = pairs.data();
-  for (int32_t y = 0; y < c.height; ++y) {
-    sampleRow(c.luma + y * c.width, *input.samplers, true, input.frame->level[kMapLevel], *input.mapMesh, y, c.width);
-    sampleRow(c.pairs + 2 * y * c.width, *input.samplers, true, input.frame->colour, *input.mapMesh, y, c.width);
+  const ScopedBlock<float> lines(env, static_cast<size_t>(width) + 4);
+  if (!luma || !pairs || !covered || !ratios || !lines) return ZELVAN_ERROR_NOMEM;
+  const Laid laid = {&input, width, height, luma.data(), pairs.data(), covered.data()};
+  const auto rowOf = [&](auto* plane, int32_t y) {
+    return plane + static_cast<size_t>(y) * static_cast<size_t>(width);
+  };
+  for (int32_t y = 0; y < height; ++y) {
+    sampleRow(rowOf(laid.luma, y), *input.samplers, true, input.frame->level[kMapLevel], *input.mapMesh, y, width);
+    sampleRow(laid.pairs + 2 * static_cast<size_t>(y) * static_cast<size_t>(width), *input.samplers, true,
+              input.frame->colour, *input.mapMesh, y, width);
+    coverRow(rowOf(laid.covered, y), *input.mapMesh, y, width, height);
   }
-  fitDrift(drift, c);
+  fitDrift(drift, laid);
 
-  const auto strictness = static_cast<float>(input.strictness);
-  float expected[256 * 3];
-  for (int32_t v = 0; v < 256; ++v) {
-    for (int32_t k = 0; k < 3; ++k) {
-      expected[3 * v + k] = input.noise->map[k].at(v) * static_cast<float>(1.0 + kFrameKept) + kQuantisation;
-    }
+  const double strictness = input.strictness > 0.01 ? input.strictness : 0.01;
+  const auto near = static_cast<float>(1.0 + (kNear - 1.0) / strictness);
+  const auto far = static_cast<float>(1.0 + (kFar - 1.0) / strictness);
+  for (int32_t y = 0; y < height; ++y) ratioRow(rowOf(ratios.data(), y), laid, *drift, y);
+  float* line = lines.data() + 2;
+  for (int32_t y = 0; y < height; ++y) {
+    weightRow(imageRow(map, y), ratios.data(), line, rowOf(laid.covered, y), y, width, height, far,
+              1.0f / (far - near));
   }
-  for (int32_t y = 0; y < c.height; ++y) ratioRow(ratios.data() + y * c.width, c, *drift, expected, y, kSlip);
-  box5(means.data(), ratios.data(), means.data() + area, c.width, c.height);
-
-  const float near = 1.0f + (kNear - 1.0f) / strictness;
-  const float far = 1.0f + (kFar - 1.0f) / strictness;
+  // The ratios have done their work: their place takes the map in between.
+  Byte* least = reinterpret_cast<Byte*>(ratios.data());
+  Byte* byteLine = reinterpret_cast<Byte*>(line);
+  for (int32_t y = 0; y < height; ++y) {
+    leastRow(rowOf(least, y), Rows<Byte, 1>(y, height, [&](int32_t j) { return imageRow(map, j); }), byteLine, width);
+  }
   int64_t sum = 0;
   int64_t seen = 0;
-  for (int32_t y = 0; y < c.height; ++y) {
-    uint8_t* row = imageRow(map, y);
-    for (int32_t x = 0; x < c.width; ++x) {
-      const float t =
-          (far - means[static_cast<size_t>(y) * static_cast<size_t>(c.width) + static_cast<size_t>(x)]) / (far - near);
-      const bool shown = covered(c, meshPosition(*input.mapMesh, x, y));
-      row[x] = !shown ? 0 : static_cast<uint8_t>(t <= 0.0f ? 0.0f : t >= 1.0f ? 255.0f : 255.0f * t);
-      seen += shown;
+  for (int32_t y = 0; y < height; ++y) {
+    softRow(imageRow(map, y), Rows<Byte, 1>(y, height, [&](int32_t j) { return rowOf(least, j); }),
+            reinterpret_cast<uint16_t*>(line), width);
+    const Byte* row = imageRow(map, y);
+    const Byte* inside = rowOf(laid.covered, y);
+    int32_t rowSum = 0, rowSeen = 0;
+    for (int32_t x = 0; x < width; ++x) {
+      rowSum += row[x];
+      rowSeen += inside[x];
     }
+    sum += rowSum;
+    seen += rowSeen;
   }
-  soften(map, reinterpret_cast<uint8_t*>(ratios.data()));
-  for (int32_t y = 0; y < c.height; ++y) {
-    const uint8_t* row = imageRow(map, y);
-    for (int32_t x = 0; x < c.width; ++x) sum += row[x];
-  }
-  *share = seen > 0 ? static_cast<float>(sum) / (255.0f * static_cast<float>(seen)) : 0.0f;
+  *share = seen > 0 ? static_cast<float>(sum) / static_cast<float>(seen) : 0.0f;
   return ZELVAN_OK;
 }
 

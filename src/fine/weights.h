@@ -23,18 +23,28 @@ struct Drift {
   int16_t offset[3];
 };
 
+// What is the same for all frames: the result's grid at level kMapLevel as the base shows it, and 1 / expected variance
+// of a difference in luma and the two chroma bytes there.
+struct WeightBase {
+  const Image* luma;
+  const Image* colour;
+  const float* certainty[3];  // rows of luma.width
+};
+
+// planes: room for 3 x the pixels of the map.
+void prepareWeights(WeightBase* base, float* planes, Pel* pel, const Image& luma, const Image& colour,
+                    const Noise& noise);
+
 struct WeightInput {
-  const Image* baseLuma;  // the result's grid at level kMapLevel, as the base shows it
-  const Image* baseColour;
+  const WeightBase* base;
   const Pyramid* frame;
   const Mesh* mapMesh;
-  const Noise* noise;
   const Samplers* samplers;
   double strictness;  // 1: as described; larger: what differs less is kept out
 };
 
 // map: "UINT8" of the size of level kMapLevel, 255 = the whole weight. drift may not be null. share: mean of the map
-// over what the frame covers, 0 to 1. Scratch: about 24 bytes a pixel of the map's.
+// over what the frame covers, 0 to 1. Scratch: about 15 bytes a pixel of the map's.
 Status makeWeights(Image* map, Drift* drift, float* share, Env* env, const WeightInput& input);
 
 }  // namespace fine
