@@ -16,24 +16,18 @@
 #if defined(__SANITIZE_ADDRESS__) || ZVT4_HAS_FEATURE(address_sanitizer)
 #include <sanitizer/asan_interface.h>
 #define ZVT4_NOT_SANITIZED [[gnu::no_sanitize("address")]]
-constexpr bool kPoisons = true;
+#define ZVT4_POISONS 1
 inline void poison(const void* start, size_t bytes) {
   __asan_poison_memory_region(start, bytes);
 }
 inline void unpoison(const void* start, size_t bytes) {
   __asan_unpoison_memory_region(start, bytes);
 }
-inline bool isPoisoned(const void* byte) {
-  return __asan_address_is_poisoned(byte) != 0;
-}
 #else
 #define ZVT4_NOT_SANITIZED
-constexpr bool kPoisons = false;
+#define ZVT4_POISONS 0
 inline void poison(const void*, size_t) {}
 inline void unpoison(const void*, size_t) {}
-inline bool isPoisoned(const void*) {
-  return false;
-}
 #endif
 
 #endif  // ZVT4_BASE_POISON_H_
