@@ -4,7 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "file_io.h"
+#include "output_file.h"
 
 namespace tool {
 namespace {
