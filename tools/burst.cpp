@@ -223,10 +223,16 @@ const char* statusWords(int32_t status) {
   }
 }
 
-void checkFrameSize(const std::string& name, const Picture& frame) {
-  if (std::max(frame.width, frame.height) < 640 || std::min(frame.width, frame.height) < 480) {
-    throw Error(name, std::to_string(frame.width) + "x" + std::to_string(frame.height) +
-                          " is too small; frames have at least 640x480 or 480x640 pixels");
+void checkFrameSize(const std::string& name, int64_t width, int64_t height, size_t frameCount) {
+  const std::string size = std::to_string(width) + "x" + std::to_string(height);
+  if (std::max(width, height) < 640 || std::min(width, height) < 480) {
+    throw Error(name, size + " is too small; frames have at least 640x480 or 480x640 pixels");
+  }
+  constexpr int64_t kMostSide = std::numeric_limits<int32_t>::max();
+  if (width > kMostSide || height > kMostSide ||
+      zelvan_Tessaline4_getBufferSize(static_cast<int32_t>(width), static_cast<int32_t>(height),
+                                      static_cast<int32_t>(frameCount), kFormat) <= 0) {
+    throw Error(name, size + " is too large for a burst of " + std::to_string(frameCount) + " frames");
   }
 }
 

@@ -83,8 +83,8 @@ struct BurstResult {
 // Called before each step with its name, the count of steps done and of all steps.
 using Progress = std::function<void(const char* step, size_t done, size_t all)>;
 
-// Throws Error naming the frame when its size is not one the library takes.
-void checkFrameSize(const std::string& name, const Picture& frame);
+// Throws Error naming the frame when its size is not one the library takes for a burst of so many frames.
+void checkFrameSize(const std::string& name, int64_t width, int64_t height, size_t frameCount);
 // frames: 1 to kMostFrames of one size that checkFrameSize allows. Throws Error when the library refuses.
 BurstResult runBurst(const std::vector<Picture>& frames, const Settings& settings, const Progress& progress = nullptr);
 

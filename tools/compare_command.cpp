@@ -10,6 +10,7 @@
 #include "file_io.h"
 #include "image_file.h"
 #include "options.h"
+#include "output_file.h"
 #include "quality.h"
 #include "resample.h"
 #include "truth.h"
@@ -126,6 +127,10 @@ Json yardstickJson(const Yardstick& y) {
 }
 
 void run(const Options& o) {
+  if (!o.json.empty()) {
+    checkFileWritable(o.json);
+    checkDistinct({o.json}, {o.result, o.report, o.truthFolder + "/truth.json"});
+  }
   const Truth truth = readTruth(o.truthFolder);
   const std::optional<RawLayout> raw = o.raw.layout();
   const Picture result = readPicture(o.result, raw);

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
-#include "file_io.h"
+#include "image_file.h"
 #include "image_file_kinds.h"
+#include "output_file.h"
 
 namespace tool {
 namespace {
@@ -30,7 +31,9 @@ void writeFrame(const std::string& path, const Picture& frame, const FrameStorag
   if (storage.format == "png") {
     writeFile(path, encodePng(path, rgbOfPlanes(frame)));
   } else {
-    writePicture(path, frame, storage.jpegQuality);
+    WriteOptions options;
+    options.jpegQuality = storage.jpegQuality;
+    writePicture(path, frame, options);
   }
 }
 

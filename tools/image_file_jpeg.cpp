@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
@@ -7,6 +8,7 @@
 #include "exif.h"
 #include "image_file_kinds.h"
 
+#include <jerror.h>
 #include <jpeglib.h>
 
 namespace tool {
@@ -45,6 +47,7 @@ void guarded(const std::string& name, Failure* failure, const char* what, const 
     body();
     return;
   }
+  if (failure->manager.msg_code == JERR_OUT_OF_MEMORY) throw std::bad_alloc();
   throw Error(name, std::string(what) + failure->message);
 }
 
@@ -222,10 +225,14 @@ RgbPicture decodeJpegRgb(const std::string& name, const Bytes& bytes) {
   return {jpeg.width(), jpeg.height(), jpeg.pixels(JCS_RGB)};
 }
 
-Bytes encodeJpeg(const std::string& name, const Picture& picture, int quality) {
-  if (picture.width > JPEG_MAX_DIMENSION || picture.height > JPEG_MAX_DIMENSION) {
-    throw Error(name, "larger than a JPEG can be");
+void checkJpegSize(const std::string& name, int64_t width, int64_t height) {
+  if (std::max(width, height) > JPEG_MAX_DIMENSION) {
+    throw Error(name, "no JPEG is wider or higher than " + std::to_string(JPEG_MAX_DIMENSION) + " pixels");
   }
+}
+
+Bytes encodeJpeg(const std::string& name, const Picture& picture, int quality) {
+  checkJpegSize(name, picture.width, picture.height);
   const Bytes exif = exifForSize(picture.exif, picture.width, picture.height);
   const int32_t paddedWidth = (picture.width + 15) / 16 * 16;
   const int32_t paddedHeight = (picture.height + 15) / 16 * 16;

@@ -34,6 +34,7 @@ RgbPicture decodePng(const std::string& name, const Bytes& bytes) {
   const auto fail = [&] {
     const std::string reason = image.message;
     png_image_free(&image);
+    if (reason.find("memory") != std::string::npos) throw std::bad_alloc();
     throw Error(name, "damaged PNG: " + reason);
   };
   if (png_image_begin_read_from_memory(&image, bytes.data(), bytes.size()) == 0) fail();

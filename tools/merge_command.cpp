@@ -11,6 +11,8 @@
 #include "file_io.h"
 #include "image_file.h"
 #include "options.h"
+#include "output_file.h"
+#include "printable.h"
 #include "report.h"
 
 namespace tool {
@@ -21,7 +23,7 @@ struct MergeOptions {
   std::string output;
   RawOptions raw;
   std::string report;
-  int quality = 95;
+  WriteOptions write;
   bool libraryDefaults = false;
   bool quiet = false;
   Settings settings;
@@ -57,22 +59,34 @@ std::string summary(const BurstResult& result) {
 }
 
 void merge(const MergeOptions& options) {
-  checkWritable(options.output);
-  if (!options.report.empty()) checkFileWritable(options.report);
+  checkWritable(options.output, options.write);
+  std::vector<std::string> outputs = {options.output};
+  if (!options.report.empty()) {
+    checkFileWritable(options.report, options.write.existing);
+    outputs.push_back(options.report);
+  }
+  checkDistinct(outputs, options.frames);
   ProgressLine line(options.quiet);
   line.show("reading frames");
-  const std::vector<Picture> frames = readFrames(options.frames, options.raw.layout(), kMostFrames);
-  if (frames.size() < 2) {
-    throw Error(displayName(options.frames[0]), "one frame only; a burst has 2 to " + std::to_string(kMostFrames));
-  }
-  checkFrameSize(displayName(options.frames[0]), frames[0]);
+  const std::string first = displayName(options.frames[0]);
+  const auto checkSize = [&](const std::string& name, int64_t width, int64_t height) {
+    checkFrameSize(name, width, height, std::max<size_t>(options.frames.size(), 2));
+    checkWritableSize(options.output, options.write, width, height);
+  };
+  const std::vector<Picture> frames = readFrames(options.frames, options.raw.layout(), kMostFrames, checkSize);
+  if (frames.size() < 2) throw Error(first, "one frame only; a burst has 2 to " + std::to_string(kMostFrames));
+  checkFrameSize(first, frames[0].width, frames[0].height, frames.size());
   const Settings settings = overlay(options.libraryDefaults ? Settings() : toolDefaults(), options.settings);
-  const BurstResult result = runBurst(frames, settings, [&](const char* step, size_t done, size_t all) {
-    line.show(std::string(step) + " (" + std::to_string(done) + "/" + std::to_string(all) + ")");
+  const BurstResult result = orOutOfMemory(first, [&] {
+    return runBurst(frames, settings, [&](const char* step, size_t done, size_t all) {
+      line.show(std::string(step) + " (" + std::to_string(done) + "/" + std::to_string(all) + ")");
+    });
   });
-  line.show("writing " + options.output);
-  writePicture(options.output, result.picture, options.quality);
-  if (!options.report.empty()) writeReport(options.report, options.frames, options.output, settings, result);
+  line.show("writing " + printable(outputName(options.output)));
+  writePicture(options.output, result.picture, options.write);
+  if (!options.report.empty()) {
+    writeReport(options.report, options.frames, options.output, settings, result, options.write.existing);
+  }
   line.finish(summary(result));
 }
 
@@ -112,12 +126,20 @@ Example: tessaline4 merge IMG_*.jpg -o merged.jpg --report merged.json)");
   command->add_option("FRAME", options->frames, "Frames of the burst, or one Y4M stream")->required();
   command
       ->add_option("-o,--output", options->output,
-                   "Result; its ending tells the kind: .jpg .jpeg .png .y4m .nv21 .nv12 .i420 .yuv .yuyv")
+                   "Result, - for standard output; its ending tells the kind: .jpg .jpeg .png .y4m .nv21 .nv12 .i420 "
+                   ".yuv .yuyv")
       ->required()
       ->type_name("FILE");
+  command
+      ->add_option("--output-format", options->write.format,
+                   "Kind of the result, named as an ending without its dot; standard output needs it")
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember(writableFormats()));
+  addNoOverwrite(*command, &options->write.existing);
   options->raw.addTo(*command);
-  addRange(*command, "--quality", options->quality, "JPEG quality of the result (default 95)", 1, 100);
-  command->add_option("--report", options->report, "Write what became of each frame, as JSON")->type_name("FILE");
+  addRange(*command, "--quality", options->write.jpegQuality, "JPEG quality of the result (default 95)", 1, 100);
+  command->add_option("--report", options->report, "Write what became of each frame, as JSON (- for standard output)")
+      ->type_name("FILE");
   command->add_flag("--quiet", options->quiet, "No progress on the terminal");
 
   Settings* given = &options->settings;

@@ -3,6 +3,7 @@
 #define TESSALINE4_TOOLS_PICTURE_H_
 
 #include <cstdint>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -15,6 +16,16 @@ class Error : public std::runtime_error {
   explicit Error(const std::string& what) : std::runtime_error(what) {}
   Error(const std::string& file, const std::string& reason) : std::runtime_error(file + ": " + reason) {}
 };
+
+// Runs body; memory that it does not get is an Error that names the file.
+template <typename Body>
+auto orOutOfMemory(const std::string& file, const Body& body) -> decltype(body()) {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    throw Error(file, "out of memory");
+  }
+}
 
 // 4:2:0, 8 bits, full-range BT.601, densely packed. u and v have (width + 1) / 2 x (height + 1) / 2 samples, each at
 // the centre of its 2x2 luma samples.

@@ -38,10 +38,10 @@ Json frameJson(const std::string& file, size_t index, const FrameReport& frame) 
 }  // namespace
 
 void writeReport(const std::string& path, const std::vector<std::string>& files, const std::string& output,
-                 const Settings& settings, const BurstResult& result) {
+                 const Settings& settings, const BurstResult& result, Existing existing) {
   Json json;
   json["library"] = zelvan_Tessaline4_getVersion();
-  json["output"] = output;
+  json["output"] = outputName(output);
   json["width"] = result.picture.width;
   json["height"] = result.picture.height;
   json["settings"] = settingsJson(settings);
@@ -54,7 +54,7 @@ void writeReport(const std::string& path, const std::vector<std::string>& files,
   }
   // File names need not be UTF-8.
   const std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-  writeFile(path, std::vector<uint8_t>(text.begin(), text.end()));
+  writeFile(path, std::vector<uint8_t>(text.begin(), text.end()), existing);
 }
 
 }  // namespace tool

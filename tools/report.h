@@ -6,12 +6,13 @@
 #include <vector>
 
 #include "burst.h"
+#include "output_file.h"
 
 namespace tool {
 
 // files: where each frame of the result's burst came from; a stream is named once and stands for all frames.
 void writeReport(const std::string& path, const std::vector<std::string>& files, const std::string& output,
-                 const Settings& settings, const BurstResult& result);
+                 const Settings& settings, const BurstResult& result, Existing existing);
 
 }  // namespace tool
 

@@ -5,7 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "file_io.h"
+#include "output_file.h"
 
 namespace tool {
 namespace {
