@@ -74,8 +74,6 @@ std::string sizeText(const Picture& picture) {
 }  // namespace
 
 void checkPictureSize(const std::string& name, int64_t width, int64_t height) {
-  // The library counts bytes in 32 bits.
-  constexpr int64_t kMostPixels = int64_t{1} << 27;
   if (width < 1 || height < 1 || width > kMostPixels || height > kMostPixels || width * height > kMostPixels) {
     throw Error(name, "a size of " + std::to_string(width) + "x" + std::to_string(height) + " is out of range");
   }

@@ -16,6 +16,9 @@ class Error : public std::runtime_error {
   Error(const std::string& file, const std::string& reason) : std::runtime_error(file + ": " + reason) {}
 };
 
+// No picture has more: the library counts bytes in 32 bits.
+inline constexpr int64_t kMostPixels = int64_t{1} << 27;
+
 // 4:2:0, 8 bits, full-range BT.601, densely packed. u and v have (width + 1) / 2 x (height + 1) / 2 samples, each at
 // the centre of its 2x2 luma samples.
 struct Picture {

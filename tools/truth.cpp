@@ -1,15 +1,11 @@
 #include "truth.h"
 
-#include <fstream>
-
-#include <nlohmann/json.hpp>
-
+#include "burst.h"
 #include "file_io.h"
+#include "json_numbers.h"
 
 namespace tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 std::string truthFile(const std::string& folder) {
   return folder + "/truth.json";
@@ -48,27 +44,26 @@ void writeTruth(const Truth& truth, const std::string& scene, const Simulation& 
 
 Truth readTruth(const std::string& folder) {
   const std::string path = truthFile(folder);
-  std::ifstream file(path);
-  if (!file) throw Error(path, "cannot be read");
-  try {
-    const Json json = Json::parse(file);
+  return parseTruth(path, folder, readJsonFile(path));
+}
+
+Truth parseTruth(const std::string& name, const std::string& folder, const std::string& json) {
+  return parseJson(name, "truth of a burst", json, [&](const Json& root) {
     Truth truth;
     truth.folder = folder;
-    truth.width = json.at("width");
-    truth.height = json.at("height");
-    truth.frameFormat = json.at("frameFormat");
-    for (const Json& entry : json.at("frames")) {
-      TruthFrame frame;
-      frame.file = entry.at("file");
-      frame.clean = entry.at("clean");
-      for (size_t i = 0; i < 9; ++i) frame.motion[i] = entry.at("homography").at(i / 3).at(i % 3);
-      truth.frames.push_back(frame);
+    truth.width = static_cast<int32_t>(wholeNumber(root, "width", 1, kMostPixels));
+    truth.height = static_cast<int32_t>(wholeNumber(root, "height", 1, kMostPixels / truth.width));
+    truth.frameFormat = root.at("frameFormat");
+    const Json& frames = root.at("frames");
+    if (!frames.is_array() || frames.empty() || frames.size() > kMostFrames) {
+      throw BadJson("frames is not a list of 1 to " + std::to_string(kMostFrames));
     }
-    if (truth.frames.empty()) throw Error(path, "tells of no frame");
+    for (const Json& entry : frames) {
+      truth.frames.push_back({fileNameAt(entry, "file"), fileNameAt(entry, "clean"),
+                              motionAt(entry, "homography", truth.width, truth.height)});
+    }
     return truth;
-  } catch (const nlohmann::json::exception& error) {
-    throw Error(path, std::string("is no truth of a burst: ") + error.what());
-  }
+  });
 }
 
 }  // namespace tool

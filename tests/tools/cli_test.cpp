@@ -37,6 +37,15 @@ class Cli : public ::testing::Test {
     const int status = std::system(command.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
+  // Runs what must fail with one line that holds these words.
+  static void expectRefused(const std::string& arguments, const std::string& words) {
+    SCOPED_TRACE(arguments);
+    EXPECT_NE(run(arguments), 0);
+    const std::string line = textOf(folder_ / "err");
+    EXPECT_EQ(line.rfind("tessaline4: ", 0), 0u) << line;
+    EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1) << line;
+    EXPECT_NE(line.find(words), std::string::npos) << line;
+  }
   static void write(const std::string& name, const std::string& bytes) { std::ofstream(folder_ / name) << bytes; }
 
   static fs::path folder_;
@@ -77,12 +86,7 @@ TEST_F(Cli, BadInputGivesOneLineAndNoOutput) {
       {"frobnicate", ""},
   };
   for (const auto& [arguments, names] : rows) {
-    SCOPED_TRACE(arguments);
-    EXPECT_NE(run(arguments), 0);
-    const std::string line = textOf(folder_ / "err");
-    EXPECT_EQ(line.rfind("tessaline4: ", 0), 0u) << line;
-    EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1) << line;
-    EXPECT_NE(line.find(names), std::string::npos) << line;
+    expectRefused(arguments, names);
     for (const char* output : {"o.png", "o.tiff", "r.json", "s/truth.json"}) EXPECT_FALSE(fs::exists(folder_ / output));
   }
 }
@@ -128,6 +132,56 @@ TEST_F(Cli, MergesComparesAndReports) {
   EXPECT_NEAR(psnr("cs.json"), psnr("c.json"), 2.0);
 }
 
+// Pictures and numbers of a folder are checked before anything is counted with them.
+TEST_F(Cli, CompareTrustsNoFolder) {
+  ASSERT_EQ(run("merge burst/frame00.png burst/frame01.png burst/frame02.png -o t.png --report t.json"), 0);
+  fs::create_directories(folder_ / "odd");
+  const std::string truth = textOf(folder_ / "burst/truth.json"), report = textOf(folder_ / "t.json");
+  // The text with what follows the n-th of these words, up to the end, replaced.
+  const auto edited = [](const std::string& text, const std::string& word, const std::string& end,
+                         const std::string& by, int32_t n = 0) {
+    size_t at = text.find(word);
+    for (; n > 0; --n) at = text.find(word, at + 1);
+    at += word.size();
+    return text.substr(0, at) + by + text.substr(text.find(end, at));
+  };
+  const std::string zero = "[[0,0,0],[0,0,0],[0,0,0]]", flat = "[[1,1,0],[1,1,0],[0,0,1]]";
+  const std::string horizon = "[[1,0,0],[0,1,0],[0.01,0,-1]]", huge = "[[1e308,1e308,0],[0,1e308,0],[0,0,1]]";
+  const std::string matrix = "\"homography\":", motion = "\"motion\":", after = "\n    }";
+  for (const std::string& odd :
+       {edited(truth, "\"width\":", ",", "1e30"), edited(truth, "\"width\":", ",", "-640"),
+        edited(truth, "\"height\":", ",", "480.5"), edited(truth, matrix, after, zero, 1),
+        edited(truth, matrix, after, flat, 1), edited(truth, matrix, after, horizon, 1),
+        edited(truth, matrix, after, huge, 2), edited(truth, matrix, after, "[[1,0],[0,1]]", 0),
+        edited(truth, "\"clean\":", ",", "\"../burst/clean00.png\""), edited(truth, "\"frames\":", "\n}", " []"),
+        std::string(3 << 20, ' ')}) {
+    write("odd/truth.json", odd);
+    expectRefused("compare t.png odd", "odd/truth.json");
+  }
+  for (const std::string& odd : {edited(report, "\"base\":", ",", "-1"), edited(report, "\"base\":", ",", "0.5"),
+                                 edited(report, "\"width\":", ",", "480"), edited(report, motion, after, zero, 0),
+                                 edited(report, motion, after, zero, 1), edited(report, motion, after, zero, 2),
+                                 edited(report, "\"frames\":", "\n}", " []")}) {
+    write("odd.json", odd);
+    expectRefused("compare t.png burst --report odd.json", "odd.json");
+  }
+  // A frame that was left out may have any motion, or none.
+  write("odd.json", edited(edited(report, motion, after, "null", 2), "\"status\":", ",", "\"too blurred\"", 2));
+  EXPECT_EQ(run("compare t.png burst --report odd.json"), report.find("\"base\": 2") == std::string::npos ? 0 : 1);
+
+  for (const auto& entry : fs::directory_iterator(folder_ / "burst")) {
+    fs::copy(entry, folder_ / "odd", fs::copy_options::overwrite_existing);
+  }
+  for (const char* file : {"odd/clean01.png", "odd/frame01.png"}) {
+    writePicture((folder_ / file).string(), Picture(640, 240));
+    write("odd.json", edited(report, "\"base\":", ",", "1"));
+    expectRefused("compare t.png odd --report odd.json", file);
+    fs::copy(folder_ / "burst" / fs::path(file).filename(), folder_ / file, fs::copy_options::overwrite_existing);
+  }
+  writePicture((folder_ / "odd/clean02.png").string(), Picture(640, 240));
+  expectRefused("compare t.png odd", "odd/clean02.png");
+}
+
 // A burst in any kind of files that lose nothing merges to the same picture.
 TEST_F(Cli, KindsOfFilesAgree) {
   std::vector<Picture> frames;
@@ -139,7 +193,7 @@ TEST_F(Cli, KindsOfFilesAgree) {
     SCOPED_TRACE(kind);
     std::string names;
     for (size_t i = 0; i < frames.size(); ++i) {
-      const std::string name = "f" + std::to_string(i) + "." + kind;
+      const std::string name = std::string("f").append(std::to_string(i)).append(".").append(kind);
       writePicture((folder_ / name).string(), frames[i]);
       names += " " + name;
     }
