@@ -58,13 +58,29 @@ Picture decode(const std::string& path, const Bytes& bytes, Kind kind, const std
   switch (kind) {
     case Kind::kJpeg:
       return decodeJpeg(name, bytes);
-    case Kind::kPng:
-      return toYuv420(decodePng(name, bytes));
+    case Kind::kPng: {
+      Metadata metadata;
+      Picture picture = toYuv420(decodePng(name, bytes, &metadata));
+      picture.metadata = std::move(metadata);
+      return picture;
+    }
     case Kind::kY4m:
       return std::move(decodeY4m(name, bytes, 1).front());
     default:
       return decodeRaw(name, bytes, layoutFor(path, *raw));
   }
+}
+
+// Files of bare pixels hold no metadata, and nobody expects it there; but without some the picture looks different.
+std::vector<std::string> fitTo(Kind kind, const Picture& picture, Metadata* metadata) {
+  if (kind == Kind::kJpeg) return fitMetadata(metadata, kJpegRoom, picture.width, picture.height);
+  if (kind == Kind::kPng) return fitMetadata(metadata, kPngRoom, picture.width, picture.height);
+  std::vector<std::string> losses;
+  if (metadata->orientation() != 1) {
+    losses.push_back("its orientation has no place in the result, which shows the pixels as they lie");
+  }
+  if (!metadata->icc.empty()) losses.push_back("its ICC profile has no place in the result; it is left out");
+  return losses;
 }
 
 std::string sizeText(const Picture& picture) {
@@ -118,18 +134,25 @@ RgbPicture readRgb(const std::string& path) {
   }
 }
 
-void writePicture(const std::string& path, const Picture& picture, int jpegQuality) {
+std::vector<std::string> writePicture(const std::string& path, const Picture& picture, int jpegQuality) {
   const Ending& ending = outputEnding(path);
+  Metadata metadata = picture.metadata;
+  std::vector<std::string> losses = fitTo(ending.kind, picture, &metadata);
   switch (ending.kind) {
     case Kind::kJpeg:
-      return writeFile(path, encodeJpeg(path, picture, jpegQuality));
+      writeFile(path, encodeJpeg(path, picture, metadata, jpegQuality));
+      break;
     case Kind::kPng:
-      return writeFile(path, encodePng(path, toRgb(picture)));
+      writeFile(path, encodePng(path, toRgb(picture), metadata));
+      break;
     case Kind::kY4m:
-      return writeFile(path, encodeY4m({picture}));
+      writeFile(path, encodeY4m({picture}));
+      break;
     case Kind::kRaw:
-      return writeFile(path, encodeRaw(picture, ending.rawFormat));
+      writeFile(path, encodeRaw(picture, ending.rawFormat));
+      break;
   }
+  return losses;
 }
 
 void writeY4m(const std::string& path, const std::vector<Picture>& frames) {

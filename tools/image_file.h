@@ -29,8 +29,8 @@ Picture readPicture(const std::string& path, const std::optional<RawLayout>& raw
 RgbPicture readRgb(const std::string& path);
 
 // Writes by the ending of path: .jpg .jpeg .png .y4m .nv21 .nv12 .i420 .yuv .yuyv. The file appears whole or not at
-// all. exif goes into a JPEG.
-void writePicture(const std::string& path, const Picture& picture, int jpegQuality = 95);
+// all. Metadata goes into JPEG and PNG files; a line for each thing that is left out comes back.
+std::vector<std::string> writePicture(const std::string& path, const Picture& picture, int jpegQuality = 95);
 // Frames of one size as a stream.
 void writeY4m(const std::string& path, const std::vector<Picture>& frames);
 // Throws Error naming path when writePicture does not know the ending or the file cannot be made. Call it before

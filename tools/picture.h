@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "metadata.h"
+
 namespace tool {
 
 // A failure that the user reads: one line that names the file and the reason.
@@ -27,7 +29,7 @@ struct Picture {
   std::vector<uint8_t> y;
   std::vector<uint8_t> u;
   std::vector<uint8_t> v;
-  std::vector<uint8_t> exif;  // the EXIF block of the file it came from, "Exif\0\0" first; empty without
+  Metadata metadata;  // of the file it came from
 
   Picture() = default;
   Picture(int32_t w, int32_t h)

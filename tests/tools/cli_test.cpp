@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "exif_block.h"
 #include "image_file.h"
+#include "metadata_blocks.h"
 
 namespace tool {
 namespace {
@@ -91,22 +91,54 @@ TEST_F(Cli, BadInputGivesOneLineAndNoOutput) {
   }
 }
 
-// All frames but one are smeared, so that the base is known; its EXIF block is the one that the result carries.
-TEST_F(Cli, JpegResultCarriesTheExifOfTheBase) {
+// All frames but one are smeared, so that the base is known; its metadata is what the result carries.
+TEST_F(Cli, ResultCarriesTheMetadataOfTheBase) {
   for (int32_t i = 0; i < 3; ++i) {
-    Picture frame = readPicture((folder_ / ("burst/frame0" + std::to_string(i) + ".png")).string());
+    const std::string number = std::to_string(i);
+    Picture frame = readPicture((folder_ / "burst" / ("frame0" + number + ".png")).string());
     if (i != 1) {
       for (size_t at = frame.y.size() - 1; at >= 4; --at) {
         frame.y[at] = static_cast<uint8_t>((frame.y[at] + frame.y[at - 1] + frame.y[at - 2] + frame.y[at - 3]) / 4);
       }
     }
-    frame.exif = makeExif(i + 3, true);
-    writePicture((folder_ / ("e" + std::to_string(i) + ".jpg")).string(), frame);
+    frame.metadata.exif = makeExif(i < 2 ? i + 3 : 4, true);
+    frame.metadata.xmp = makeXmp(number, false);
+    frame.metadata.icc = makeIcc(i < 1 ? 3000 : 4000 + i);
+    for (const char* ending : {".jpg", ".png"})
+      EXPECT_TRUE(writePicture((folder_ / ("e" + number + ending)).string(), frame).empty());
   }
-  ASSERT_EQ(run("merge e0.jpg e1.jpg e2.jpg -o e.jpg --quality 90"), 0) << textOf(folder_ / "err");
-  const ExifOwner data = parseExif(readPicture((folder_ / "e.jpg").string()).exif);
-  EXPECT_EQ(exifNumber(data.get(), EXIF_TAG_ORIENTATION), 4);
-  EXPECT_EQ(exifNumber(data.get(), EXIF_TAG_PIXEL_X_DIMENSION), 640);
+  for (const std::string from : {"jpg", "png"}) {
+    const std::string merge = "merge e0." + from + " e1." + from + " e2." + from + " -o ";
+    for (const char* to : {"e.jpg", "e.png"}) {
+      SCOPED_TRACE(from + " to " + to);
+      ASSERT_EQ(run(merge + to), 0) << textOf(folder_ / "err");
+      const Metadata found = readPicture((folder_ / to).string()).metadata;
+      const ExifOwner data = parseExif(found.exif);
+      EXPECT_EQ(exifNumber(data.get(), EXIF_TAG_ORIENTATION), 4);
+      EXPECT_EQ(exifNumber(data.get(), EXIF_TAG_PIXEL_X_DIMENSION), 640);
+      EXPECT_EQ(found.xmp, makeXmp("1", false));
+      EXPECT_EQ(found.icc, makeIcc(4001));
+      const std::string warnings = textOf(folder_ / "err");
+      EXPECT_EQ(std::count(warnings.begin(), warnings.end(), '\n'), 2) << warnings;
+      EXPECT_NE(warnings.find("warning: e0." + from + ": another orientation than the base, e1." + from),
+                std::string::npos);
+      EXPECT_NE(warnings.find("warning: e0." + from + ", e2." + from + ": another ICC profile"), std::string::npos);
+
+      ASSERT_EQ(run(merge + to + " --ignore-exif --ignore-icc"), 0);
+      EXPECT_EQ(textOf(folder_ / "err"), "");
+      const Metadata none = readPicture((folder_ / to).string()).metadata;
+      EXPECT_TRUE(none.exif.empty() && none.xmp.empty() && none.icc.empty());
+    }
+  }
+  // Bare pixels cannot say how they are to be turned.
+  ASSERT_EQ(run("merge e0.jpg e1.jpg e2.jpg -o e.i420 --ignore-icc"), 0);
+  EXPECT_NE(textOf(folder_ / "err").find("warning: e1.jpg: its orientation"), std::string::npos);
+  // Damage is told of and does no harm.
+  std::string bytes = textOf(folder_ / "e1.jpg");
+  bytes[bytes.find("acsp")] = 'x';
+  write("e1.jpg", bytes);
+  ASSERT_EQ(run("merge e0.jpg e1.jpg e2.jpg -o e.jpg"), 0);
+  EXPECT_NE(textOf(folder_ / "err").find("warning: e1.jpg: its ICC profile is damaged"), std::string::npos);
 }
 
 TEST_F(Cli, MergesComparesAndReports) {
