@@ -274,7 +274,7 @@ BurstResult runBurst(const std::vector<Picture>& frames, const Settings& setting
     if (result.frames.back().order == 0) result.base = i;
   }
   result.picture = output.picture();
-  result.picture.exif = frames[result.base].exif;
+  result.picture.metadata = frames[result.base].metadata;
   return result;
 }
 

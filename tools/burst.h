@@ -73,7 +73,7 @@ struct FrameReport {
 const char* statusWords(int32_t status);
 
 struct BurstResult {
-  Picture picture;  // with the EXIF block of the base
+  Picture picture;  // with the metadata of the base
   std::vector<FrameReport> frames;
   size_t base = 0;
   double intakeSeconds = 0.0;  // start and all frames in

@@ -29,7 +29,7 @@ RgbPicture rgbOfPlanes(const Picture& picture) {
 
 void writeFrame(const std::string& path, const Picture& frame, const FrameStorage& storage) {
   if (storage.format == "png") {
-    writeFile(path, encodePng(path, rgbOfPlanes(frame)));
+    writeFile(path, encodePng(path, rgbOfPlanes(frame), {}));
   } else {
     WriteOptions options;
     options.jpegQuality = storage.jpegQuality;
@@ -39,7 +39,7 @@ void writeFrame(const std::string& path, const Picture& frame, const FrameStorag
 
 Picture asStored(const Picture& frame, const FrameStorage& storage) {
   if (storage.format == "png") return toYuv420(rgbOfPlanes(frame));
-  if (storage.format == "jpg") return decodeJpeg("frame", encodeJpeg("frame", frame, storage.jpegQuality));
+  if (storage.format == "jpg") return decodeJpeg("frame", encodeJpeg("frame", frame, {}, storage.jpegQuality));
   return frame;
 }
 

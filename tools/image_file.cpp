@@ -77,8 +77,12 @@ Picture decode(const std::string& path, const Bytes& bytes, Kind kind, const std
   switch (kind) {
     case Kind::kJpeg:
       return decodeJpeg(name, bytes);
-    case Kind::kPng:
-      return toYuv420(decodePng(name, bytes));
+    case Kind::kPng: {
+      Metadata metadata;
+      Picture picture = toYuv420(decodePng(name, bytes, &metadata));
+      picture.metadata = std::move(metadata);
+      return picture;
+    }
     case Kind::kY4m:
       return std::move(decodeY4m(name, bytes, 1).front());
     default:
@@ -86,16 +90,29 @@ Picture decode(const std::string& path, const Bytes& bytes, Kind kind, const std
   }
 }
 
+// Files of bare pixels hold no metadata, and nobody expects it there; but without some the picture looks different.
+std::vector<std::string> fitTo(Kind kind, const Picture& picture, Metadata* metadata) {
+  if (kind == Kind::kJpeg) return fitMetadata(metadata, kJpegRoom, picture.width, picture.height);
+  if (kind == Kind::kPng) return fitMetadata(metadata, kPngRoom, picture.width, picture.height);
+  std::vector<std::string> losses;
+  if (metadata->orientation() != 1) {
+    losses.push_back("its orientation has no place in the result, which shows the pixels as they lie");
+  }
+  if (!metadata->icc.empty()) losses.push_back("its ICC profile has no place in the result; it is left out");
+  return losses;
+}
+
 std::string sizeText(int64_t width, int64_t height) {
   return std::to_string(width) + "x" + std::to_string(height);
 }
 
-Bytes encode(const std::string& name, const Picture& picture, const Ending& ending, int jpegQuality) {
+Bytes encode(const std::string& name, const Picture& picture, const Metadata& metadata, const Ending& ending,
+             int jpegQuality) {
   switch (ending.kind) {
     case Kind::kJpeg:
-      return encodeJpeg(name, picture, jpegQuality);
+      return encodeJpeg(name, picture, metadata, jpegQuality);
     case Kind::kPng:
-      return encodePng(name, toRgb(picture));
+      return encodePng(name, toRgb(picture), metadata);
     case Kind::kY4m:
       return encodeY4m({picture});
     default:
@@ -106,8 +123,6 @@ Bytes encode(const std::string& name, const Picture& picture, const Ending& endi
 }  // namespace
 
 void checkPictureSize(const std::string& name, int64_t width, int64_t height) {
-  // The library counts bytes in 32 bits.
-  constexpr int64_t kMostPixels = int64_t{1} << 27;
   if (width < 1 || height < 1 || width > kMostPixels || height > kMostPixels || width * height > kMostPixels) {
     throw Error(name, "a size of " + std::to_string(width) + "x" + std::to_string(height) + " is out of range");
   }
@@ -167,11 +182,14 @@ RgbPicture readRgb(const std::string& path) {
   });
 }
 
-void writePicture(const std::string& path, const Picture& picture, const WriteOptions& options) {
+std::vector<std::string> writePicture(const std::string& path, const Picture& picture, const WriteOptions& options) {
   const std::string name = outputName(path);
-  orOutOfMemory(name, [&] {
+  return orOutOfMemory(name, [&] {
     const Ending& ending = outputEnding(path, options);
-    writeFile(path, encode(name, picture, ending, options.jpegQuality), options.existing);
+    Metadata metadata = picture.metadata;
+    std::vector<std::string> losses = fitTo(ending.kind, picture, &metadata);
+    writeFile(path, encode(name, picture, metadata, ending, options.jpegQuality), options.existing);
+    return losses;
   });
 }
 

@@ -40,8 +40,9 @@ struct WriteOptions {
   Existing existing = Existing::kReplace;
 };
 // Writes one of the kinds jpg, jpeg, png, y4m, nv21, nv12, i420, yuv (i420) and yuyv as output_file.h describes; "-" is
-// standard output. exif goes into a JPEG.
-void writePicture(const std::string& path, const Picture& picture, const WriteOptions& options = {});
+// standard output. Metadata goes into JPEG and PNG files; a line for each thing that is left out comes back.
+std::vector<std::string> writePicture(const std::string& path, const Picture& picture,
+                                      const WriteOptions& options = {});
 // Frames of one size as a stream.
 void writeY4m(const std::string& path, const std::vector<Picture>& frames);
 // Both throw Error naming path when writePicture is known to fail: for the ending or the file, and for the size. Call

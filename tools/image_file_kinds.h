@@ -2,6 +2,7 @@
 #ifndef TESSALINE4_TOOLS_IMAGE_FILE_KINDS_H_
 #define TESSALINE4_TOOLS_IMAGE_FILE_KINDS_H_
 
+#include <cstdint>
 #include <utility>
 
 #include "image_file.h"
@@ -11,17 +12,25 @@ namespace tool {
 using Bytes = std::vector<uint8_t>;
 
 bool isJpeg(const Bytes& bytes);
-// The planes as they are stored when the file is 4:2:0; other samplings are averaged down without leaving YCbCr.
+// With metadata. The planes as they are stored when the file is 4:2:0; other samplings are averaged down without
+// leaving YCbCr.
 Picture decodeJpeg(const std::string& name, const Bytes& bytes);
 RgbPicture decodeJpegRgb(const std::string& name, const Bytes& bytes);
 // Throws Error for a size that the format does not have.
 void checkJpegSize(const std::string& name, int64_t width, int64_t height);
-Bytes encodeJpeg(const std::string& name, const Picture& picture, int quality);
+// metadata: what goes into the file, made fit for kJpegRoom.
+Bytes encodeJpeg(const std::string& name, const Picture& picture, const Metadata& metadata, int quality);
+// Segments of 65533 bytes, less what tells their kinds apart; a profile in up to 255 of them.
+inline constexpr MetadataRoom kJpegRoom = {65533 - 6, 65533 - 29, INT32_MAX, 255 * size_t{65533 - 14}};
 
 bool isPng(const Bytes& bytes);
-// 8 bits a channel; grey and palette are expanded, transparency lies over black.
-RgbPicture decodePng(const std::string& name, const Bytes& bytes);
-Bytes encodePng(const std::string& name, const RgbPicture& picture);
+// 8 bits a channel; grey and palette are expanded, transparency lies over black. Where a profile goes into metadata,
+// samples are what it describes, as they are stored; otherwise a gamma that the file names is turned into that of sRGB.
+RgbPicture decodePng(const std::string& name, const Bytes& bytes, Metadata* metadata = nullptr);
+// metadata: what goes into the file, made fit for kPngRoom.
+Bytes encodePng(const std::string& name, const RgbPicture& picture, const Metadata& metadata = {});
+// Chunks of 2^31 - 1 bytes, a profile compressed; the extension of XMP is of JPEG alone.
+inline constexpr MetadataRoom kPngRoom = {INT32_MAX, INT32_MAX - 64, 0, INT32_MAX / 2};
 
 // A known format name: nv21, nv12, i420 or yuyv.
 bool isRawFormat(const std::string& format);

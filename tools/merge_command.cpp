@@ -26,6 +26,8 @@ struct MergeOptions {
   WriteOptions write;
   bool libraryDefaults = false;
   bool quiet = false;
+  bool ignoreExif = false;
+  bool ignoreIcc = false;
   Settings settings;
 };
 
@@ -58,6 +60,26 @@ std::string summary(const BurstResult& result) {
   return text;
 }
 
+void warn(const std::string& names, const std::string& what) {
+  std::fprintf(stderr, "tessaline4: warning: %s: %s\n", printable(names).c_str(), printable(what).c_str());
+}
+
+// Names the frames that differ from the base in something that the result has from the base.
+template <typename IsSame>
+void warnOfOthers(const std::vector<std::string>& paths, const std::vector<Picture>& frames, size_t base,
+                  const std::string& what, const IsSame& isSame) {
+  std::string names;
+  for (size_t i = 0; i < frames.size(); ++i) {
+    if (isSame(frames[i].metadata, frames[base].metadata)) continue;
+    if (!names.empty()) names += ", ";
+    names += displayName(paths.at(i));
+  }
+  if (!names.empty()) {
+    warn(names,
+         "another " + what + " than the base, " + displayName(paths.at(base)) + ", whose " + what + " the result has");
+  }
+}
+
 void merge(const MergeOptions& options) {
   checkWritable(options.output, options.write);
   std::vector<std::string> outputs = {options.output};
@@ -73,9 +95,16 @@ void merge(const MergeOptions& options) {
     checkFrameSize(name, width, height, std::max<size_t>(options.frames.size(), 2));
     checkWritableSize(options.output, options.write, width, height);
   };
-  const std::vector<Picture> frames = readFrames(options.frames, options.raw.layout(), kMostFrames, checkSize);
+  std::vector<Picture> frames = readFrames(options.frames, options.raw.layout(), kMostFrames, checkSize);
   if (frames.size() < 2) throw Error(first, "one frame only; a burst has 2 to " + std::to_string(kMostFrames));
   checkFrameSize(first, frames[0].width, frames[0].height, frames.size());
+  for (Picture& frame : frames) {
+    if (options.ignoreExif) {
+      frame.metadata.exif.clear();
+      frame.metadata.dropXmp();
+    }
+    if (options.ignoreIcc) frame.metadata.dropIcc();
+  }
   const Settings settings = overlay(options.libraryDefaults ? Settings() : toolDefaults(), options.settings);
   const BurstResult result = orOutOfMemory(first, [&] {
     return runBurst(frames, settings, [&](const char* step, size_t done, size_t all) {
@@ -83,11 +112,18 @@ void merge(const MergeOptions& options) {
     });
   });
   line.show("writing " + printable(outputName(options.output)));
-  writePicture(options.output, result.picture, options.write);
+  const std::vector<std::string> losses = writePicture(options.output, result.picture, options.write);
   if (!options.report.empty()) {
     writeReport(options.report, options.frames, options.output, settings, result, options.write.existing);
   }
   line.finish(summary(result));
+  warnOfOthers(options.frames, frames, result.base, "orientation",
+               [](const Metadata& a, const Metadata& b) { return a.orientation() == b.orientation(); });
+  warnOfOthers(options.frames, frames, result.base, "ICC profile",
+               [](const Metadata& a, const Metadata& b) { return a.icc == b.icc; });
+  // A stream stands for all its frames.
+  const size_t base = std::min(result.base, options.frames.size() - 1);
+  for (const std::string& loss : losses) warn(displayName(options.frames[base]), loss);
 }
 
 // The range stands in the place of the type: "--gain 0..1000".
@@ -119,8 +155,8 @@ void addMergeCommand(CLI::App& app) {
   const auto options = std::make_shared<MergeOptions>();
   command->footer(R"(Frames are JPEG or PNG files, raw files (with --size), or one Y4M stream from a file or
 standard input (-): 2 to 10 of them, of one size, 640x480 or larger, and in the same orientation.
-The sharpest becomes the base to which the others are aligned; a JPEG result carries its EXIF
-block. Pixels are not rotated.
+The sharpest becomes the base to which the others are aligned; a JPEG or PNG result carries its
+EXIF, XMP and ICC profile. Pixels are not rotated: EXIF tells the orientation.
 
 Example: tessaline4 merge IMG_*.jpg -o merged.jpg --report merged.json)");
   command->add_option("FRAME", options->frames, "Frames of the burst, or one Y4M stream")->required();
@@ -141,6 +177,9 @@ Example: tessaline4 merge IMG_*.jpg -o merged.jpg --report merged.json)");
   command->add_option("--report", options->report, "Write what became of each frame, as JSON (- for standard output)")
       ->type_name("FILE");
   command->add_flag("--quiet", options->quiet, "No progress on the terminal");
+  command->add_flag("--ignore-exif", options->ignoreExif,
+                    "Carry no EXIF and XMP over; the result shows the pixels as they lie");
+  command->add_flag("--ignore-icc", options->ignoreIcc, "Carry no ICC profile over");
 
   Settings* given = &options->settings;
   addRange(*command, "--threads", given->threads, "Worker threads (default: one per processor)", 0, 64);

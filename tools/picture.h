@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "metadata.h"
+
 namespace tool {
 
 // A failure that the user reads: one line that names the file and the reason.
@@ -16,6 +18,9 @@ class Error : public std::runtime_error {
   explicit Error(const std::string& what) : std::runtime_error(what) {}
   Error(const std::string& file, const std::string& reason) : std::runtime_error(file + ": " + reason) {}
 };
+
+// No picture has more: the library counts bytes in 32 bits.
+inline constexpr int64_t kMostPixels = int64_t{1} << 27;
 
 // Runs body; memory that it does not get is an Error that names the file.
 template <typename Body>
@@ -35,7 +40,7 @@ struct Picture {
   std::vector<uint8_t> y;
   std::vector<uint8_t> u;
   std::vector<uint8_t> v;
-  std::vector<uint8_t> exif;  // the EXIF block of the file it came from, "Exif\0\0" first; empty without
+  Metadata metadata;  // of the file it came from
 
   Picture() = default;
   Picture(int32_t w, int32_t h)

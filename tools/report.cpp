@@ -1,13 +1,10 @@
 #include "report.h"
 
-#include <nlohmann/json.hpp>
-
 #include "file_io.h"
+#include "json_numbers.h"
 
 namespace tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 Json settingsJson(const Settings& settings) {
   Json json = Json::object();
@@ -55,6 +52,32 @@ void writeReport(const std::string& path, const std::vector<std::string>& files,
   // File names need not be UTF-8.
   const std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
   writeFile(path, std::vector<uint8_t>(text.begin(), text.end()), existing);
+}
+
+MergeReport readReport(const std::string& path, size_t frames, int32_t width, int32_t height) {
+  return parseReport(path, readJsonFile(path), frames, width, height);
+}
+
+MergeReport parseReport(const std::string& name, const std::string& json, size_t frames, int32_t width,
+                        int32_t height) {
+  return parseJson(name, "report of a merge of this burst", json, [&](const Json& root) {
+    MergeReport report;
+    wholeNumber(root, "width", width, width);
+    wholeNumber(root, "height", height, height);
+    report.base = static_cast<size_t>(wholeNumber(root, "base", 0, static_cast<int64_t>(frames) - 1));
+    const Json& entries = root.at("frames");
+    if (!entries.is_array() || entries.size() != frames) {
+      throw BadJson("frames is not a list of " + std::to_string(frames));
+    }
+    for (const Json& entry : entries) {
+      MergeReport::Frame frame;
+      frame.merged = entry.at("status") == statusWords(ZELVAN_TESSALINE4_MERGED);
+      // A frame that could not be aligned need not have a motion.
+      if (frame.merged || report.frames.size() == report.base) frame.motion = motionAt(entry, "motion", width, height);
+      report.frames.push_back(frame);
+    }
+    return report;
+  });
 }
 
 }  // namespace tool
