@@ -56,7 +56,8 @@ Status execute(GuidedFilter* filter, const Case& c, Image* dst, Image* src, cons
       return GuidedFilter_execute_two_step_lite(filter, dst, src, c.epsilon, c.epsilon2, c.window);
     default: {
       const Status first = GuidedFilter_execute_first_step(filter, dst, src, c.epsilon, c.window);
-      return first | GuidedFilter_execute_second_step(filter, dst, src, c.epsilon2, c.window);
+      if (first != ZELVAN_OK) return first;
+      return GuidedFilter_execute_second_step(filter, dst, src, c.epsilon2, c.window);
     }
   }
 }
@@ -132,7 +133,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   REQUIRE(status == ZELVAN_OK || status == ZELVAN_ERROR_PARAM || status == ZELVAN_ERROR_UNSUPPORTED);
   REQUIRE(src.unchanged());
   const bool off = c.window < 2 || std::abs(c.epsilon) < 2e-12f || std::abs(c.epsilon2) < 2e-12f;
-  if (!off || status != ZELVAN_OK) {
+  // Of two steps run apart one may have copied before the other refused.
+  if (!off || (status != ZELVAN_OK && c.form != 5)) {
     REQUIRE(alone.changedOutside(status == ZELVAN_OK ? widened(c) : ImageRect{0, 0, 0, 0}) == 0);
     // Chroma belongs to nobody here.
     for (int32_t p = 1; p < imagePlaneCount(format); ++p) {
