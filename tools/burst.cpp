@@ -118,6 +118,30 @@ void apply(zelvan_Tessaline4* handle, const Settings& settings) {
   }
 }
 
+FineMap fineMap(zelvan_Tessaline4* handle, const zelvan_FineInfo& info, int32_t index) {
+  FineMap map = {info.mapWidth, info.mapHeight, {}};
+  map.values.resize(static_cast<size_t>(map.width) * static_cast<size_t>(map.height));
+  check(zelvan_Tessaline4_getFineMap(handle, index, map.values.data()), "to show a map");
+  return map;
+}
+
+void addFineReport(zelvan_Tessaline4* handle, BurstResult* result) {
+  zelvan_FineInfo info;
+  if (zelvan_Tessaline4_getFineInfo(handle, &info) != ZELVAN_TESSALINE4_OK) return;  // the exact road
+  FineReport& fine = result->fine.emplace();
+  std::copy(std::begin(info.noise), std::end(info.noise), fine.noise.begin());
+  fine.lumaStrength = info.lumaStrength;
+  fine.chromaStrength = info.chromaStrength;
+  fine.count = fineMap(handle, info, -1);
+  for (size_t i = 0; i < result->frames.size(); ++i) {
+    const auto index = static_cast<int32_t>(i);
+    zelvan_FineFrameInfo frame;
+    check(zelvan_Tessaline4_getFineFrameInfo(handle, index, &frame), "to report on a frame");
+    result->frames[i].fine = FineFrameReport{frame.residual, frame.cornerSigma, frame.share};
+    fine.weights.push_back(fineMap(handle, info, index));
+  }
+}
+
 FrameReport frameReport(zelvan_Tessaline4* handle, size_t index) {
   zelvan_FrameInfo info;
   check(zelvan_Tessaline4_getFrameInfo(handle, static_cast<int32_t>(index), &info), "to report on a frame");
@@ -227,10 +251,16 @@ const char* statusWords(int32_t status) {
   }
 }
 
-void checkFrameSize(const std::string& name, const Picture& frame) {
-  if (std::max(frame.width, frame.height) < 640 || std::min(frame.width, frame.height) < 480) {
-    throw Error(name, std::to_string(frame.width) + "x" + std::to_string(frame.height) +
-                          " is too small; frames have at least 640x480 or 480x640 pixels");
+void checkFrameSize(const std::string& name, int64_t width, int64_t height, size_t frameCount) {
+  const std::string size = std::to_string(width) + "x" + std::to_string(height);
+  if (std::max(width, height) < 640 || std::min(width, height) < 480) {
+    throw Error(name, size + " is too small; frames have at least 640x480 or 480x640 pixels");
+  }
+  constexpr int64_t kMostSide = std::numeric_limits<int32_t>::max();
+  if (width > kMostSide || height > kMostSide ||
+      zelvan_Tessaline4_getBufferSize(static_cast<int32_t>(width), static_cast<int32_t>(height),
+                                      static_cast<int32_t>(frameCount), kFormat) <= 0) {
+    throw Error(name, size + " is too large for a burst of " + std::to_string(frameCount) + " frames");
   }
 }
 
@@ -271,8 +301,9 @@ BurstResult runBurst(const std::vector<Picture>& frames, const Settings& setting
     result.frames.push_back(frameReport(handle, i));
     if (result.frames.back().order == 0) result.base = i;
   }
+  addFineReport(handle, &result);
   result.picture = output.picture();
-  result.picture.exif = frames[result.base].exif;
+  result.picture.metadata = frames[result.base].metadata;
   return result;
 }
 

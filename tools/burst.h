@@ -65,28 +65,52 @@ Settings toolDefaults(bool fine);
 // Takes the defaults away that would beat a raw value which is set in given, then lays given over the rest.
 Settings overlay(Settings defaults, const Settings& given);
 
+// What the fine mode knows of a frame.
+struct FineFrameReport {
+  double residual = 0.0;     // share of the base's structure that it does not show
+  double cornerSigma = 0.0;  // of its motion, in pixels
+  double share = 0.0;        // of the picture that was used
+};
+
+// A map of the fine mode, a quarter as wide and high as the frames.
+struct FineMap {
+  int32_t width = 0;
+  int32_t height = 0;
+  std::vector<uint8_t> values;
+};
+
+struct FineReport {
+  std::array<double, 3> noise{};  // standard deviation of a single frame: luma and the two chroma bytes
+  double lumaStrength = 0.0;
+  double chromaStrength = 0.0;
+  FineMap count;                 // frames that each place got, in 1/16
+  std::vector<FineMap> weights;  // of each frame, 255 = whole
+};
+
 struct FrameReport {
   int32_t status = 0;  // ZELVAN_TESSALINE4_MERGED and so on
   int32_t score = 0;
   int32_t order = 0;  // 0 is the base
   uint32_t trackFailure = 0;
   std::array<double, 9> motion{};  // base to frame, row by row
+  std::optional<FineFrameReport> fine;
 };
 const char* statusWords(int32_t status);
 
 struct BurstResult {
-  Picture picture;  // with the EXIF block of the base
+  Picture picture;  // with the metadata of the base
   std::vector<FrameReport> frames;
   size_t base = 0;
   double intakeSeconds = 0.0;  // start and all frames in
   double mergeSeconds = 0.0;   // order, motions, merge and finish
+  std::optional<FineReport> fine;
 };
 
 // Called before each step with its name, the count of steps done and of all steps.
 using Progress = std::function<void(const char* step, size_t done, size_t all)>;
 
-// Throws Error naming the frame when its size is not one the library takes.
-void checkFrameSize(const std::string& name, const Picture& frame);
+// Throws Error naming the frame when its size is not one the library takes for a burst of so many frames.
+void checkFrameSize(const std::string& name, int64_t width, int64_t height, size_t frameCount);
 // frames: 1 to kMostFrames of one size that checkFrameSize allows. Throws Error when the library refuses.
 BurstResult runBurst(const std::vector<Picture>& frames, const Settings& settings, const Progress& progress = nullptr);
 

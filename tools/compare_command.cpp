@@ -1,24 +1,22 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 #include <memory>
-
-#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "file_io.h"
 #include "image_file.h"
+#include "json_numbers.h"
 #include "options.h"
+#include "output_file.h"
 #include "quality.h"
+#include "report.h"
 #include "resample.h"
 #include "truth.h"
 #include "yardstick.h"
 
 namespace tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 struct Options {
   std::string result;
@@ -28,47 +26,16 @@ struct Options {
   RawOptions raw;
 };
 
-// What compare reads of a report of merge.
-struct MergeReport {
-  size_t base = 0;
-  struct Frame {
-    std::string status;
-    Homography motion;  // result to frame
-  };
-  std::vector<Frame> frames;
-
-  // Result to base: the identity, unless the merge cropped and scaled.
-  const Homography& crop() const { return frames[base].motion; }
-  bool isCropped() const { return crop() != Homography{1, 0, 0, 0, 1, 0, 0, 0, 1}; }
-};
-
-MergeReport readReport(const std::string& path) {
-  std::ifstream file(path);
-  if (!file) throw Error(path, "cannot be read");
-  try {
-    const Json json = Json::parse(file);
-    MergeReport report;
-    report.base = json.at("base");
-    for (const Json& entry : json.at("frames")) {
-      MergeReport::Frame frame;
-      frame.status = entry.at("status");
-      for (size_t i = 0; i < 9; ++i) frame.motion[i] = entry.at("motion").at(i / 3).at(i % 3);
-      report.frames.push_back(frame);
-    }
-    return report;
-  } catch (const nlohmann::json::exception& error) {
-    throw Error(path, std::string("is no report of merge: ") + error.what());
-  }
-}
-
-// Largest error at the four corners, in pixels.
+// Largest error at the four corners, in pixels; not finite when a map takes a corner to infinity.
 double cornerError(const Homography& found, const Homography& truth, int32_t width, int32_t height) {
   double worst = 0;
   for (const Point corner :
        {Point{0, 0}, Point{width - 1.0, 0}, Point{0, height - 1.0}, Point{width - 1.0, height - 1.0}}) {
     const Point a = mapPoint(found, corner);
     const Point b = mapPoint(truth, corner);
-    worst = std::max(worst, std::hypot(a.x - b.x, a.y - b.y));
+    const double error = std::hypot(a.x - b.x, a.y - b.y);
+    if (!(error <= worst)) worst = error;  // a NaN is the worst
+    if (std::isnan(worst)) break;
   }
   return worst;
 }
@@ -78,14 +45,24 @@ std::vector<double> motionErrors(const MergeReport& report, const Truth& truth) 
   const Homography fromBase = inverse(truth.frames[report.base].motion);
   const Homography uncrop = inverse(report.crop());
   for (size_t i = 0; i < report.frames.size(); ++i) {
-    if (i == report.base || report.frames[i].status != "merged") continue;
+    if (i == report.base || !report.frames[i].merged) continue;
     errors.push_back(cornerError(compose(report.frames[i].motion, uncrop), compose(truth.frames[i].motion, fromBase),
                                  truth.width, truth.height));
+    if (!std::isfinite(errors.back())) {
+      throw Error(truth.folder, "the motion of frame " + std::to_string(i) + " cannot be compared");
+    }
   }
   std::sort(errors.begin(), errors.end());
   return errors;
 }
 
+std::string ssimText(double ssim) {
+  char text[32] = "-     ";
+  if (!std::isnan(ssim)) std::snprintf(text, sizeof(text), "%.4f", ssim);
+  return text;
+}
+
+// No number is null.
 Json qualityJson(const Quality& q) {
   return {
       {"lumaPsnr", q.lumaPsnr}, {"chromaPsnr", q.chromaPsnr}, {"lumaSsim", q.lumaSsim}, {"chromaSsim", q.chromaSsim}};
@@ -126,24 +103,28 @@ Json yardstickJson(const Yardstick& y) {
 }
 
 void run(const Options& o) {
-  const Truth truth = readTruth(o.truthFolder);
-  const std::optional<RawLayout> raw = o.raw.layout();
-  const Picture result = readPicture(o.result, raw);
-  if (result.width != truth.width || result.height != truth.height) {
-    throw Error(o.result, "is not of the size of the burst in " + o.truthFolder);
+  if (!o.json.empty()) {
+    checkFileWritable(o.json);
+    checkDistinct({o.json}, {o.result, o.report, o.truthFolder + "/truth.json"});
   }
+  const Truth truth = readTruth(o.truthFolder);
+  const auto read = [&](const std::string& path, const std::optional<RawLayout>& raw) {
+    Picture picture = readPicture(path, raw);
+    if (picture.width != truth.width || picture.height != truth.height) {
+      throw Error(path, "is not of the size of the burst in " + o.truthFolder);
+    }
+    return picture;
+  };
+  const Picture result = read(o.result, o.raw.layout());
   const auto clean = [&](size_t i) {
     const TruthFrame& frame = truth.frames[i];
-    return readPicture(o.truthFolder + "/" + (frame.sharp.empty() ? frame.clean : frame.sharp));
+    return read(o.truthFolder + "/" + (frame.sharp.empty() ? frame.clean : frame.sharp), std::nullopt);
   };
 
   size_t base = 0;
   MergeReport report;
   if (!o.report.empty()) {
-    report = readReport(o.report);
-    if (report.frames.size() != truth.frames.size() || report.base >= truth.frames.size()) {
-      throw Error(o.report, "is not about the burst in " + o.truthFolder);
-    }
+    report = readReport(o.report, truth.frames.size(), truth.width, truth.height);
     base = report.base;
   } else {
     // The frame that the result shows is the one it is nearest to.
@@ -159,8 +140,8 @@ void run(const Options& o) {
   const Picture reference = clean(base);
   const RawLayout own = {truth.width, truth.height, truth.storage.format};
   const bool rawFrames = truth.storage.format == "nv21";
-  const Picture noisy = readPicture(o.truthFolder + "/" + truth.frames[base].file,
-                                    rawFrames ? std::optional<RawLayout>(own) : std::nullopt);
+  const Picture noisy =
+      read(o.truthFolder + "/" + truth.frames[base].file, rawFrames ? std::optional<RawLayout>(own) : std::nullopt);
   const Quality before = compareWithTruth(noisy, reference);
   const bool isCropped = !o.report.empty() && report.isCropped();
   const Picture shown = isCropped ? resample(reference, report.crop()) : reference;
@@ -171,8 +152,8 @@ void run(const Options& o) {
   std::printf("                 luma PSNR  chroma PSNR  luma SSIM  chroma SSIM\n");
   for (const auto& [name, q] :
        {std::pair<const char*, const Quality&>{"one noisy frame", before}, {"the result", after}}) {
-    std::printf("%-16s %6.2f dB    %6.2f dB     %.4f       %.4f\n", name, q.lumaPsnr, q.chromaPsnr, q.lumaSsim,
-                q.chromaSsim);
+    std::printf("%-16s %6.2f dB    %6.2f dB     %s       %s\n", name, q.lumaPsnr, q.chromaPsnr,
+                ssimText(q.lumaSsim).c_str(), ssimText(q.chromaSsim).c_str());
   }
   std::printf("%-16s %+6.2f dB    %+6.2f dB\n", "gain", after.lumaPsnr - before.lumaPsnr,
               after.chromaPsnr - before.chromaPsnr);

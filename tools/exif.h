@@ -1,16 +1,23 @@
-// EXIF blocks.
+// EXIF blocks: a TIFF header ("II*\0" or "MM\0*"), directories of tags, and the values they point to, all by offsets
+// from the first byte (CIPA DC-008, "Exchangeable image file format").
 #ifndef TESSALINE4_TOOLS_EXIF_H_
 #define TESSALINE4_TOOLS_EXIF_H_
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace tool {
 
-// An EXIF block made right for a new picture of this size: its pixel dimensions are the new ones, and the thumbnail,
-// which shows the old picture, is gone. All else stays, orientation and the maker's notes included. Empty when exif is
-// empty, cannot be read, or has become too large for a JPEG.
-std::vector<uint8_t> exifForSize(const std::vector<uint8_t>& exif, int32_t width, int32_t height);
+// The orientation tag: 1 to 8; 1, which is upright, where there is none or another number.
+int32_t exifOrientation(const std::vector<uint8_t>& exif);
+// A block that tells an orientation and nothing else.
+std::vector<uint8_t> exifWithOrientation(int32_t orientation);
+
+// The block made right for a new picture of this size: pixel dimensions that it holds are the new ones, and the
+// thumbnail, which shows the old picture, is gone. Every other byte stays where it is, since makers' notes point into
+// the block by offsets that only their maker knows. Empty when a directory or value reaches out of the block.
+std::optional<std::vector<uint8_t>> exifForSize(const std::vector<uint8_t>& exif, int32_t width, int32_t height);
 
 }  // namespace tool
 

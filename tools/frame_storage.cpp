@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
-#include "file_io.h"
+#include "image_file.h"
 #include "image_file_kinds.h"
+#include "output_file.h"
 
 namespace tool {
 namespace {
@@ -28,15 +29,17 @@ RgbPicture rgbOfPlanes(const Picture& picture) {
 
 void writeFrame(const std::string& path, const Picture& frame, const FrameStorage& storage) {
   if (storage.format == "png") {
-    writeFile(path, encodePng(path, rgbOfPlanes(frame)));
+    writeFile(path, encodePng(path, rgbOfPlanes(frame), {}));
   } else {
-    writePicture(path, frame, storage.jpegQuality);
+    WriteOptions options;
+    options.jpegQuality = storage.jpegQuality;
+    writePicture(path, frame, options);
   }
 }
 
 Picture asStored(const Picture& frame, const FrameStorage& storage) {
   if (storage.format == "png") return toYuv420(rgbOfPlanes(frame));
-  if (storage.format == "jpg") return decodeJpeg("frame", encodeJpeg("frame", frame, storage.jpegQuality));
+  if (storage.format == "jpg") return decodeJpeg("frame", encodeJpeg("frame", frame, {}, storage.jpegQuality));
   return frame;
 }
 

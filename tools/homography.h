@@ -3,7 +3,9 @@
 #define TESSALINE4_TOOLS_HOMOGRAPHY_H_
 
 #include <array>
+#include <cmath>
 #include <cstddef>
+#include <cstdint>
 
 namespace tool {
 
@@ -35,6 +37,30 @@ inline Homography inverse(const Homography& h) {
   return {h[4] * h[8] - h[5] * h[7], h[2] * h[7] - h[1] * h[8], h[1] * h[5] - h[2] * h[4],
           h[5] * h[6] - h[3] * h[8], h[0] * h[8] - h[2] * h[6], h[2] * h[3] - h[0] * h[5],
           h[3] * h[7] - h[4] * h[6], h[1] * h[6] - h[0] * h[7], h[0] * h[4] - h[1] * h[3]};
+}
+
+// Whether h can be the motion of a hand-held frame: the frame, with a pixel more on each side, keeps in front of the
+// camera, keeps some area and stays within some sides of its place. Such a map is finite and has an inverse.
+inline bool isMotion(const Homography& h, int32_t width, int32_t height) {
+  const double right = width;
+  const double bottom = height;
+  const double reach = 16 * (right + bottom);
+  const Point corners[] = {{-1, -1}, {right, -1}, {right, bottom}, {-1, bottom}};
+  Point mapped[4];
+  for (size_t i = 0; i < 4; ++i) {
+    const auto depth = [&](Point p) { return h[6] * p.x + h[7] * p.y + h[8]; };
+    mapped[i] = mapPoint(h, corners[i]);
+    // Written so that a NaN fails.
+    if (!(depth(corners[i]) * depth(corners[0]) > 0)) return false;
+    if (!(std::abs(mapped[i].x) < reach && std::abs(mapped[i].y) < reach)) return false;
+  }
+  double area = 0;
+  for (size_t i = 0; i < 4; ++i) {
+    const Point p = mapped[i];
+    const Point q = mapped[(i + 1) % 4];
+    area += (p.x * q.y - q.x * p.y) / 2;
+  }
+  return std::abs(area) > 1e-3 * right * bottom;
 }
 
 }  // namespace tool

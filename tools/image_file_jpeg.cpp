@@ -1,19 +1,28 @@
+#include <algorithm>
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <string_view>
 #include <utility>
 
-#include "exif.h"
 #include "image_file_kinds.h"
 
+#include <jerror.h>
 #include <jpeglib.h>
 
 namespace tool {
 namespace {
 
-constexpr int kExifMarker = JPEG_APP0 + 1;
-constexpr char kExifHeader[6] = {'E', 'x', 'i', 'f', 0, 0};
+// What application segments begin with.
+constexpr int kApp1 = JPEG_APP0 + 1;
+constexpr int kApp2 = JPEG_APP0 + 2;
+constexpr std::string_view kExifHeader("Exif\0\0", 6);
+constexpr std::string_view kXmpHeader("http://ns.adobe.com/xap/1.0/\0", 29);
+constexpr std::string_view kExtendedXmpHeader("http://ns.adobe.com/xmp/extension/\0", 35);
+constexpr std::string_view kIccHeader("ICC_PROFILE\0", 12);
+constexpr size_t kNameBytes = 32;  // of the name that an extended XMP goes by
 
 // libjpeg reports through this and leaves by longjmp. Warnings are errors: they tell of damaged data.
 struct Failure {
@@ -45,6 +54,7 @@ void guarded(const std::string& name, Failure* failure, const char* what, const 
     body();
     return;
   }
+  if (failure->manager.msg_code == JERR_OUT_OF_MEMORY) throw std::bad_alloc();
   throw Error(name, std::string(what) + failure->message);
 }
 
@@ -55,7 +65,8 @@ class Decompressor {
     run([&] {
       jpeg_create_decompress(&info_);
       jpeg_mem_src(&info_, bytes.data(), static_cast<unsigned long>(bytes.size()));
-      jpeg_save_markers(&info_, kExifMarker, 0xFFFF);
+      jpeg_save_markers(&info_, kApp1, 0xFFFF);
+      jpeg_save_markers(&info_, kApp2, 0xFFFF);
       jpeg_read_header(&info_, TRUE);
     });
     checkPictureSize(name, info_.image_width, info_.image_height);
@@ -78,14 +89,34 @@ class Decompressor {
   }
 
   // Before the pixels: libjpeg forgets the markers at the end of them.
-  Bytes exif() const {
+  Metadata metadata() {
+    Metadata found;
+    std::optional<std::string> xmp;
+    std::vector<ExtendedXmpPart> extended;
+    bool hasProfile = false;
     for (const jpeg_marker_struct* marker = info_.marker_list; marker != nullptr; marker = marker->next) {
-      if (marker->marker == kExifMarker && marker->data_length > sizeof(kExifHeader) &&
-          std::memcmp(marker->data, kExifHeader, sizeof(kExifHeader)) == 0) {
-        return Bytes(marker->data, marker->data + marker->data_length);
+      const Bytes segment(marker->data, marker->data + marker->data_length);
+      const auto begins = [&](int kind, std::string_view header) {
+        return marker->marker == kind && segment.size() >= header.size() &&
+               std::memcmp(segment.data(), header.data(), header.size()) == 0;
+      };
+      if (begins(kApp1, kExifHeader) && found.exif.empty()) {
+        found.exif.assign(segment.begin() + kExifHeader.size(), segment.end());
+      } else if (begins(kApp1, kXmpHeader) && !xmp) {
+        xmp.emplace(segment.begin() + kXmpHeader.size(), segment.end());
+      } else if (begins(kApp1, kExtendedXmpHeader) && segment.size() >= kExtendedXmpHeader.size() + kNameBytes + 8) {
+        const uint8_t* p = segment.data() + kExtendedXmpHeader.size();
+        const auto number = [&](size_t at) {
+          return uint32_t{p[at]} << 24 | uint32_t{p[at + 1]} << 16 | uint32_t{p[at + 2]} << 8 | p[at + 3];
+        };
+        extended.push_back({std::string(p, p + kNameBytes), number(kNameBytes), number(kNameBytes + 4),
+                            Bytes(p + kNameBytes + 8, segment.data() + segment.size())});
       }
+      hasProfile = hasProfile || begins(kApp2, kIccHeader);
     }
-    return {};
+    if (xmp) takeXmp(std::move(*xmp), std::move(extended), &found);
+    if (hasProfile) takeIcc(profile(), &found);
+    return found;
   }
 
   // Interleaved pixels of all components at full size.
@@ -140,6 +171,20 @@ class Decompressor {
   }
 
  private:
+  // Put together from its segments; empty when some are missing or doubled.
+  Bytes profile() {
+    struct Free {
+      void operator()(JOCTET* bytes) const { std::free(bytes); }
+    };
+    JOCTET* bytes = nullptr;
+    unsigned length = 0;
+    const auto warn = std::exchange(failure_.manager.emit_message, [](j_common_ptr, int) {});
+    run([&] { jpeg_read_icc_profile(&info_, &bytes, &length); });
+    failure_.manager.emit_message = warn;
+    const std::unique_ptr<JOCTET, Free> owner(bytes);
+    return bytes == nullptr ? Bytes() : Bytes(bytes, bytes + length);
+  }
+
   // Released also when the constructor throws.
   struct Info : jpeg_decompress_struct {
     Info() : jpeg_decompress_struct() {}
@@ -191,6 +236,29 @@ Bytes padPlane(const Bytes& plane, int32_t width, int32_t height, int32_t padded
   return padded;
 }
 
+// The segments that come before the pixels, but for the profile.
+std::vector<Bytes> app1Segments(const Metadata& metadata) {
+  std::vector<Bytes> segments;
+  const auto add = [&](std::string_view header, const auto& content) {
+    Bytes& segment = segments.emplace_back(header.size() + content.size());
+    std::copy(content.begin(), content.end(), std::copy(header.begin(), header.end(), segment.begin()));
+  };
+  if (!metadata.exif.empty()) add(kExifHeader, metadata.exif);
+  if (!metadata.xmp.empty()) add(kXmpHeader, metadata.xmp);
+  constexpr size_t kPart = 65400;
+  const Bytes& extended = metadata.extendedXmp;
+  for (size_t at = 0; at < extended.size(); at += kPart) {
+    Bytes content(metadata.extendedXmpName.begin(), metadata.extendedXmpName.end());
+    for (const size_t number : {extended.size(), at}) {
+      for (int32_t shift = 24; shift >= 0; shift -= 8) content.push_back(static_cast<uint8_t>(number >> shift & 0xFF));
+    }
+    const size_t length = extended.size() - at < kPart ? extended.size() - at : kPart;
+    content.insert(content.end(), extended.data() + at, extended.data() + at + length);
+    add(kExtendedXmpHeader, content);
+  }
+  return segments;
+}
+
 }  // namespace
 
 bool isJpeg(const Bytes& bytes) {
@@ -200,7 +268,7 @@ bool isJpeg(const Bytes& bytes) {
 Picture decodeJpeg(const std::string& name, const Bytes& bytes) {
   Decompressor jpeg(name, bytes);
   Picture picture(jpeg.width(), jpeg.height());
-  picture.exif = jpeg.exif();
+  picture.metadata = jpeg.metadata();
   if (jpeg.is420()) {
     jpeg.planes(&picture);
   } else if (jpeg.colourSpace() == JCS_GRAYSCALE) {
@@ -211,7 +279,7 @@ Picture decodeJpeg(const std::string& name, const Bytes& bytes) {
     averageChroma(pixels, &picture);
   } else {
     Picture converted = toYuv420({jpeg.width(), jpeg.height(), jpeg.pixels(JCS_RGB)});
-    converted.exif = std::move(picture.exif);
+    converted.metadata = std::move(picture.metadata);
     return converted;
   }
   return picture;
@@ -222,11 +290,15 @@ RgbPicture decodeJpegRgb(const std::string& name, const Bytes& bytes) {
   return {jpeg.width(), jpeg.height(), jpeg.pixels(JCS_RGB)};
 }
 
-Bytes encodeJpeg(const std::string& name, const Picture& picture, int quality) {
-  if (picture.width > JPEG_MAX_DIMENSION || picture.height > JPEG_MAX_DIMENSION) {
-    throw Error(name, "larger than a JPEG can be");
+void checkJpegSize(const std::string& name, int64_t width, int64_t height) {
+  if (std::max(width, height) > JPEG_MAX_DIMENSION) {
+    throw Error(name, "no JPEG is wider or higher than " + std::to_string(JPEG_MAX_DIMENSION) + " pixels");
   }
-  const Bytes exif = exifForSize(picture.exif, picture.width, picture.height);
+}
+
+Bytes encodeJpeg(const std::string& name, const Picture& picture, const Metadata& metadata, int quality) {
+  checkJpegSize(name, picture.width, picture.height);
+  const std::vector<Bytes> segments = app1Segments(metadata);
   const int32_t paddedWidth = (picture.width + 15) / 16 * 16;
   const int32_t paddedHeight = (picture.height + 15) / 16 * 16;
   const Bytes padded[3] = {
@@ -264,9 +336,13 @@ Bytes encodeJpeg(const std::string& name, const Picture& picture, int quality) {
       info.comp_info[c].v_samp_factor = c == 0 ? 2 : 1;
     }
     // An EXIF block has to come first in the file.
-    info.write_JFIF_header = exif.empty() ? TRUE : FALSE;
+    info.write_JFIF_header = metadata.exif.empty() ? TRUE : FALSE;
     jpeg_start_compress(&info, TRUE);
-    if (!exif.empty()) jpeg_write_marker(&info, kExifMarker, exif.data(), static_cast<unsigned>(exif.size()));
+    for (const Bytes& segment : segments) {
+      jpeg_write_marker(&info, kApp1, segment.data(), static_cast<unsigned>(segment.size()));
+    }
+    const Bytes& icc = metadata.icc;
+    if (!icc.empty()) jpeg_write_icc_profile(&info, icc.data(), static_cast<unsigned>(icc.size()));
     JSAMPROW rows[3][2 * DCTSIZE];
     JSAMPARRAY arrays[3] = {rows[0], rows[1], rows[2]};
     for (int32_t top = 0; top < paddedHeight; top += 2 * DCTSIZE) {

@@ -57,15 +57,20 @@ bool isRawFormat(const std::string& format) {
   return format == "nv21" || format == "nv12" || format == "i420" || format == "yuyv";
 }
 
-Picture decodeRaw(const std::string& name, const Bytes& bytes, const RawLayout& layout) {
+size_t rawBytes(const std::string& name, const RawLayout& layout) {
   if (!isRawFormat(layout.format)) throw Error(name, "unknown raw format '" + layout.format + "'");
   checkPictureSize(name, layout.width, layout.height);
   const Sizes sizes = sizesOf(layout.width, layout.height);
-  const size_t wanted = layout.format == "yuyv" ? sizes.yuyv : sizes.luma + 2 * sizes.chroma;
+  return layout.format == "yuyv" ? sizes.yuyv : sizes.luma + 2 * sizes.chroma;
+}
+
+Picture decodeRaw(const std::string& name, const Bytes& bytes, const RawLayout& layout) {
+  const size_t wanted = rawBytes(name, layout);
+  const Sizes sizes = sizesOf(layout.width, layout.height);
   if (bytes.size() != wanted) {
-    throw Error(name, std::to_string(bytes.size()) + " bytes, but " + layout.format + " of " +
-                          std::to_string(layout.width) + "x" + std::to_string(layout.height) + " has " +
-                          std::to_string(wanted));
+    const std::string held = bytes.size() > wanted ? "more bytes" : std::to_string(bytes.size()) + " bytes";
+    throw Error(name, held + ", but " + layout.format + " of " + std::to_string(layout.width) + "x" +
+                          std::to_string(layout.height) + " has " + std::to_string(wanted));
   }
   if (layout.format == "yuyv") return fromYuyv(bytes, layout.width, layout.height);
   Picture picture(layout.width, layout.height);

@@ -3,7 +3,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <sstream>
 
 #include "image_file_kinds.h"
@@ -12,7 +11,6 @@ namespace tool {
 namespace {
 
 constexpr char kMagic[] = "YUV4MPEG2";
-constexpr size_t kMostHeaderBytes = 4096;
 
 struct Header {
   int32_t width = 0;
@@ -22,12 +20,11 @@ struct Header {
 
 // Reads a line and moves past it.
 std::string takeLine(const std::string& name, const Bytes& bytes, size_t* at) {
+  const size_t length = y4mLineLength(bytes, *at);
+  if (length == 0) throw Error(name, "damaged Y4M: a header line has no end");
   const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(*at);
-  const auto limit = begin + static_cast<std::ptrdiff_t>(std::min(bytes.size() - *at, kMostHeaderBytes));
-  const auto end = std::find(begin, limit, '\n');
-  if (end == limit) throw Error(name, "damaged Y4M: a header line has no end");
-  *at += static_cast<size_t>(end - begin) + 1;
-  return std::string(begin, end);
+  *at += length;
+  return std::string(begin, begin + static_cast<std::ptrdiff_t>(length) - 1);
 }
 
 int32_t takeNumber(const std::string& name, const std::string& word) {
@@ -98,17 +95,17 @@ bool isY4m(const Bytes& bytes) {
          (bytes[kLength] == ' ' || bytes[kLength] == '\n');
 }
 
-size_t y4mBytesWanted(const Bytes& beginning, size_t most) {
-  constexpr size_t kAll = std::numeric_limits<size_t>::max();
-  if (!isY4m(beginning)) return kAll;
-  try {
-    size_t at = 0;
-    const Header header = parseHeader("", takeLine("", beginning, &at));
-    const auto pixels = static_cast<size_t>(header.width) * static_cast<size_t>(header.height);
-    return (most + 2) * (kMostHeaderBytes + 3 * pixels);
-  } catch (const Error&) {
-    return 0;  // decoding will say why
-  }
+size_t y4mLineLength(const Bytes& bytes, size_t at) {
+  const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(at);
+  const auto limit = begin + static_cast<std::ptrdiff_t>(std::min(bytes.size() - at, kMostY4mLine));
+  const auto end = std::find(begin, limit, '\n');
+  return end == limit ? 0 : static_cast<size_t>(end - begin) + 1;
+}
+
+std::pair<int32_t, int32_t> y4mFrameSize(const std::string& name, const Bytes& beginning) {
+  size_t at = 0;
+  const Header header = parseHeader(name, takeLine(name, beginning, &at));
+  return {header.width, header.height};
 }
 
 std::vector<Picture> decodeY4m(const std::string& name, const Bytes& bytes, size_t most) {
@@ -116,9 +113,10 @@ std::vector<Picture> decodeY4m(const std::string& name, const Bytes& bytes, size
   const Header header = parseHeader(name, takeLine(name, bytes, &at));
   std::vector<Picture> frames;
   while (at < bytes.size()) {
-    const std::string line = takeLine(name, bytes, &at);
-    if (line != "FRAME" && line.rfind("FRAME ", 0) != 0) throw Error(name, "damaged Y4M: no FRAME where one must be");
     if (frames.size() == most) throw Error(name, "more than " + std::to_string(most) + " frames");
+    const bool begins = std::memcmp(bytes.data() + at, "FRAME", std::min<size_t>(bytes.size() - at, 5)) == 0;
+    const std::string line = begins ? takeLine(name, bytes, &at) : "";
+    if (line != "FRAME" && line.rfind("FRAME ", 0) != 0) throw Error(name, "damaged Y4M: no FRAME where one must be");
     Picture picture(header.width, header.height);
     for (Bytes* plane : {&picture.y, &picture.u, &picture.v}) {
       if (bytes.size() - at < plane->size()) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <sstream>
@@ -11,6 +12,8 @@
 #include "file_io.h"
 #include "image_file.h"
 #include "options.h"
+#include "output_file.h"
+#include "printable.h"
 #include "report.h"
 
 namespace tool {
@@ -21,9 +24,12 @@ struct MergeOptions {
   std::string output;
   RawOptions raw;
   std::string report;
-  int quality = 95;
+  std::string maps;  // folder; empty: none
+  WriteOptions write;
   bool libraryDefaults = false;
   bool quiet = false;
+  bool ignoreExif = false;
+  bool ignoreIcc = false;
   Settings settings;
 };
 
@@ -56,25 +62,81 @@ std::string summary(const BurstResult& result) {
   return text;
 }
 
+void warn(const std::string& names, const std::string& what) {
+  std::fprintf(stderr, "tessaline4: warning: %s: %s\n", printable(names).c_str(), printable(what).c_str());
+}
+
+// Names the frames that differ from the base in something that the result has from the base.
+template <typename IsSame>
+void warnOfOthers(const std::vector<std::string>& paths, const std::vector<Picture>& frames, size_t base,
+                  const std::string& what, const IsSame& isSame) {
+  std::string names;
+  for (size_t i = 0; i < frames.size(); ++i) {
+    if (isSame(frames[i].metadata, frames[base].metadata)) continue;
+    if (!names.empty()) names += ", ";
+    names += displayName(paths.at(i));
+  }
+  if (!names.empty()) {
+    warn(names,
+         "another " + what + " than the base, " + displayName(paths.at(base)) + ", whose " + what + " the result has");
+  }
+}
+
 void merge(const MergeOptions& options) {
-  checkWritable(options.output);
-  if (!options.report.empty()) checkFileWritable(options.report);
+  checkWritable(options.output, options.write);
+  std::vector<std::string> outputs = {options.output};
+  if (!options.report.empty()) {
+    checkFileWritable(options.report, options.write.existing);
+    outputs.push_back(options.report);
+  }
+  if (!options.maps.empty()) {
+    std::error_code failed;
+    std::filesystem::create_directories(options.maps, failed);
+    if (failed) throw Error(options.maps, "cannot be made: " + failed.message());
+    for (const std::string& file : mapFiles(options.maps, static_cast<size_t>(kMostFrames))) {
+      checkFileWritable(file, options.write.existing);
+      outputs.push_back(file);
+    }
+  }
+  checkDistinct(outputs, options.frames);
   ProgressLine line(options.quiet);
   line.show("reading frames");
-  const std::vector<Picture> frames = readFrames(options.frames, options.raw.layout(), kMostFrames);
-  if (frames.size() < 2) {
-    throw Error(displayName(options.frames[0]), "one frame only; a burst has 2 to " + std::to_string(kMostFrames));
+  const std::string first = displayName(options.frames[0]);
+  const auto checkSize = [&](const std::string& name, int64_t width, int64_t height) {
+    checkFrameSize(name, width, height, std::max<size_t>(options.frames.size(), 2));
+    checkWritableSize(options.output, options.write, width, height);
+  };
+  std::vector<Picture> frames = readFrames(options.frames, options.raw.layout(), kMostFrames, checkSize);
+  if (frames.size() < 2) throw Error(first, "one frame only; a burst has 2 to " + std::to_string(kMostFrames));
+  checkFrameSize(first, frames[0].width, frames[0].height, frames.size());
+  for (Picture& frame : frames) {
+    if (options.ignoreExif) {
+      frame.metadata.exif.clear();
+      frame.metadata.dropXmp();
+    }
+    if (options.ignoreIcc) frame.metadata.dropIcc();
   }
-  checkFrameSize(displayName(options.frames[0]), frames[0]);
   const Settings settings = overlay(
       options.libraryDefaults ? Settings() : toolDefaults(options.settings.fine.value_or(1) != 0), options.settings);
-  const BurstResult result = runBurst(frames, settings, [&](const char* step, size_t done, size_t all) {
-    line.show(std::string(step) + " (" + std::to_string(done) + "/" + std::to_string(all) + ")");
+  const BurstResult result = orOutOfMemory(first, [&] {
+    return runBurst(frames, settings, [&](const char* step, size_t done, size_t all) {
+      line.show(std::string(step) + " (" + std::to_string(done) + "/" + std::to_string(all) + ")");
+    });
   });
-  line.show("writing " + options.output);
-  writePicture(options.output, result.picture, options.quality);
-  if (!options.report.empty()) writeReport(options.report, options.frames, options.output, settings, result);
+  line.show("writing " + printable(outputName(options.output)));
+  const std::vector<std::string> losses = writePicture(options.output, result.picture, options.write);
+  if (!options.report.empty()) {
+    writeReport(options.report, options.frames, options.output, settings, result, options.write.existing);
+  }
+  if (!options.maps.empty()) writeMaps(options.maps, result, options.write.existing);
   line.finish(summary(result));
+  warnOfOthers(options.frames, frames, result.base, "orientation",
+               [](const Metadata& a, const Metadata& b) { return a.orientation() == b.orientation(); });
+  warnOfOthers(options.frames, frames, result.base, "ICC profile",
+               [](const Metadata& a, const Metadata& b) { return a.icc == b.icc; });
+  // A stream stands for all its frames.
+  const size_t base = std::min(result.base, options.frames.size() - 1);
+  for (const std::string& loss : losses) warn(displayName(options.frames[base]), loss);
 }
 
 // The range stands in the place of the type: "--gain 0..1000".
@@ -106,20 +168,35 @@ void addMergeCommand(CLI::App& app) {
   const auto options = std::make_shared<MergeOptions>();
   command->footer(R"(Frames are JPEG or PNG files, raw files (with --size), or one Y4M stream from a file or
 standard input (-): 2 to 10 of them, of one size, 640x480 or larger, and in the same orientation.
-The sharpest becomes the base to which the others are aligned; a JPEG result carries its EXIF
-block. Pixels are not rotated.
+The sharpest becomes the base to which the others are aligned; a JPEG or PNG result carries its
+EXIF, XMP and ICC profile. Pixels are not rotated: EXIF tells the orientation.
 
 Example: tessaline4 merge IMG_*.jpg -o merged.jpg --report merged.json)");
   command->add_option("FRAME", options->frames, "Frames of the burst, or one Y4M stream")->required();
   command
       ->add_option("-o,--output", options->output,
-                   "Result; its ending tells the kind: .jpg .jpeg .png .y4m .nv21 .nv12 .i420 .yuv .yuyv")
+                   "Result, - for standard output; its ending tells the kind: .jpg .jpeg .png .y4m .nv21 .nv12 .i420 "
+                   ".yuv .yuyv")
       ->required()
       ->type_name("FILE");
+  command
+      ->add_option("--output-format", options->write.format,
+                   "Kind of the result, named as an ending without its dot; standard output needs it")
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember(writableFormats()));
+  addNoOverwrite(*command, &options->write.existing);
   options->raw.addTo(*command);
-  addRange(*command, "--quality", options->quality, "JPEG quality of the result (default 95)", 1, 100);
-  command->add_option("--report", options->report, "Write what became of each frame, as JSON")->type_name("FILE");
+  addRange(*command, "--quality", options->write.jpegQuality, "JPEG quality of the result (default 95)", 1, 100);
+  command->add_option("--report", options->report, "Write what became of each frame, as JSON (- for standard output)")
+      ->type_name("FILE");
+  command
+      ->add_option("--report-maps", options->maps,
+                   "Write maps of the fine mode: how many frames each place got, and where a frame was kept out")
+      ->type_name("DIR");
   command->add_flag("--quiet", options->quiet, "No progress on the terminal");
+  command->add_flag("--ignore-exif", options->ignoreExif,
+                    "Carry no EXIF and XMP over; the result shows the pixels as they lie");
+  command->add_flag("--ignore-icc", options->ignoreIcc, "Carry no ICC profile over");
 
   Settings* given = &options->settings;
   addRange(*command, "--threads", given->threads, "Worker threads (default: one per processor)", 0, 64);

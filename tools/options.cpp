@@ -1,6 +1,9 @@
 #include "options.h"
 
 #include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
 
 namespace tool {
 
@@ -15,6 +18,27 @@ PictureSize parseSize(const std::string& text) {
   }
   if (!good || size.width < 1 || size.height < 1) throw Error("'" + text + "' is not a size like 640x480");
   return size;
+}
+
+void refuseNonFinite(CLI::App& app) {
+  const auto check = [](const std::string& text) {
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    const bool isNumber = !text.empty() && *end == '\0';
+    return isNumber && !(std::abs(value) <= std::numeric_limits<float>::max()) ? text + " is no finite number"
+                                                                               : std::string();
+  };
+  for (CLI::App* command : app.get_subcommands({})) {
+    for (CLI::Option* option : command->get_options()) {
+      const std::string type = option->get_type_name();
+      if (!option->get_positional() && type != "FILE" && type != "DIR") option->check(CLI::Validator(check, ""));
+    }
+  }
+}
+
+void addNoOverwrite(CLI::App& command, Existing* existing) {
+  command.add_flag_callback(
+      "-n,--no-overwrite", [existing] { *existing = Existing::kRefuse; }, "Refuse to replace files that exist");
 }
 
 void RawOptions::addTo(CLI::App& command) {

@@ -18,6 +18,13 @@ struct PictureSize {
 // "640x480". Throws Error for anything else.
 PictureSize parseSize(const std::string& text);
 
+// Gives every option of the commands that takes text of its own (FILE and DIR do) a check that refuses numbers that
+// are none, infinite, or beyond a float. Call it when all options are there.
+void refuseNonFinite(CLI::App& app);
+
+// -n, for commands that write files.
+void addNoOverwrite(CLI::App& command, Existing* existing);
+
 // --size and --format, which tell what raw files hold.
 struct RawOptions {
   std::string size;

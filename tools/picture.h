@@ -3,9 +3,12 @@
 #define TESSALINE4_TOOLS_PICTURE_H_
 
 #include <cstdint>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "metadata.h"
 
 namespace tool {
 
@@ -16,6 +19,19 @@ class Error : public std::runtime_error {
   Error(const std::string& file, const std::string& reason) : std::runtime_error(file + ": " + reason) {}
 };
 
+// No picture has more: the library counts bytes in 32 bits.
+inline constexpr int64_t kMostPixels = int64_t{1} << 27;
+
+// Runs body; memory that it does not get is an Error that names the file.
+template <typename Body>
+auto orOutOfMemory(const std::string& file, const Body& body) -> decltype(body()) {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    throw Error(file, "out of memory");
+  }
+}
+
 // 4:2:0, 8 bits, full-range BT.601, densely packed. u and v have (width + 1) / 2 x (height + 1) / 2 samples, each at
 // the centre of its 2x2 luma samples.
 struct Picture {
@@ -24,7 +40,7 @@ struct Picture {
   std::vector<uint8_t> y;
   std::vector<uint8_t> u;
   std::vector<uint8_t> v;
-  std::vector<uint8_t> exif;  // the EXIF block of the file it came from, "Exif\0\0" first; empty without
+  Metadata metadata;  // of the file it came from
 
   Picture() = default;
   Picture(int32_t w, int32_t h)

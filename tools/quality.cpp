@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 
 namespace tool {
 namespace {
@@ -77,10 +78,10 @@ double ssim(const Plane& a, const Plane& b) {
   const int32_t right = a.width - left;
   const int32_t top = std::max(a.top(), kRadius);
   const int32_t bottom = a.height - top;
+  if (right <= left || bottom <= top) return std::numeric_limits<double>::quiet_NaN();
   double sum = 0;
   int64_t count = 0;
-  std::vector<std::vector<Moments>> rows(2 * kRadius + 1,
-                                         std::vector<Moments>(static_cast<size_t>(std::max(right - left, 0))));
+  std::vector<std::vector<Moments>> rows(2 * kRadius + 1, std::vector<Moments>(static_cast<size_t>(right - left)));
   const auto fill = [&](int32_t y) {
     std::vector<Moments>& row = rows[static_cast<size_t>(y % (2 * kRadius + 1))];
     for (int32_t x = left; x < right; ++x) row[static_cast<size_t>(x - left)] = filtered(x, y);
@@ -101,7 +102,7 @@ double ssim(const Plane& a, const Plane& b) {
              ((m[0] * m[0] + m[1] * m[1] + kC1) * (varianceA + varianceB + kC2));
     }
   }
-  return sum / static_cast<double>(std::max<int64_t>(count, 1));
+  return sum / static_cast<double>(count);
 }
 
 Plane lumaOf(const Picture& p) {
@@ -145,6 +146,7 @@ std::array<double, 3> meanDifference(const Picture& picture, const Picture& trut
 }
 
 double lumaPsnr(const Picture& picture, const Picture& truth) {
+  if (picture.width != truth.width || picture.height != truth.height) throw Error("pictures of different size");
   return psnr(differenceOf(lumaOf(picture), lumaOf(truth), nullptr).square);
 }
 

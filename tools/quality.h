@@ -33,11 +33,11 @@ void forEachCounted(int32_t width, int32_t height, const Mask* counted, const F&
 struct Quality {
   double lumaPsnr;    // dB, at most 99
   double chromaPsnr;  // of U and V together
-  double lumaSsim;
+  double lumaSsim;    // NaN where the plane is smaller than a window
   double chromaSsim;  // mean of U and V
 };
 
-// Pictures of one size; a border of 2 % is left out.
+// Pictures of one size, or Error; a border of 2 % is left out.
 // SSIM as in Wang, Bovik, Sheikh and Simoncelli, "Image quality assessment: from error visibility to structural
 // similarity" (2004): windows of 11 x 11 with Gaussian weights of sigma 1.5, K1 0.01, K2 0.03.
 Quality compareWithTruth(const Picture& picture, const Picture& truth);

@@ -1,13 +1,14 @@
 #include "report.h"
 
-#include <nlohmann/json.hpp>
+#include <algorithm>
+#include <cstdio>
 
 #include "file_io.h"
+#include "image_file.h"
+#include "json_numbers.h"
 
 namespace tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 Json settingsJson(const Settings& settings) {
   Json json = Json::object();
@@ -26,27 +27,66 @@ Json settingsJson(const Settings& settings) {
 
 Json frameJson(const std::string& file, size_t index, const FrameReport& frame) {
   const auto& m = frame.motion;
-  return {{"file", file},
-          {"index", index},
-          {"status", statusWords(frame.status)},
-          {"score", frame.score},
-          {"order", frame.order},
-          {"trackFailure", frame.trackFailure},
-          {"motion", {{m[0], m[1], m[2]}, {m[3], m[4], m[5]}, {m[6], m[7], m[8]}}}};
+  Json json = {{"file", file},
+               {"index", index},
+               {"status", statusWords(frame.status)},
+               {"score", frame.score},
+               {"order", frame.order},
+               {"trackFailure", frame.trackFailure},
+               {"motion", {{m[0], m[1], m[2]}, {m[3], m[4], m[5]}, {m[6], m[7], m[8]}}}};
+  if (frame.fine) {
+    json["residual"] = frame.fine->residual;
+    json["cornerSigma"] = frame.fine->cornerSigma;
+    json["share"] = frame.fine->share;
+  }
+  return json;
 }
 
 }  // namespace
 
+std::vector<std::string> mapFiles(const std::string& folder, size_t frames) {
+  std::vector<std::string> files = {folder + "/frames.png"};
+  for (size_t i = 0; i < frames; ++i) {
+    char name[32];
+    std::snprintf(name, sizeof(name), "/weight%02zu.png", i);
+    files.push_back(folder + name);
+  }
+  return files;
+}
+
+void writeMaps(const std::string& folder, const BurstResult& result, Existing existing) {
+  if (!result.fine) return;
+  const std::vector<std::string> files = mapFiles(folder, result.frames.size());
+  const auto write = [&](const std::string& file, const FineMap& map, int32_t full) {
+    Picture picture(map.width, map.height);
+    for (size_t i = 0; i < map.values.size(); ++i) {
+      picture.y[i] = static_cast<uint8_t>(std::min(map.values[i] * 255 / full, 255));
+    }
+    WriteOptions options;
+    options.existing = existing;
+    writePicture(file, picture, options);
+  };
+  write(files[0], result.fine->count, 16 * static_cast<int32_t>(result.frames.size()));
+  for (size_t i = 0; i < result.frames.size(); ++i) {
+    if (result.frames[i].status == ZELVAN_TESSALINE4_MERGED) write(files[i + 1], result.fine->weights[i], 255);
+  }
+}
+
 void writeReport(const std::string& path, const std::vector<std::string>& files, const std::string& output,
-                 const Settings& settings, const BurstResult& result) {
+                 const Settings& settings, const BurstResult& result, Existing existing) {
   Json json;
   json["library"] = zelvan_Tessaline4_getVersion();
-  json["output"] = output;
+  json["output"] = outputName(output);
   json["width"] = result.picture.width;
   json["height"] = result.picture.height;
   json["settings"] = settingsJson(settings);
   json["seconds"] = {{"intake", result.intakeSeconds}, {"merge", result.mergeSeconds}};
   json["base"] = result.base;
+  if (result.fine) {
+    const FineReport& fine = *result.fine;
+    json["noise"] = {{"luma", fine.noise[0]}, {"chroma", {fine.noise[1], fine.noise[2]}}};
+    json["chosen"] = {{"lumaStrength", fine.lumaStrength}, {"chromaStrength", fine.chromaStrength}};
+  }
   Json& frames = json["frames"] = Json::array();
   for (size_t i = 0; i < result.frames.size(); ++i) {
     const std::string& file = files.size() == result.frames.size() ? files[i] : files.at(0);
@@ -54,7 +94,33 @@ void writeReport(const std::string& path, const std::vector<std::string>& files,
   }
   // File names need not be UTF-8.
   const std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-  writeFile(path, std::vector<uint8_t>(text.begin(), text.end()));
+  writeFile(path, std::vector<uint8_t>(text.begin(), text.end()), existing);
+}
+
+MergeReport readReport(const std::string& path, size_t frames, int32_t width, int32_t height) {
+  return parseReport(path, readJsonFile(path), frames, width, height);
+}
+
+MergeReport parseReport(const std::string& name, const std::string& json, size_t frames, int32_t width,
+                        int32_t height) {
+  return parseJson(name, "report of a merge of this burst", json, [&](const Json& root) {
+    MergeReport report;
+    wholeNumber(root, "width", width, width);
+    wholeNumber(root, "height", height, height);
+    report.base = static_cast<size_t>(wholeNumber(root, "base", 0, static_cast<int64_t>(frames) - 1));
+    const Json& entries = root.at("frames");
+    if (!entries.is_array() || entries.size() != frames) {
+      throw BadJson("frames is not a list of " + std::to_string(frames));
+    }
+    for (const Json& entry : entries) {
+      MergeReport::Frame frame;
+      frame.merged = entry.at("status") == statusWords(ZELVAN_TESSALINE4_MERGED);
+      // A frame that could not be aligned need not have a motion.
+      if (frame.merged || report.frames.size() == report.base) frame.motion = motionAt(entry, "motion", width, height);
+      report.frames.push_back(frame);
+    }
+    return report;
+  });
 }
 
 }  // namespace tool

@@ -6,12 +6,40 @@
 #include <vector>
 
 #include "burst.h"
+#include "homography.h"
+#include "output_file.h"
 
 namespace tool {
 
 // files: where each frame of the result's burst came from; a stream is named once and stands for all frames.
 void writeReport(const std::string& path, const std::vector<std::string>& files, const std::string& output,
-                 const Settings& settings, const BurstResult& result);
+                 const Settings& settings, const BurstResult& result, Existing existing);
+
+// Maps of the fine mode as PNG files, a quarter as wide and high as the frames: frames.png, brighter where more frames
+// were merged, white for all; weight00.png, ... of each merged frame, dark where it was kept out. Nothing for another
+// mode. mapFiles: the names of all that may be written.
+std::vector<std::string> mapFiles(const std::string& folder, size_t frames);
+void writeMaps(const std::string& folder, const BurstResult& result, Existing existing);
+
+// What such a report says about the motions.
+struct MergeReport {
+  struct Frame {
+    bool merged = false;
+    Homography motion{};  // result to frame; read of the base and of merged frames
+  };
+  size_t base = 0;
+  std::vector<Frame> frames;
+
+  // Result to base: the identity, unless the merge cropped and scaled.
+  const Homography& crop() const { return frames[base].motion; }
+  bool isCropped() const { return crop() != Homography{1, 0, 0, 0, 1, 0, 0, 0, 1}; }
+};
+
+// Of a burst of so many frames of this size. Throws Error naming the file when it is about another one, or anything in
+// it is missing or out of range.
+MergeReport readReport(const std::string& path, size_t frames, int32_t width, int32_t height);
+// From the text of the report; name is what error messages call it.
+MergeReport parseReport(const std::string& name, const std::string& json, size_t frames, int32_t width, int32_t height);
 
 }  // namespace tool
 

@@ -1,13 +1,14 @@
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <map>
 #include <memory>
 
+#include "burst_folder.h"
 #include "commands.h"
 #include "file_io.h"
 #include "image_file.h"
 #include "options.h"
+#include "output_file.h"
 #include "truth.h"
 #include "yardstick.h"
 
@@ -22,6 +23,7 @@ struct Options {
   std::string noise = "medium";
   FrameStorage storage;
   bool averages = false;
+  Existing existing = Existing::kReplace;
   Simulation simulation;
 };
 
@@ -38,19 +40,6 @@ std::string numbered(const char* stem, size_t i, const std::string& ending) {
   return name;
 }
 
-// Makes the folder. Frames of an earlier burst would be taken for frames of this one; other files are left alone.
-void prepareFolder(const std::filesystem::path& folder) {
-  std::error_code failed;
-  std::filesystem::create_directories(folder, failed);
-  if (failed) throw Error(folder.string(), "cannot be made: " + failed.message());
-  if (!std::filesystem::exists(folder / "truth.json", failed)) return;
-  for (const TruthFrame& frame : readTruth(folder.string()).frames) {
-    for (const std::filesystem::path name : {frame.file, frame.clean, frame.sharp, frame.mask, frame.average}) {
-      if (!name.empty() && name == name.filename()) std::filesystem::remove(folder / name, failed);
-    }
-  }
-}
-
 void run(const Options& o, const CLI::App& command) {
   Simulation s = o.simulation;
   const PictureSize size = parseSize(o.size);
@@ -64,14 +53,30 @@ void run(const Options& o, const CLI::App& command) {
     if (special && *special >= s.frames) throw Error("there is no frame " + std::to_string(*special) + " to change");
   }
 
+  // All names that a burst of these options may need.
+  std::vector<std::string> names = {"truth.json"};
+  for (size_t i = 0; i < static_cast<size_t>(s.frames); ++i) {
+    names.insert(names.end(), {numbered("frame", i, o.storage.format), numbered("clean", i, "png")});
+    names.insert(names.end(), {numbered("sharp", i, "png"), numbered("mask", i, "png")});
+    if (o.averages) names.push_back(numbered("average", i, "png"));
+  }
+  checkBurstFolder(o.folder, names, o.builtIn ? std::vector<std::string>() : std::vector{o.scene}, o.existing);
+
   const RgbPicture scene = o.builtIn ? builtInScene(s.width, s.height, s.seed) : readRgb(o.scene);
   if (scene.width < s.width || scene.height < s.height) {
     throw Error(o.scene, "is smaller than the frames of " + o.size);
   }
   const RgbPicture foreign = s.foreignFrame ? builtInScene(s.width, s.height, s.seed + 7919) : RgbPicture{};
-  prepareFolder(o.folder);
-
   const SimulatedBurst burst = simulateBurst(scene, foreign, s);
+
+  names = {"truth.json"};
+  for (size_t i = 0; i < burst.frames.size(); ++i) {
+    names.insert(names.end(), {numbered("frame", i, o.storage.format), numbered("clean", i, "png")});
+    if (!burst.frames[i].sharp.y.empty()) names.push_back(numbered("sharp", i, "png"));
+    if (!burst.frames[i].seenByAll.empty()) names.push_back(numbered("mask", i, "png"));
+    if (o.averages) names.push_back(numbered("average", i, "png"));
+  }
+  prepareBurstFolder(o.folder, names);
   Truth truth;
   truth.folder = o.folder;
   truth.width = s.width;
@@ -104,6 +109,7 @@ void run(const Options& o, const CLI::App& command) {
                alignedAverage(shown, truth.noise, truth.storage, truth.framesToAverage(), truth.seed), {});
   }
   writeTruth(truth, o.builtIn ? "built-in" : o.scene, s, burst);
+  recordBurstFolder(o.folder, names);
 }
 
 }  // namespace
@@ -116,6 +122,7 @@ void addSimulateCommand(CLI::App& app) {
   command->add_option("-o,--output", o->folder, "Folder for the frames, the clean frames and truth.json")
       ->required()
       ->type_name("DIR");
+  addNoOverwrite(*command, &o->existing);
   command->add_option("--size", o->size, "Size of the frames (default 1280x960)")->type_name("WxH");
   command->add_option("--frames", o->simulation.frames, "Number of frames (default 8)")->check(CLI::Range(1, 10));
   command->add_option("--seed", o->simulation.seed, "Another seed gives another burst (default 1)");
@@ -189,7 +196,7 @@ void addSimulateCommand(CLI::App& app) {
       "without the blur of a blurred frame, and white pixels of mask00.png are seen by all frames of a scene with\n"
       "layers. Frame numbers begin at 0.\n\n"
       "Example: tessaline4 simulate photo.jpg -o burst --frames 8 --noise high --moving-object");
-  command->callback([o, command] { run(*o, *command); });
+  command->callback([o, command] { orOutOfMemory(o->folder, [&] { run(*o, *command); }); });
 }
 
 }  // namespace tool

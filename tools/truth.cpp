@@ -1,16 +1,13 @@
 #include "truth.h"
 
 #include <algorithm>
-#include <fstream>
 
-#include <nlohmann/json.hpp>
-
-#include "file_io.h"
+#include "burst.h"
+#include "json_numbers.h"
+#include "output_file.h"
 
 namespace tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 std::string truthFile(const std::string& folder) {
   return folder + "/truth.json";
@@ -64,35 +61,36 @@ void writeTruth(const Truth& truth, const std::string& scene, const Simulation& 
 
 Truth readTruth(const std::string& folder) {
   const std::string path = truthFile(folder);
-  std::ifstream file(path);
-  if (!file) throw Error(path, "cannot be read");
-  try {
-    const Json json = Json::parse(file);
+  return parseTruth(path, folder, readJsonFile(path));
+}
+
+Truth parseTruth(const std::string& name, const std::string& folder, const std::string& json) {
+  return parseJson(name, "truth of a burst", json, [&](const Json& root) {
     Truth truth;
     truth.folder = folder;
-    truth.width = json.at("width");
-    truth.height = json.at("height");
-    truth.seed = json.at("seed");
-    truth.storage.format = json.at("frameFormat");
-    truth.storage.jpegQuality = json.value("jpegQuality", truth.storage.jpegQuality);
-    const Json& noise = json.at("noise");
-    truth.noise = {noise.at("shot"), noise.at("read"), noise.value("grain", 0.0)};
-    for (const Json& entry : json.at("frames")) {
-      TruthFrame frame;
-      frame.file = entry.at("file");
-      frame.clean = entry.at("clean");
-      for (size_t i = 0; i < 9; ++i) frame.motion[i] = entry.at("homography").at(i / 3).at(i % 3);
-      frame.sharp = entry.value("sharp", "");
-      frame.mask = entry.value("mask", "");
-      frame.average = entry.value("average", "");
-      frame.usable = !entry.contains("foreign") && !entry.contains("blurred");
-      truth.frames.push_back(frame);
+    truth.width = static_cast<int32_t>(wholeNumber(root, "width", 1, kMostPixels));
+    truth.height = static_cast<int32_t>(wholeNumber(root, "height", 1, kMostPixels / truth.width));
+    truth.seed = static_cast<uint32_t>(wholeNumber(root, "seed", 0, UINT32_MAX));
+    truth.storage.format = root.at("frameFormat");
+    if (root.contains("jpegQuality")) {
+      truth.storage.jpegQuality = static_cast<int>(wholeNumber(root, "jpegQuality", 1, 100));
     }
-    if (truth.frames.empty()) throw Error(path, "tells of no frame");
+    const Json& noise = root.at("noise");
+    truth.noise = {realNumber(noise, "shot", 0, 100), realNumber(noise, "read", 0, 100),
+                   noise.contains("grain") ? realNumber(noise, "grain", 0, 10) : 0.0};
+    const Json& frames = root.at("frames");
+    if (!frames.is_array() || frames.empty() || frames.size() > kMostFrames) {
+      throw BadJson("frames is not a list of 1 to " + std::to_string(kMostFrames));
+    }
+    for (const Json& entry : frames) {
+      const auto optional = [&](const char* key) { return entry.contains(key) ? fileNameAt(entry, key) : ""; };
+      truth.frames.push_back({fileNameAt(entry, "file"), fileNameAt(entry, "clean"), optional("sharp"),
+                              optional("mask"), optional("average"),
+                              motionAt(entry, "homography", truth.width, truth.height),
+                              !entry.contains("foreign") && !entry.contains("blurred")});
+    }
     return truth;
-  } catch (const nlohmann::json::exception& error) {
-    throw Error(path, std::string("is no truth of a burst: ") + error.what());
-  }
+  });
 }
 
 }  // namespace tool

@@ -35,8 +35,10 @@ struct Truth {
 
 void writeTruth(const Truth& truth, const std::string& scene, const Simulation& simulation,
                 const SimulatedBurst& burst);
-// Throws Error naming the file.
+// Throws Error naming the file when anything in it is missing or out of range.
 Truth readTruth(const std::string& folder);
+// From the text of truth.json; name is what error messages call it.
+Truth parseTruth(const std::string& name, const std::string& folder, const std::string& json);
 
 }  // namespace tool
 

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "base/poison.h"
+
 namespace {
 
 constexpr uint32_t kInUse = 1;
@@ -56,7 +58,19 @@ class Arena {
     store(block + 4, word);
     store(block + sizeOf(word), word);
   }
-  void setFrontWord(uint32_t block, uint32_t word) { store(block, word); }
+  // The whole arena as one free block between its two ends.
+  void setWhole() {
+    store(0, kInUse);
+    setSizeWord(0, end());
+    store(end() + 4, kInUse);
+    pushFront(kHeaderSize);
+    poison(heap_->first, size_t{end()} + kHeaderSize);
+  }
+
+  // Under the address sanitizer the requested bytes of a block in use may be touched and nothing else: not what is
+  // free, nor the header and the padding between blocks.
+  void lend(uint32_t block, uint32_t bytes) const { unpoison(userPointer(block), bytes); }
+  void takeBack(uint32_t block) const { poison(userPointer(block), sizeOf(sizeWord(block)) - kHeaderSize); }
 
   // Returns the size word.
   uint32_t verifyBlock(uint32_t block) const {
@@ -142,12 +156,12 @@ class Arena {
 
  private:
   unsigned char* at(uint32_t offset) const { return static_cast<unsigned char*>(heap_->first) + offset; }
-  uint32_t load(uint32_t offset) const {
+  ZVT4_NOT_SANITIZED uint32_t load(uint32_t offset) const {
     uint32_t word;
     std::memcpy(&word, at(offset), sizeof word);
     return word;
   }
-  void store(uint32_t offset, uint32_t word) { std::memcpy(at(offset), &word, sizeof word); }
+  ZVT4_NOT_SANITIZED void store(uint32_t offset, uint32_t word) { std::memcpy(at(offset), &word, sizeof word); }
 
   bool isNode(uint32_t link) const { return link % kAlignment == kHeaderSize && link - kHeaderSize < end(); }
 
@@ -200,17 +214,14 @@ Status construct_Heap2(Heap2* heap, void* buffer, uint32_t size) {
 
   heap->first = static_cast<unsigned char*>(buffer) + (first - start);
   heap->last = static_cast<unsigned char*>(buffer) + (last - start);
-  arena.setFrontWord(0, kInUse);
-  arena.setSizeWord(0, arena.end());
-  const uint32_t sentinel = kInUse;
-  std::memcpy(static_cast<unsigned char*>(heap->last) + 4, &sentinel, sizeof sentinel);
-  arena.pushFront(kHeaderSize);
+  arena.setWhole();
   return ZELVAN_OK;
 }
 
 Status destruct_Heap2(Heap2* heap) {
   Arena arena(heap);
   const bool anyInUse = arena.walk();
+  if (heap->first != nullptr) unpoison(heap->first, size_t{arena.end()} + kHeaderSize);
   // The marker is neither the head node nor in the arena, so that any later use of the record is fatal.
   arena.clear(nullptr);
   heap->freeNext = zeroSizeMarker();
@@ -236,6 +247,7 @@ void* Heap2_malloc(Heap2* heap, uint32_t size) {
     }
     arena.setSizeWord(block, taken | kInUse);
     arena.setUsed(heap->used + taken);
+    arena.lend(block, size);
     return arena.userPointer(block);
   }
   return nullptr;
@@ -248,6 +260,7 @@ Status Heap2_free(Heap2* heap, void* pointer) {
   uint32_t block = arena.verifyUser(pointer);
   uint32_t size = sizeOf(arena.sizeWord(block));
   arena.setUsed(heap->used - size);
+  arena.takeBack(block);
 
   const uint32_t frontSize = arena.frontWord(block);
   if ((frontSize & kInUse) == 0) {

@@ -19,6 +19,9 @@
 // Nothing is repaired or reported when a tag or link is found wrong, a block is freed twice or a foreign pointer is
 // freed: the process ends by a trap. An exhausted arena is an ordinary null.
 //
+// In builds with the address sanitizer whatever is free is poisoned, and so are the header and the padding between two
+// blocks: touching a byte that was not asked for ends the process. Sizes and addresses are those of every build.
+//
 // All functions but the readers of `used` and `maxUsed` take the lock, and may be called from any thread.
 #ifndef ZVT4_BASE_HEAP2_H_
 #define ZVT4_BASE_HEAP2_H_

@@ -1,10 +1,13 @@
-// Memory: the stated buffer is enough, and a refusing arena ends a burst cleanly.
+// Memory: the stated buffer is enough.
 #include <limits>
 
 #include "api/tessal4_handle.h"
 #include "instance.h"
 
+namespace test {
 namespace {
+
+constexpr char kPlanar[] = "YUV420_PLANAR";
 
 // The sanitizers are slow: fewer cases then.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -12,26 +15,6 @@ constexpr bool kSanitized = true;
 #else
 constexpr bool kSanitized = false;
 #endif
-
-int64_t arenaRequests = 0;    // calls of Heap2_malloc since the last reset
-int64_t arenaRefusesAt = -1;  // which of them is refused; -1 none
-uint32_t refusedSize = 0;
-
-}  // namespace
-
-// The linker sends the library's requests to the arena here.
-extern "C" void* __real_zvt4_Heap2_malloc(Heap2* heap, uint32_t size);
-extern "C" void* __wrap_zvt4_Heap2_malloc(Heap2* heap, uint32_t size) {
-  const int64_t request = __atomic_fetch_add(&arenaRequests, 1, __ATOMIC_SEQ_CST);
-  if (request != __atomic_load_n(&arenaRefusesAt, __ATOMIC_SEQ_CST)) return __real_zvt4_Heap2_malloc(heap, size);
-  refusedSize = size;
-  return nullptr;
-}
-
-namespace test {
-namespace {
-
-constexpr char kPlanar[] = "YUV420_PLANAR";
 
 // A quickly made burst of large frames: bytes of a small one, over and over.
 std::vector<Frame> tiledBurst(const std::string& format, int32_t width, int32_t height, int32_t count) {
@@ -94,7 +77,7 @@ TEST(Memory, BufferSizeSuffices) {
     sizes.insert(sizes.end(), {{480, 640}, {1278, 958}, {1279, 961}, {1280, 960}, {641, 481}, {4000, 3000}});
     counts = {1, 2, 10};
   }
-  for (const std::string format : {kVu, kUv, kPlanar, "YUV422_YUYV"}) {
+  for (const std::string format : {kVu, kUv, "YUV420_PLANAR", "YUV422_YUYV"}) {
     for (const auto& [width, height] : sizes) {
       const bool large = width > 2000;
       // A large burst differs from format to format by the conversions alone: the packed one is the widest.
@@ -111,41 +94,6 @@ TEST(Memory, BufferSizeSuffices) {
       }
     }
   }
-}
-
-// One burst with the n-th request of the arena refused. Whatever fails, the instance ends with an empty arena.
-uint32_t burstWithRefusal(const std::vector<Frame>& burst, int64_t n, std::vector<uint8_t>* picture) {
-  SCOPED_TRACE(testing::Message() << "request " << n << " refused");
-  Instance instance(640, 480, static_cast<int32_t>(burst.size()), kPlanar);
-  const Settings settings = [n](zelvan_Tessaline4* handle) {
-    highestSettings(handle);
-    EXPECT_EQ(zelvan_Tessaline4_setCoreSetting(handle, 2, 0), kOk);
-    arenaRequests = 0;
-    arenaRefusesAt = n;
-  };
-  Frame output;
-  const uint32_t status = run(&instance, burst, kPlanar, settings, &output);
-  arenaRefusesAt = -1;
-  *picture = std::move(output.bytes);
-  return status;
-}
-
-TEST(Memory, ARefusedRequestEndsCleanly) {
-  const std::vector<Frame> burst = makeBurst(kPlanar, 640, 480, 2);
-  std::vector<uint8_t> expected, picture;
-  ASSERT_EQ(burstWithRefusal(burst, -1, &expected), kOk);
-  const int64_t requests = arenaRequests;
-  ASSERT_GT(requests, 100);
-  // Most requests are the tasks of forks, all alike: every request of the first hundred, then wider steps.
-  int64_t failures = 0;
-  for (int64_t n = 0; n < requests; n += n < (kSanitized ? 60 : 100) ? 1 : requests / (kSanitized ? 12 : 150) + 1) {
-    const bool failed = burstWithRefusal(burst, n, &picture) != kOk;
-    failures += failed;
-    // What is dropped without a word (a conversion, a feature image, a picture of the comparison) is at least a row.
-    EXPECT_TRUE(failed || picture == expected || refusedSize > 256) << "another picture without a word, request " << n;
-  }
-  // Refused tasks run in the caller, as does the work of pools that cannot start.
-  EXPECT_GE(failures, 15);
 }
 
 }  // namespace

@@ -11,9 +11,16 @@
 #include <utility>
 #include <vector>
 
+#include "base/poison.h"
+
 namespace {
 
 constexpr uint32_t kSize = 1 << 16;
+
+// The words between blocks are poisoned in sanitized builds.
+ZVT4_NOT_SANITIZED uint32_t peek(const uint32_t* word) {
+  return *word;
+}
 
 class Heap2Test : public testing::Test {
  protected:
@@ -101,7 +108,7 @@ TEST_F(Heap2Test, BlockFormatAndExtremeSizes) {
   EXPECT_EQ(Heap2_getUsedSize(&heap_), 0u);
   // The tags in front of a block and behind it: whoever inspects an arena from outside reads them.
   const auto* words = static_cast<uint32_t*>(Heap2_malloc(&heap_, 40));
-  EXPECT_EQ((std::array{words[-2], words[-1], words[10]}), (std::array{1u, 48 | 1u, 48 | 1u}));
+  EXPECT_EQ((std::array{peek(words - 2), peek(words - 1), peek(words + 10)}), (std::array{1u, 48 | 1u, 48 | 1u}));
 }
 
 TEST(Heap2, TakesTheWholeBufferAndRefusesOneTooSmall) {
@@ -120,6 +127,37 @@ TEST(Heap2, TakesTheWholeBufferAndRefusesOneTooSmall) {
     }
   }
 }
+
+#if ZVT4_POISONS
+// Free memory, headers and padding; nothing any more once the buffer is the caller's again.
+TEST_F(Heap2Test, PoisonsEveryByteThatWasNotAskedFor) {
+  std::mt19937 random(2);
+  std::vector<char> lent(kSize);
+  std::vector<std::pair<char*, uint32_t>> blocks;
+  const auto mark = [&](const std::pair<char*, uint32_t>& block, char how) {
+    std::fill_n(lent.begin() + (block.first - memory_.data()), block.second, how);
+  };
+  const char* const begin = static_cast<char*>(heap_.first);
+  const char* const end = static_cast<char*>(heap_.last) + 8;
+  for (int step = 0; step < 600 || !blocks.empty(); ++step) {
+    if (step < 600 && random() % 100 < 60) {
+      const uint32_t size = 1 + random() % 2000;
+      if (auto* const block = static_cast<char*>(Heap2_malloc(&heap_, size))) mark(blocks.emplace_back(block, size), 1);
+    } else if (!blocks.empty()) {
+      std::swap(blocks[random() % blocks.size()], blocks.back());
+      mark(blocks.back(), 0);
+      Heap2_free(&heap_, blocks.back().first);
+      blocks.pop_back();
+    }
+    for (const char* byte = begin; byte < end; ++byte) {
+      ASSERT_NE(__asan_address_is_poisoned(byte) != 0, lent[static_cast<size_t>(byte - memory_.data())] != 0)
+          << step << ": " << byte - begin;
+    }
+  }
+  destruct_Heap2(&heap_);
+  EXPECT_EQ(__asan_region_is_poisoned(memory_.data(), kSize), nullptr);
+}
+#endif
 
 TEST_F(Heap2Test, ServesManyThreads) {
   const uint32_t whole = Heap2_getFreeSize(&heap_);

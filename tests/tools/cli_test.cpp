@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "exif_block.h"
 #include "image_file.h"
+#include "metadata_blocks.h"
 
 namespace tool {
 namespace {
@@ -36,6 +36,15 @@ class Cli : public ::testing::Test {
         "cd '" + folder_.string() + "' && '" TESSALINE4_TOOL "' " + arguments + " >out 2>err <" + input;
     const int status = std::system(command.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  // Runs what must fail with one line that holds these words.
+  static void expectRefused(const std::string& arguments, const std::string& words) {
+    SCOPED_TRACE(arguments);
+    EXPECT_NE(run(arguments), 0);
+    const std::string line = textOf(folder_ / "err");
+    EXPECT_EQ(line.rfind("tessaline4: ", 0), 0u) << line;
+    EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1) << line;
+    EXPECT_NE(line.find(words), std::string::npos) << line;
   }
   static void write(const std::string& name, const std::string& bytes) { std::ofstream(folder_ / name) << bytes; }
 
@@ -77,32 +86,59 @@ TEST_F(Cli, BadInputGivesOneLineAndNoOutput) {
       {"frobnicate", ""},
   };
   for (const auto& [arguments, names] : rows) {
-    SCOPED_TRACE(arguments);
-    EXPECT_NE(run(arguments), 0);
-    const std::string line = textOf(folder_ / "err");
-    EXPECT_EQ(line.rfind("tessaline4: ", 0), 0u) << line;
-    EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1) << line;
-    EXPECT_NE(line.find(names), std::string::npos) << line;
+    expectRefused(arguments, names);
     for (const char* output : {"o.png", "o.tiff", "r.json", "s/truth.json"}) EXPECT_FALSE(fs::exists(folder_ / output));
   }
 }
 
-// All frames but one are smeared, so that the base is known; its EXIF block is the one that the result carries.
-TEST_F(Cli, JpegResultCarriesTheExifOfTheBase) {
+// All frames but one are smeared, so that the base is known; its metadata is what the result carries.
+TEST_F(Cli, ResultCarriesTheMetadataOfTheBase) {
   for (int32_t i = 0; i < 3; ++i) {
-    Picture frame = readPicture((folder_ / ("burst/frame0" + std::to_string(i) + ".png")).string());
+    const std::string number = std::to_string(i);
+    Picture frame = readPicture((folder_ / "burst" / ("frame0" + number + ".png")).string());
     if (i != 1) {
       for (size_t at = frame.y.size() - 1; at >= 4; --at) {
         frame.y[at] = static_cast<uint8_t>((frame.y[at] + frame.y[at - 1] + frame.y[at - 2] + frame.y[at - 3]) / 4);
       }
     }
-    frame.exif = makeExif(i + 3, true);
-    writePicture((folder_ / ("e" + std::to_string(i) + ".jpg")).string(), frame);
+    frame.metadata.exif = makeExif(i < 2 ? i + 3 : 4, true);
+    frame.metadata.xmp = makeXmp(number, false);
+    frame.metadata.icc = makeIcc(i < 1 ? 3000 : 4000 + i);
+    for (const char* ending : {".jpg", ".png"})
+      EXPECT_TRUE(writePicture((folder_ / ("e" + number + ending)).string(), frame).empty());
   }
-  ASSERT_EQ(run("merge e0.jpg e1.jpg e2.jpg -o e.jpg --quality 90"), 0) << textOf(folder_ / "err");
-  const ExifOwner data = parseExif(readPicture((folder_ / "e.jpg").string()).exif);
-  EXPECT_EQ(exifNumber(data.get(), EXIF_TAG_ORIENTATION), 4);
-  EXPECT_EQ(exifNumber(data.get(), EXIF_TAG_PIXEL_X_DIMENSION), 640);
+  for (const std::string from : {"jpg", "png"}) {
+    const std::string merge = "merge e0." + from + " e1." + from + " e2." + from + " -o ";
+    for (const char* to : {"e.jpg", "e.png"}) {
+      SCOPED_TRACE(from + " to " + to);
+      ASSERT_EQ(run(merge + to), 0) << textOf(folder_ / "err");
+      const Metadata found = readPicture((folder_ / to).string()).metadata;
+      const ExifOwner data = parseExif(found.exif);
+      EXPECT_EQ(exifNumber(data.get(), EXIF_TAG_ORIENTATION), 4);
+      EXPECT_EQ(exifNumber(data.get(), EXIF_TAG_PIXEL_X_DIMENSION), 640);
+      EXPECT_EQ(found.xmp, makeXmp("1", false));
+      EXPECT_EQ(found.icc, makeIcc(4001));
+      const std::string warnings = textOf(folder_ / "err");
+      EXPECT_EQ(std::count(warnings.begin(), warnings.end(), '\n'), 2) << warnings;
+      EXPECT_NE(warnings.find("warning: e0." + from + ": another orientation than the base, e1." + from),
+                std::string::npos);
+      EXPECT_NE(warnings.find("warning: e0." + from + ", e2." + from + ": another ICC profile"), std::string::npos);
+
+      ASSERT_EQ(run(merge + to + " --ignore-exif --ignore-icc"), 0);
+      EXPECT_EQ(textOf(folder_ / "err"), "");
+      const Metadata none = readPicture((folder_ / to).string()).metadata;
+      EXPECT_TRUE(none.exif.empty() && none.xmp.empty() && none.icc.empty());
+    }
+  }
+  // Bare pixels cannot say how they are to be turned.
+  ASSERT_EQ(run("merge e0.jpg e1.jpg e2.jpg -o e.i420 --ignore-icc"), 0);
+  EXPECT_NE(textOf(folder_ / "err").find("warning: e1.jpg: its orientation"), std::string::npos);
+  // Damage is told of and does no harm.
+  std::string bytes = textOf(folder_ / "e1.jpg");
+  bytes[bytes.find("acsp")] = 'x';
+  write("e1.jpg", bytes);
+  ASSERT_EQ(run("merge e0.jpg e1.jpg e2.jpg -o e.jpg"), 0);
+  EXPECT_NE(textOf(folder_ / "err").find("warning: e1.jpg: its ICC profile is damaged"), std::string::npos);
 }
 
 TEST_F(Cli, MergesComparesAndReports) {
@@ -128,6 +164,56 @@ TEST_F(Cli, MergesComparesAndReports) {
   EXPECT_NEAR(psnr("cs.json"), psnr("c.json"), 2.0);
 }
 
+// Pictures and numbers of a folder are checked before anything is counted with them.
+TEST_F(Cli, CompareTrustsNoFolder) {
+  ASSERT_EQ(run("merge burst/frame00.png burst/frame01.png burst/frame02.png -o t.png --report t.json"), 0);
+  fs::create_directories(folder_ / "odd");
+  const std::string truth = textOf(folder_ / "burst/truth.json"), report = textOf(folder_ / "t.json");
+  // The text with what follows the n-th of these words, up to the end, replaced.
+  const auto edited = [](const std::string& text, const std::string& word, const std::string& end,
+                         const std::string& by, int32_t n = 0) {
+    size_t at = text.find(word);
+    for (; n > 0; --n) at = text.find(word, at + 1);
+    at += word.size();
+    return text.substr(0, at) + by + text.substr(text.find(end, at));
+  };
+  const std::string zero = "[[0,0,0],[0,0,0],[0,0,0]]", flat = "[[1,1,0],[1,1,0],[0,0,1]]";
+  const std::string horizon = "[[1,0,0],[0,1,0],[0.01,0,-1]]", huge = "[[1e308,1e308,0],[0,1e308,0],[0,0,1]]";
+  const std::string matrix = "\"homography\":", motion = "\"motion\":", after = "\n    }";
+  for (const std::string& odd :
+       {edited(truth, "\"width\":", ",", "1e30"), edited(truth, "\"width\":", ",", "-640"),
+        edited(truth, "\"height\":", ",", "480.5"), edited(truth, matrix, after, zero, 1),
+        edited(truth, matrix, after, flat, 1), edited(truth, matrix, after, horizon, 1),
+        edited(truth, matrix, after, huge, 2), edited(truth, matrix, after, "[[1,0],[0,1]]", 0),
+        edited(truth, "\"clean\":", ",", "\"../burst/clean00.png\""), edited(truth, "\"frames\":", "\n}", " []"),
+        std::string(3 << 20, ' ')}) {
+    write("odd/truth.json", odd);
+    expectRefused("compare t.png odd", "odd/truth.json");
+  }
+  for (const std::string& odd : {edited(report, "\"base\":", ",", "-1"), edited(report, "\"base\":", ",", "0.5"),
+                                 edited(report, "\"width\":", ",", "480"), edited(report, motion, after, zero, 0),
+                                 edited(report, motion, after, zero, 1), edited(report, motion, after, zero, 2),
+                                 edited(report, "\"frames\":", "\n}", " []")}) {
+    write("odd.json", odd);
+    expectRefused("compare t.png burst --report odd.json", "odd.json");
+  }
+  // A frame that was left out may have any motion, or none.
+  write("odd.json", edited(edited(report, motion, after, "null", 2), "\"status\":", ",", "\"too blurred\"", 2));
+  EXPECT_EQ(run("compare t.png burst --report odd.json"), report.find("\"base\": 2") == std::string::npos ? 0 : 1);
+
+  for (const auto& entry : fs::directory_iterator(folder_ / "burst")) {
+    fs::copy(entry, folder_ / "odd", fs::copy_options::overwrite_existing);
+  }
+  for (const char* file : {"odd/clean01.png", "odd/frame01.png"}) {
+    writePicture((folder_ / file).string(), Picture(640, 240));
+    write("odd.json", edited(report, "\"base\":", ",", "1"));
+    expectRefused("compare t.png odd --report odd.json", file);
+    fs::copy(folder_ / "burst" / fs::path(file).filename(), folder_ / file, fs::copy_options::overwrite_existing);
+  }
+  writePicture((folder_ / "odd/clean02.png").string(), Picture(640, 240));
+  expectRefused("compare t.png odd", "odd/clean02.png");
+}
+
 // A burst in any kind of files that lose nothing merges to the same picture.
 TEST_F(Cli, KindsOfFilesAgree) {
   std::vector<Picture> frames;
@@ -139,7 +225,7 @@ TEST_F(Cli, KindsOfFilesAgree) {
     SCOPED_TRACE(kind);
     std::string names;
     for (size_t i = 0; i < frames.size(); ++i) {
-      const std::string name = "f" + std::to_string(i) + "." + kind;
+      const std::string name = std::string("f").append(std::to_string(i)).append(".").append(kind);
       writePicture((folder_ / name).string(), frames[i]);
       names += " " + name;
     }

@@ -64,6 +64,21 @@ TEST(Quality, PsnrOfKnownDifferences) {
   EXPECT_NEAR(same.lumaSsim, 1, 1e-12);
   EXPECT_NEAR(same.chromaSsim, 1, 1e-12);
   EXPECT_THROW(compareWithTruth(truth, Picture(202, 151)), Error);
+  EXPECT_THROW(lumaPsnr(truth, Picture(203, 150)), Error);
+}
+
+// No whole window, no SSIM; the samples count all the same.
+TEST(Quality, SmallPicturesHaveNoSsim) {
+  for (const auto& [width, height] : {std::pair{40, 10}, {10, 40}, {1, 1}, {21, 20}}) {
+    const Picture truth = randomPicture(width, height, 4);
+    Picture off = truth;
+    for (uint8_t& y : off.y) y = static_cast<uint8_t>(y + 4);
+    const Quality q = compareWithTruth(off, truth);
+    EXPECT_NEAR(q.lumaPsnr, 20 * std::log10(255.0 / 4), 1e-9);
+    EXPECT_EQ(q.chromaPsnr, 99);
+    EXPECT_EQ(std::isnan(q.lumaSsim), width < 11 || height < 11);
+    EXPECT_TRUE(std::isnan(q.chromaSsim));
+  }
 }
 
 TEST(Quality, SsimIsTheWindowSum) {

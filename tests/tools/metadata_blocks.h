@@ -1,6 +1,6 @@
-// EXIF blocks to put into files, and a look into those that come back.
-#ifndef TESSALINE4_TESTS_TOOLS_EXIF_BLOCK_H_
-#define TESSALINE4_TESTS_TOOLS_EXIF_BLOCK_H_
+// EXIF blocks, profiles and packets to put into files, and a look into those that come back.
+#ifndef TESSALINE4_TESTS_TOOLS_METADATA_BLOCKS_H_
+#define TESSALINE4_TESTS_TOOLS_METADATA_BLOCKS_H_
 
 #include <libexif/exif-data.h>
 
@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace tool {
@@ -34,18 +35,21 @@ inline std::vector<uint8_t> makeExif(int32_t orientation, bool thumbnail) {
   exif_set_long(add(EXIF_IFD_EXIF, EXIF_TAG_PIXEL_Y_DIMENSION)->data, EXIF_BYTE_ORDER_MOTOROLA, 3000);
   if (thumbnail) {
     data->size = 1000;
-    data->data = static_cast<unsigned char*>(std::calloc(data->size, 1));
+    data->data = static_cast<unsigned char*>(std::malloc(data->size));
+    std::memset(data->data, 0xAB, data->size);
   }
   unsigned char* saved = nullptr;
   unsigned size = 0;
   exif_data_save_data(data.get(), &saved, &size);
-  const std::vector<uint8_t> block(saved, saved + size);
+  const std::vector<uint8_t> block(saved + 6, saved + size);  // behind "Exif\0\0"
   std::free(saved);
   return block;
 }
 
 inline ExifOwner parseExif(const std::vector<uint8_t>& block) {
-  return ExifOwner(exif_data_new_from_data(block.data(), static_cast<unsigned>(block.size())));
+  std::vector<uint8_t> segment = {'E', 'x', 'i', 'f', 0, 0};
+  segment.insert(segment.end(), block.begin(), block.end());
+  return ExifOwner(exif_data_new_from_data(segment.data(), static_cast<unsigned>(segment.size())));
 }
 
 // A number of a parsed block; -1 when it is not there.
@@ -57,6 +61,34 @@ inline int64_t exifNumber(ExifData* data, ExifTag tag) {
                                             : int64_t{exif_get_long(entry->data, order)};
 }
 
+// A profile of so many bytes, at least 144, with one tag.
+inline std::vector<uint8_t> makeIcc(size_t size, const char* space = "RGB ") {
+  std::vector<uint8_t> profile(size);
+  const auto put = [&](size_t at, size_t number) {
+    for (size_t i = 0; i < 4; ++i) profile[at + i] = static_cast<uint8_t>(number >> (24 - 8 * i));
+  };
+  for (size_t i = 144; i < size; ++i) profile[i] = static_cast<uint8_t>(i * i >> 5);
+  put(0, size);
+  std::memcpy(&profile[12], "mntr", 4);
+  std::memcpy(&profile[16], space, 4);
+  std::memcpy(&profile[20], "XYZ ", 4);
+  std::memcpy(&profile[36], "acsp", 4);
+  put(128, 1);
+  std::memcpy(&profile[132], "desc", 4);
+  put(136, 144);
+  put(140, size - 144);
+  return profile;
+}
+
+inline const std::string kExtensionName = "0123456789ABCDEF0123456789ABCDEF";
+
+// A packet that says this, and that there is more.
+inline std::string makeXmp(const std::string& says, bool extended) {
+  const std::string note = " xmpNote:HasExtendedXMP=\"" + kExtensionName + "\"";
+  return "<x:xmpmeta><rdf:RDF xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\"><rdf:Description says=\"" +
+         says + "\"" + (extended ? note : "") + "/></rdf:RDF></x:xmpmeta>";
+}
+
 }  // namespace tool
 
-#endif  // TESSALINE4_TESTS_TOOLS_EXIF_BLOCK_H_
+#endif  // TESSALINE4_TESTS_TOOLS_METADATA_BLOCKS_H_

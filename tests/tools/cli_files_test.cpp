@@ -1,0 +1,396 @@
+// Files as the program takes and leaves them: outputs that are inputs, rights, killed processes, endless inputs.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <vector>
+
+#include "image_file.h"
+
+namespace tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string textOf(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
+// From here on the process and its children get a refusal for files without a name, or for links to them.
+void refuse(bool unnamed, bool links) {
+  const auto number = [](long call) { return static_cast<uint32_t>(call); };
+  sock_filter filter[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number(links ? SYS_linkat : -1), 4, 0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number(unnamed ? SYS_openat : -1), 0, 2),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args) + 2 * sizeof(uint64_t)),
+      BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, O_TMPFILE & ~O_DIRECTORY, 1, 0),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+  };
+  const sock_fprog program = {sizeof(filter) / sizeof(filter[0]), filter};
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
+    _exit(126);
+  }
+}
+using Prepare = void (*)();
+constexpr Prepare kPlain = [] {};
+constexpr Prepare kNoUnnamed = [] { refuse(true, false); };
+constexpr Prepare kNoLinks = [] { refuse(false, true); };
+
+class CliFiles : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    root_ = fs::temp_directory_path() / ("tessaline4-cli-files-" + std::to_string(::getpid()));
+    fs::create_directories(root_ / "work");
+    ASSERT_EQ(shell("$T simulate --built-in -o ../in --size 640x480 --frames 2 --seed 2 --frame-format nv21"), 0);
+    for (const char* name : {"frame00", "frame01"}) {
+      const std::string file = (root_ / "in" / name).string();
+      const Picture frame = readPicture(file + ".nv21", RawLayout{640, 480, ""});
+      for (const char* ending : {".jpg", ".png", ".y4m"}) writePicture(file + ending, frame);
+    }
+    ASSERT_EQ(shell(merge("-o ../in/result.i420")), 0);
+    result_ = textOf(root_ / "in/result.i420");
+  }
+  static void TearDownTestSuite() { fs::remove_all(root_); }
+  void SetUp() override {
+    ASSERT_EQ(shell("cd ..; rm -rf work; mkdir work"), 0);
+    fs::copy_file(root_ / "in/frame00.nv21", root_ / "work/a.nv21");
+  }
+
+  // Exit status of a script run in the folder work, where $T is the tool, or 128 and more where a signal ended it.
+  static int shell(const std::string& script, Prepare prepare = kPlain) {
+    const pid_t child = fork();
+    if (child == 0) {
+      prepare();
+      const std::string line = "export T='" TESSALINE4_TOOL "'; cd '" + (root_ / "work").string() + "' && (" + script +
+                               "\n) >../out 2>../err </dev/null";
+      execl("/bin/bash", "bash", "-c", line.c_str(), nullptr);
+      _exit(127);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+  // Wait status of a merge into o.i420 that gets a signal when it enters a system call: the one that writes the result
+  // (0), or the calls-th after it.
+  static int signalAt(int calls, int signal, Prepare prepare) {
+    const pid_t child = fork();
+    if (child == 0) {
+      setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
+      prepare();
+      if (chdir((root_ / "work").c_str()) != 0 || ptrace(PTRACE_TRACEME) != 0) _exit(127);
+      execl(TESSALINE4_TOOL, "tessaline4", "merge", "../in/frame00.nv21", "../in/frame01.nv21", "--size", "640x480",
+            "-o", "o.i420", nullptr);
+      _exit(127);
+    }
+    int status = 0, pass = 0;
+    waitpid(child, &status, 0);
+    ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    for (int seen = -1; WIFSTOPPED(status);) {
+      ptrace(PTRACE_SYSCALL, child, nullptr, pass);
+      waitpid(child, &status, 0);
+      pass = WIFSTOPPED(status) && WSTOPSIG(status) != (SIGTRAP | 0x80) ? WSTOPSIG(status) : 0;
+      if (!WIFSTOPPED(status) || pass != 0) continue;
+      __ptrace_syscall_info info = {};
+      ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof(info), &info);
+      if (info.op != PTRACE_SYSCALL_INFO_ENTRY) continue;
+      if (info.entry.nr == SYS_write && info.entry.args[2] == result_.size()) seen = 0;
+      if (seen >= 0 && seen++ == calls) {
+        kill(child, signal);
+        ptrace(PTRACE_DETACH, child, nullptr, 0);
+        waitpid(child, &status, 0);
+      }
+    }
+    return status;
+  }
+  static std::string merge(const std::string& rest) {
+    return "$T merge ../in/frame00.nv21 ../in/frame01.nv21 --size 640x480 " + rest;
+  }
+  static std::string err() { return textOf(root_ / "err"); }
+  // Runs a script that must fail with one line that has the words in it.
+  static void expectError(const std::string& script, const std::string& words) {
+    SCOPED_TRACE(script.substr(0, 200));
+    const int status = shell(script);
+    EXPECT_TRUE(status == 1 || status == 2) << status;
+    const std::string line = err();
+    EXPECT_EQ(line.rfind("tessaline4: ", 0), 0u) << line;
+    EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1) << line;
+    EXPECT_NE(line.find(words), std::string::npos) << line;
+  }
+  static std::string work(const std::string& name) { return textOf(root_ / "work" / name); }
+  static std::set<std::string> files() {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(root_ / "work")) names.insert(entry.path().filename().string());
+    return names;
+  }
+  static mode_t bits(const std::string& name) {
+    struct stat info;
+    return stat((root_ / "work" / name).c_str(), &info) == 0 ? info.st_mode & 07777 : 0;
+  }
+
+  static fs::path root_;
+  static std::string result_;
+};
+fs::path CliFiles::root_;
+std::string CliFiles::result_;
+
+// A frame that is not there comes last: the refusal is older than any reading.
+TEST_F(CliFiles, OneFileForTwoPurposesIsRefusedBeforeWork) {
+  ASSERT_EQ(shell("ln -s a.nv21 soft.nv21; ln a.nv21 hard.nv21; ln -s new.png to-new; mkdir d; ln -s .. d/up"
+                  "; cp ../in/frame00.y4m s.y4m"),
+            0);
+  const std::string frames = "$T merge a.nv21 gone.nv21 --size 640x480 ";
+  for (const char* rest : {"-o a.nv21", "-o ./d/../a.nv21", "-o soft.nv21", "-o hard.nv21", "-o o.png --report a.nv21",
+                           "-o o.png --report hard.nv21", "-o new.png --report new.png", "-o new.png --report to-new",
+                           "-o d/up/new.png --report new.png", "-o - --output-format png 1<>a.nv21",
+                           "-o - --output-format png --report -"}) {
+    expectError(frames + rest, "is the same file as");
+  }
+  expectError("$T merge - -o s.y4m <s.y4m", "is the same file as standard input");
+  expectError("$T compare a.nv21 ../in --size 640x480 --json soft.nv21", "is the same file as");
+  ASSERT_EQ(shell("cp -r ../in burst"), 0);
+  expectError("$T simulate burst/clean01.png -o burst --size 320x240", "clean01.png: is the same file as");
+  EXPECT_EQ(work("a.nv21"), textOf(root_ / "in/frame00.nv21"));
+  EXPECT_EQ(work("burst/clean01.png"), textOf(root_ / "in/clean01.png"));
+  EXPECT_EQ(shell(merge("-o /dev/null --output-format png --report /dev/null")), 0) << err();
+}
+
+TEST_F(CliFiles, ReplacedFilesKeepTheirAccess) {
+  for (const Prepare prepare : {kPlain, kNoUnnamed, kNoLinks}) {
+    SetUp();
+    ASSERT_EQ(shell("echo old >old; chmod 604 old; ln old hard; ln -s old l1; ln -s $PWD/l1 l2; mkdir d"
+                    "; ln -s ../made.i420 d/dangling"),
+              0);
+    const std::string old = (root_ / "work/old").string();
+    const bool isRoot = geteuid() == 0 && chown(old.c_str(), 1234, 5678) == 0;
+    // Owner, one more user, group, mask and others.
+    const std::string list(
+        "\2\0\0\0\1\0\6\0\xFF\xFF\xFF\xFF\2\0\4\0\xD2\4\0\0\4\0\0\0\xFF\xFF\xFF\xFF"
+        "\x10\0\4\0\xFF\xFF\xFF\xFF\x20\0\4\0\xFF\xFF\xFF\xFF",
+        44);
+    const bool hasList = setxattr(old.c_str(), "system.posix_acl_access", list.data(), list.size(), 0) == 0;
+    const mode_t before = bits("old");
+
+    ASSERT_EQ(shell(merge("-o l2 --output-format i420"), prepare), 0) << err();
+    EXPECT_EQ(work("old"), result_);
+    EXPECT_EQ(bits("old"), before);
+    EXPECT_TRUE(fs::is_symlink(root_ / "work/l1") && fs::is_symlink(root_ / "work/l2"));
+    EXPECT_EQ(work("hard"), "old\n");
+    struct stat info;
+    ASSERT_EQ(stat(old.c_str(), &info), 0);
+    EXPECT_TRUE(!isRoot || (info.st_uid == 1234 && info.st_gid == 5678));
+    char kept[64];
+    EXPECT_TRUE(!hasList || getxattr(old.c_str(), "system.posix_acl_access", kept, sizeof(kept)) == 44);
+
+    ASSERT_EQ(shell("umask 027; " + merge("-n -o d/dangling --output-format i420 --report new.json"), prepare), 0)
+        << err();
+    EXPECT_EQ(work("made.i420"), result_);
+    EXPECT_EQ(bits("made.i420"), 0640u);
+    EXPECT_TRUE(fs::is_symlink(root_ / "work/d/dangling"));
+    EXPECT_EQ(files(), (std::set<std::string>{"a.nv21", "d", "hard", "l1", "l2", "made.i420", "new.json", "old"}));
+  }
+}
+
+TEST_F(CliFiles, WhatCannotBeWrittenIsToldBeforeWork) {
+  ASSERT_EQ(shell("echo old >locked.png; chmod 444 locked.png; echo old >old.png; ln -s loop.png loop.png; mkdir d.png"
+                  "; cp -r ../in burst; chmod 444 burst/clean00.png"),
+            0);
+  const std::string frames = "$T merge a.nv21 gone.nv21 --size 640x480 ", longest(255, 'n');
+  for (const auto& [rest, words] :
+       {std::pair<std::string, std::string>{"-o locked.png", "locked.png: cannot be written"},
+        {"-o o.png --report locked.png", "locked.png"},
+        {"-n -o old.png", "old.png: cannot be written: File exists"},
+        {"--no-overwrite -o o.png --report old.png", "old.png"},
+        {"-o loop.png", "loop.png"},
+        {"-o d.png", "Is a directory"},
+        {"-o x" + longest + " --output-format png", "name too long"},
+        {"-o -", "--output-format"},
+        {"-o - --output-format gif", "gif"},
+        {"-o - --output-format png >&-", "standard output: cannot be written"}}) {
+    expectError(frames + rest, words);
+  }
+  for (const auto& [size, words] : {std::pair{"100x100", "gone.nv21: 100x100 is too small"},
+                                    {"70000x640", "o.jpg: no JPEG is wider"},
+                                    {"20000x20000", "gone.nv21: a size of"}}) {
+    expectError("$T merge gone.nv21 gone.nv21 -o o.jpg --size " + std::string(size), words);
+  }
+  expectError("$T simulate --built-in -o burst", "clean00.png");
+  expectError("$T simulate --built-in -o burst -n --frame-format nv21", "File exists");
+  expectError("$T simulate --built-in -o old.png/x", "old.png/x");
+  EXPECT_EQ(work("locked.png") + work("old.png"), "old\nold\n");
+}
+
+TEST_F(CliFiles, KilledProcessesLeaveNothingBehind) {
+  for (const bool replaces : {false, true}) {
+    int32_t left = 0;
+    for (int32_t calls = 0; calls < (replaces ? 9 : 4); ++calls) {
+      SetUp();
+      if (replaces) std::ofstream(root_ / "work/o.i420") << "old";
+      signalAt(calls, SIGKILL, kPlain);
+      std::set<std::string> names = files();
+      names.erase("a.nv21");
+      const std::string bytes = work("o.i420");
+      EXPECT_TRUE((names.erase("o.i420") == 0 && !replaces) || bytes == result_ || (replaces && bytes == "old"))
+          << calls;
+      left += static_cast<int32_t>(names.size());
+    }
+    EXPECT_LE(left, replaces ? 1 : 0) << "a name may be left between link and rename alone";
+  }
+  // With a second name for as long as writing lasts, the signals that can wait do.
+  for (int32_t calls = 0; calls < 4; ++calls) {
+    SetUp();
+    const int status = signalAt(calls, SIGTERM, kNoUnnamed);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << calls << ": " << status;
+    EXPECT_EQ(files(), (std::set<std::string>{"a.nv21", "o.i420"}));
+  }
+}
+
+TEST_F(CliFiles, FailedWritesAreToldAndLeaveNothing) {
+  for (const Prepare prepare : {kPlain, kNoUnnamed}) {
+    EXPECT_EQ(shell("echo old >o.i420; ulimit -f 20; " + merge("-o o.i420"), prepare), 1);
+    EXPECT_NE(err().find("o.i420: cannot be written: File too large"), std::string::npos) << err();
+    EXPECT_EQ(files(), (std::set<std::string>{"a.nv21", "o.i420"}));
+    EXPECT_EQ(work("o.i420"), "old\n");
+  }
+  expectError(merge("-o - --output-format i420 >/dev/full"), "standard output: cannot be written");
+  expectError("$T --help >/dev/full", "standard output: cannot be written");
+}
+
+TEST_F(CliFiles, NamesGoUpToTheLimitsOfTheSystem) {
+  std::string longest = std::string(250, 'n') + ".i420", deep;
+  while (deep.size() + 8 < 4095) deep += std::string(std::min<size_t>(250, 4095 - 8 - deep.size()), 'd') + "/";
+  deep += "o.i420";
+  for (const Prepare prepare : {kPlain, kNoUnnamed}) {
+    for (const std::string& name : {longest, deep}) {
+      ASSERT_EQ(shell("mkdir -p $(dirname " + name + ")"), 0);
+      for (int32_t again = 0; again < 2; ++again) ASSERT_EQ(shell(merge("-o " + name), prepare), 0) << err();
+      EXPECT_EQ(shell("cmp ../in/result.i420 " + name), 0);
+    }
+  }
+}
+
+TEST_F(CliFiles, EndlessInputsEnd) {
+  const std::string limited = "T='timeout 60 '$T; ", rest = " ../in/frame01.nv21 --size 640x480 -o o.png";
+  expectError(limited + "$T merge /dev/zero ../in/frame01.png -o o.png", "/dev/zero: not a JPEG");
+  expectError(limited + "$T merge /dev/zero --format nv21" + rest, "/dev/zero: more bytes");
+  expectError(limited + "$T simulate /dev/zero -o s", "/dev/zero: not a JPEG");
+  expectError(limited + "(head -c 3000 ../in/frame00.y4m; cat /dev/zero) | $T merge - -o o.png", "standard input");
+  expectError(limited +
+                  "(head -n 1 ../in/frame00.y4m; while tail -n +2 ../in/frame00.y4m; do :; done) 2>/dev/null | "
+                  "$T merge - -o o.png",
+              "more than 10 frames");
+  for (const char* kind : {"jpg", "png"}) {
+    for (const char* length : {"30", "2000", "40000"}) {
+      expectError(limited + "(head -c " + length + " ../in/frame00." + kind + "; cat /dev/zero) | $T merge - -o o.png",
+                  "standard input: damaged");
+    }
+    // No byte behind the picture is waited for: the pipe stays open, and silent.
+    const std::string name = std::string("../in/frame00.") + kind, second = std::string("../in/frame01.") + kind;
+    EXPECT_EQ(shell(limited + "mkfifo p" + kind + "; exec 3<>p" + kind + "; cat " + name + " >&3 & exec 3<>p" + kind +
+                    "; $T merge p" + kind + " " + second + " -o p.i420 && $T merge " + name + " " + second +
+                    " -o f.i420 && cmp p.i420 f.i420"),
+              0)
+        << err();
+  }
+  expectError(limited + "mkfifo p; exec 3<>p; printf xy >&3; $T merge p ../in/frame01.png -o o.png", "p: not a JPEG");
+  expectError(limited + "(printf '\\xff\\xd8'; yes $(printf '\\xff\\xe1\\xff\\x40')) | $T merge - -o o.png",
+              "standard input: damaged");
+}
+
+TEST_F(CliFiles, MemoryThatIsNotThereNamesTheFile) {
+  if (kSanitized) GTEST_SKIP() << "the sanitizer takes more addresses than any limit";
+  for (const char* name : {"big.jpg", "big.png", "big.i420"}) {
+    writePicture((root_ / "work" / name).string(), Picture(2000, 1500));
+    int32_t shortages = 0;
+    // Up to where both frames are in memory, and beyond it: reading, decoding and merging run short.
+    for (int32_t limit = 24000; limit <= 72000; limit += 8000) {
+      const std::string both = std::string(name) + " " + name;
+      const int status =
+          shell("ulimit -v " + std::to_string(limit) + "; $T merge " + both + " --size 2000x1500 -o o.png");
+      EXPECT_TRUE(status == 0 || status == 1 || status == 127) << limit << ": " << status;  // 127: not even started
+      if (status != 1) continue;
+      EXPECT_EQ(err(), "tessaline4: " + std::string(name) + ": out of memory\n") << limit;
+      ++shortages;
+    }
+    EXPECT_GE(shortages, 3) << name;
+  }
+}
+
+TEST_F(CliFiles, StandardOutputTakesResultOrReport) {
+  ASSERT_EQ(shell(merge("-o - --output-format i420 --report r.json")), 0) << err();
+  EXPECT_EQ(textOf(root_ / "out"), result_);
+  EXPECT_NE(work("r.json").find("\"output\": \"standard output\""), std::string::npos);
+  ASSERT_EQ(shell(merge("-o o.data --output-format i420 --report - | grep -c trackFailure")), 0) << err();
+  EXPECT_EQ(textOf(root_ / "out"), "2\n");
+  EXPECT_EQ(work("o.data"), result_);
+  EXPECT_EQ(files(), (std::set<std::string>{"a.nv21", "o.data", "r.json"}));
+  ASSERT_EQ(shell("$T -V"), 0);
+  const std::string versions = textOf(root_ / "out");
+  EXPECT_EQ(versions.rfind("tessaline4 4.", 0), 0u) << versions;
+  EXPECT_NE(versions.find("\nZelvan Tessaline Ver."), std::string::npos) << versions;
+}
+
+TEST_F(CliFiles, MessagesDoNotSteerTheTerminal) {
+  for (const auto& [name, shown] : {std::pair{"g\\n\\x1b[31m\\x7f", "g\\n\\x1b[31m\\x7f: "},
+                                    {"\\xc2\\x9b\\xff\\xc3", "\\xc2\\x9b\\xff\\xc3: "},
+                                    {"\\xc3\\xa9\\xe2\\x82\\xac", "\xc3\xa9\xe2\x82\xac: "}}) {
+    expectError("$T merge $'" + std::string(name) + "' a.nv21 -o o.png", shown);
+    expectError("$T merge a.nv21 b.nv21 -o $'" + std::string(name) + "'", shown);
+  }
+}
+
+TEST_F(CliFiles, NumbersThatAreNoneAreRefusedByEveryOption) {
+  for (const std::string number : {"nan", "-infinity"}) {
+    for (const char* option :
+         {"--gain", "--quality", "--threads", "--processor-mask", "--remove-spike", "--obj-blur-raw", "--luma-nr-raw",
+          "--chroma-nr-raw", "--sharpness-sigmas 1", "--luma-nr-table 1,2", "--chroma-nr-table 1,2"}) {
+      const char separator = std::string(option).find(',') == std::string::npos ? ' ' : ',';
+      expectError(merge("-o o.png " + std::string(option) + separator + number), "--");
+    }
+    for (const char* option :
+         {"--seed", "--shot-noise", "--read-noise", "--shift", "--rotation", "--zoom", "--blur-length"}) {
+      expectError("$T simulate --built-in --size 64x48 -o s " + std::string(option) + " " + number, option);
+    }
+  }
+  for (const char* number : {"-NaN", "inf", "1e999", "1e39"}) {
+    expectError(merge("-o o.png --luma-nr-table 1," + std::string(number)), number);
+  }
+  EXPECT_EQ(files(), (std::set<std::string>{"a.nv21"}));
+}
+
+TEST_F(CliFiles, SimulateRemovesItsOwnFramesOnly) {
+  const std::string again = "$T simulate --built-in --size 640x480 -o s --frame-format nv21 --frames ";
+  ASSERT_EQ(shell(again + "4"), 0) << err();
+  ASSERT_EQ(shell("echo mine >s/frame03.nv21; echo mine >s/mine.png; sed -i 's/frame02.nv21/mine.png/' s/truth.json"),
+            0);
+  ASSERT_EQ(shell(again + "2"), 0) << err();
+  EXPECT_FALSE(fs::exists(root_ / "work/s/frame02.nv21") || fs::exists(root_ / "work/s/clean03.png"));
+  EXPECT_EQ(work("s/frame03.nv21") + work("s/mine.png"), "mine\nmine\n");
+  EXPECT_NE(err().find("s/frame03.nv21: left alone"), std::string::npos) << err();
+}
+
+}  // namespace
+}  // namespace tool
