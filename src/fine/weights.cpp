@@ -18,6 +18,10 @@ constexpr float kSlip = 0.14f;         // share of a step that a difference may 
 constexpr float kQuantisation = 0.1f;  // variance of the bytes of the level
 constexpr double kFrameKept = 0.8;     // variance of a frame's sample by that of its pixels
 
+constexpr int32_t kDriftSide = 4;  // of a square, pixels of the map
+constexpr int32_t kMostDriftSquares = 6000;
+constexpr double kLeastDriftSquares = 12;
+
 using Byte = uint8_t;
 
 // A frame on the grid of the base.
@@ -45,50 +49,92 @@ void coverRow(Byte* out, const Mesh& mesh, int32_t y, int32_t width, int32_t hei
   }
 }
 
-// Every kDriftStep-th pixel of both directions is enough for a line, fewer of large maps.
-int32_t driftStep(const Laid& laid) {
-  int32_t step = 2;
-  while ((laid.width / step) * (laid.height / step) > 24000) ++step;
-  return step;
-}
+// What base and frame show in a square of kDriftSide pixels of the map: sums, in 1/64 levels about 128.
+struct DriftSquare {
+  int32_t base[3];
+  int32_t frame[3];
+};
 
-// A line y = x + gain x + offset by iterated weights.
-void fitDrift(Drift* drift, const Laid& laid) {
-  const int32_t step = driftStep(laid);
-  for (int32_t channel = 0; channel < 3; ++channel) {
-    double gain = 0.0, offset = 0.0;
-    for (int32_t round = 0; round < 4; ++round) {
-      // Wide at first, then near the noise.
-      const double limit = round == 0 ? 40.0 : round == 1 ? 12.0 : 6.0;
-      double n = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
-      for (int32_t y = 2; y < laid.height - 2; y += step) {
-        const Byte* row = channel == 0 ? imageRow(laid.in->base->luma, y) : imageRow(laid.in->base->colour, y);
-        for (int32_t x = 2; x < laid.width - 2; x += step) {
-          const int32_t at = y * laid.width + x;
-          if (laid.covered[at] == 0) continue;
-          const double from = (channel == 0 ? laid.luma[at] : laid.pairs[2 * at + channel - 1]) / 64.0;
-          const double change = (channel == 0 ? row[x] : row[2 * x + channel - 1]) - 128.0 - from;
-          const double e = change - gain * from - offset;
-          const double size = e < 0 ? -e : e;
-          if (size > 3 * limit) continue;
-          const double w = size < limit ? 1.0 : limit / size;
-          n += w;
-          sx += w * from;
-          sy += w * change;
-          sxx += w * from * from;
-          sxy += w * from * change;
+// Squares that lie within the frame, on a grid of at most kMostDriftSquares. Returns how many.
+int32_t collectSquares(DriftSquare* squares, const Laid& laid) {
+  int32_t step = kDriftSide;
+  while ((laid.width / step) * (laid.height / step) > kMostDriftSquares) ++step;
+  int32_t count = 0;
+  for (int32_t y = 0; y + kDriftSide <= laid.height; y += step) {
+    for (int32_t x = 0; x + kDriftSide <= laid.width && count < kMostDriftSquares; x += step) {
+      const int32_t first = y * laid.width + x;
+      const int32_t last = first + (kDriftSide - 1) * laid.width;
+      if ((laid.covered[first] & laid.covered[first + kDriftSide - 1] & laid.covered[last] &
+           laid.covered[last + kDriftSide - 1]) == 0) {
+        continue;
+      }
+      DriftSquare& square = squares[count++];
+      square = {};
+      for (int32_t j = 0; j < kDriftSide; ++j) {
+        const Byte* luma = imageRow(laid.in->base->luma, y + j) + x;
+        const Byte* colour = imageRow(laid.in->base->colour, y + j) + 2 * x;
+        const int16_t* s = laid.luma + first + j * laid.width;
+        const int16_t* pairs = laid.pairs + 2 * (first + j * laid.width);
+        for (int32_t i = 0; i < kDriftSide; ++i) {
+          square.base[0] += (luma[i] - 128) * 64;
+          square.base[1] += (colour[2 * i] - 128) * 64;
+          square.base[2] += (colour[2 * i + 1] - 128) * 64;
+          square.frame[0] += s[i];
+          square.frame[1] += pairs[2 * i];
+          square.frame[2] += pairs[2 * i + 1];
         }
       }
-      if (n < 100) break;
-      // A prior holds the gain where there is no range of brightness.
-      const double variance = sxx - sx * sx / n + n * 4.0;
-      gain = (sxy - sx * sy / n) / variance;
-      offset = (sy - gain * sx) / n;
     }
+  }
+  return count;
+}
+
+// A line change = gain x + offset through the squares of a channel, by iterated weights. Noise of x, which would
+// flatten the line, is taken out of the moments. usual: the gain where the squares have no range.
+void fitLine(double* gain, double* offset, const DriftSquare* squares, int32_t count, int32_t channel, double usual,
+             double variance) {
+  constexpr double kUnit = 1.0 / (64 * kDriftSide * kDriftSide);
+  constexpr double kPrior = 4.0;  // squared levels
+  // Wide at first, then near the noise.
+  constexpr double kLimits[] = {40.0, 12.0, 5.0, 3.0, 3.0};
+  *gain = usual;
+  *offset = 0.0;
+  for (const double limit : kLimits) {
+    double n = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
+    for (int32_t i = 0; i < count; ++i) {
+      const double x = squares[i].frame[channel] * kUnit;
+      const double change = squares[i].base[channel] * kUnit - x;
+      const double e = change - *gain * x - *offset;
+      const double size = e < 0 ? -e : e;
+      if (size > 3 * limit) continue;
+      const double w = size < limit ? 1.0 : limit / size;
+      n += w;
+      sx += w * x;
+      sy += w * change;
+      sxx += w * x * x;
+      sxy += w * x * change;
+    }
+    if (n < kLeastDriftSquares) return;
+    const double spread = sxx - sx * sx / n - n * variance;
+    const double common = sxy - sx * sy / n + n * variance;
+    *gain = (common + n * kPrior * usual) / ((spread > 0.0 ? spread : 0.0) + n * kPrior);
+    *offset = (sy - *gain * sx) / n;
+  }
+}
+
+// Chroma takes the gain of luma unless it shows another one.
+void fitDrift(Drift* drift, const Laid& laid, DriftSquare* squares) {
+  const int32_t count = collectSquares(squares, laid);
+  double usual = 0.0;
+  for (int32_t channel = 0; channel < 3; ++channel) {
+    double gain, offset;
+    fitLine(&gain, &offset, squares, count, channel, usual,
+            laid.in->base->noise[channel] * kFrameKept / (kDriftSide * kDriftSide));
     gain = gain < -0.3 ? -0.3 : gain > 0.3 ? 0.3 : gain;
     offset = offset < -40 ? -40 : offset > 40 ? 40 : offset;
     drift->gain[channel] = static_cast<int16_t>(RawDouble_floor(gain * 32768.0 + 0.5));
     drift->offset[channel] = static_cast<int16_t>(RawDouble_floor(offset * 64.0 + 0.5));
+    if (channel == 0) usual = gain;
   }
 }
 
@@ -251,11 +297,12 @@ void softRow(Byte* __restrict out, const Rows<Byte, 1>& r, uint16_t* __restrict 
 void prepareWeights(WeightBase* base, float* planes, Pel* pel, const Image& luma, const Image& colour,
                     const Noise& noise) {
   const size_t area = static_cast<size_t>(luma.width) * static_cast<size_t>(luma.height);
-  *base = {&luma, &colour, {planes, planes + area, planes + 2 * area}};
+  *base = {&luma, &colour, {planes, planes + area, planes + 2 * area}, {}};
   float expected[3 * 256];
   for (int32_t k = 0; k < 3; ++k) {
     for (int32_t v = 0; v < 256; ++v) {
       expected[256 * k + v] = noise.map[k].at(v) * static_cast<float>(1.0 + kFrameKept) + kQuantisation;
+      base->noise[k] += noise.map[k].at(v) * (1.0f / 256);
     }
   }
   executeRows<PrepareJob, prepareRows>(pel, {base, planes, expected}, luma.height);
@@ -281,7 +328,11 @@ Status makeWeights(Image* map, Drift* drift, float* share, Env* env, const Weigh
               input.frame->colour, *input.mapMesh, y, width);
     coverRow(rowOf(laid.covered, y), *input.mapMesh, y, width, height);
   }
-  fitDrift(drift, laid);
+  {
+    const ScopedBlock<DriftSquare> squares(env, kMostDriftSquares);
+    if (!squares) return ZELVAN_ERROR_NOMEM;
+    fitDrift(drift, laid, squares.data());
+  }
 
   const double strictness = input.strictness > 0.01 ? input.strictness : 0.01;
   const auto near = static_cast<float>(1.0 + (kNear - 1.0) / strictness);

@@ -1,7 +1,8 @@
 // What a frame may add to each pixel of the base: maps at level kMapLevel.
 //
 // A frame is laid over the base there, and its brightness brought to the base's by a line fitted to what both show
-// (robustly: Huber's weights). The squared differences of luma and chroma, each over the variance that noise and the
+// (robustly: Huber's weights, over means of 4x4 pixels; noise of the abscissa is taken out, Fuller, "Measurement Error
+// Models", 1987). The squared differences of luma and chroma, each over the variance that noise and the
 // steepness of the picture let expect, are averaged over 5x5 pixels: about 1 where both show the same. From kNear to
 // kFar times that the weight falls from one to nothing. The least of 3x3 neighbours and a box of 3x3 follow, so that
 // the edge of what moved keeps out, and weights are soft. Positions outside the frame weigh nothing.
@@ -29,6 +30,7 @@ struct WeightBase {
   const Image* luma;
   const Image* colour;
   const float* certainty[3];  // rows of luma.width
+  float noise[3];             // typical variance of a frame there
 };
 
 // planes: room for 3 x the pixels of the map.
