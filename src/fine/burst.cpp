@@ -301,7 +301,7 @@ Status shareOut(Burst* burst) {
     if (status == ZELVAN_OK) status = Image_init(&frame.shares, map.width, map.height, nullptr, IMAGE_UINT16);
   }
   if (status != ZELVAN_OK) return status;
-  const ScopedBlock<float> planes(burst->env, 3 * static_cast<size_t>(map.width) * static_cast<size_t>(map.height));
+  const ScopedBlock<float> planes(burst->env, 6 * static_cast<size_t>(map.width) * static_cast<size_t>(map.height));
   if (!planes) return ZELVAN_ERROR_NOMEM;
   WeightBase weightBase;
   prepareWeights(&weightBase, planes.data(), burst->pel, map, burst->mapColour, burst->noise);
