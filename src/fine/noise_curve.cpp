@@ -11,6 +11,7 @@ namespace {
 constexpr int32_t kLeastWindows = 24;  // in a range
 constexpr int32_t kWindow = 8;
 // Quantile 0.3 of the variance of 64 second differences of white noise, which share pixels, over its mean.
+constexpr double kQuantile = 0.3;
 constexpr double kRatio = 0.86;
 
 }  // namespace
@@ -21,7 +22,28 @@ float NoiseCurve::at(int32_t luma) const {
   return variance[p >> 4] + (variance[(p >> 4) + 1] - variance[p >> 4]) * t;
 }
 
-void fitCurve(NoiseCurve* curve, const NoiseWindows& windows, int32_t channel, double ratio, float* scratch) {
+void keepFlattest(NoiseWindows* windows, double share, float* scratch) {
+  float limits[kNoiseBins];
+  for (int32_t bin = 0; bin < kNoiseBins; ++bin) {
+    int32_t n = 0;
+    for (int32_t i = 0; i < windows->count; ++i) {
+      if (windows->items[i].luma / 16 == bin) scratch[n++] = windows->items[i].activity;
+    }
+    if (n == 0) continue;
+    float* at = scratch + clampInt(truncToInt32(share * n), std::min(n - 1, kLeastWindows), n - 1);
+    std::nth_element(scratch, at, scratch + n);
+    limits[bin] = *at;
+  }
+  int32_t kept = 0;
+  for (int32_t i = 0; i < windows->count; ++i) {
+    const NoiseWindow& window = windows->items[i];
+    if (window.activity <= limits[window.luma / 16]) windows->items[kept++] = window;
+  }
+  windows->count = kept;
+}
+
+void fitCurve(NoiseCurve* curve, const NoiseWindows& windows, int32_t channel, double quantile, double ratio,
+              float* scratch) {
   bool known[kNoiseBins] = {};
   for (int32_t bin = 0; bin < kNoiseBins; ++bin) {
     int32_t n = 0;
@@ -29,7 +51,7 @@ void fitCurve(NoiseCurve* curve, const NoiseWindows& windows, int32_t channel, d
       if (windows.items[i].luma / 16 == bin) scratch[n++] = windows.items[i].variance[channel];
     }
     if (n < kLeastWindows) continue;
-    float* at = scratch + truncToInt32(kNoiseQuantile * n);
+    float* at = scratch + truncToInt32(quantile * n);
     std::nth_element(scratch, at, scratch + n);
     curve->variance[bin] = static_cast<float>(*at / ratio);
     known[bin] = true;
@@ -82,7 +104,7 @@ Status estimateCurve(NoiseCurve* curve, Env* env, const Image& image) {
       window.variance[0] = static_cast<float>((squares / 64.0 - mean * mean) * 0.25);
     }
   }
-  fitCurve(curve, windows, 0, kRatio, scratch.data());
+  fitCurve(curve, windows, 0, kQuantile, kRatio, scratch.data());
   return ZELVAN_OK;
 }
 
