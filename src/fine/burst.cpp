@@ -7,13 +7,17 @@
 #include "base/scoped.h"
 #include "filters/denoiser.h"
 #include "filters/sharpen.h"
-#include "fine/sharpness.h"
 #include "parallel/pel_kernel.h"
 
 namespace fine {
 namespace {
 
-constexpr double kBlurRatio = 0.35;   // of the base's energy
+// By the ratio of a frame's sharpness to the base's: below kBlurRatio it is refused, from kSoft to kSharp its pixels
+// count more and more, so that a blurred frame does not soften the result.
+constexpr double kBlurRatio = 0.35;
+constexpr double kSoft = 0.5;
+constexpr double kSharp = 0.9;
+constexpr int32_t kLeastStrength = 8;
 constexpr float kLeastShare = 0.08f;  // a frame that adds less is refused
 constexpr int32_t kNoisePairs = 3;
 constexpr uint8_t kSpikeMap = 8;
@@ -113,6 +117,16 @@ Status chooseBase(Burst* burst) {
   int32_t* at = std::find(burst->order, burst->order + burst->added, best);
   std::rotate(burst->order, at, at + 1);
   return ZELVAN_OK;
+}
+
+// The upright rectangle within the image of the picture under a motion, within the picture.
+Part shownBy(const Mvec8Real& motion, int32_t width, int32_t height) {
+  double x[4], y[4];
+  for (int32_t i = 0; i < 4; ++i) Mvec8Real_trans2DReal(&motion, &x[i], &y[i], i % 2 * width, i / 2 * height);
+  const double w = width;
+  const double h = height;
+  return {truncToInt32(std::max(0.0, std::max(x[0], x[2]))), truncToInt32(std::max(0.0, std::max(y[0], y[1]))),
+          truncToInt32(std::min(w, std::min(x[1], x[3]))), truncToInt32(std::min(h, std::min(y[2], y[3])))};
 }
 
 // The part of the base that all merged frames show, as a scaled copy of the whole: its inscribed rectangle of the
@@ -268,6 +282,18 @@ void fillTable(ShrinkTable* table, double strength, double sharpen, double baseS
   table->gain[0][0] = 0;
 }
 
+// How sharp a frame is by the base, over what both show: a motion brings other things into view.
+double relativeSharpness(const Burst& burst, const FrameRecord& frame, const FrameRecord& base) {
+  const double whole = sharpnessRatio(frame.sharpness, base.sharpness);
+  if (whole >= kSharp || frame.alignment.verdict != ALIGNED) return whole;
+  const Mvec8Real& motion = frame.alignment.motion;
+  Mvec8Real inverse;
+  Mvec8Real_inv(&inverse, &motion);
+  const Part seen = shownBy(inverse, burst.width, burst.height);
+  const Part own = shownBy(motion, burst.width, burst.height);
+  return sharpnessRatio(sharpness(burst.env, frame.pyramid, own), sharpness(burst.env, base.pyramid, seen));
+}
+
 // What becomes of each frame, before its pixels are compared.
 void judgeFrames(Burst* burst) {
   const FrameRecord& base = burst->frames[burst->order[0]];
@@ -275,13 +301,18 @@ void judgeFrames(Burst* burst) {
     FrameRecord& frame = burst->frames[burst->order[k]];
     frame.status = MERGED;
     frame.drift = {};
+    frame.strength = 256;
     if (k == 0) {
       frame.share = 1.0f;
       continue;
     }
+    const double sharp = burst->settings.sorting != 0 ? relativeSharpness(*burst, frame, base) : 1.0;
+    if (sharp < kSharp) {
+      frame.strength = std::max(kLeastStrength, truncToInt32(256.0 * (sharp - kSoft) / (kSharp - kSoft)));
+    }
     if (k >= burst->settings.mergeCount) {
       frame.status = NOT_USED;
-    } else if (burst->settings.sorting != 0 && frame.score < kBlurRatio * base.score) {
+    } else if (sharp < kBlurRatio) {
       frame.status = BLURRED;
     } else if (frame.alignment.verdict != ALIGNED) {
       frame.status = BAD_MOTION;
@@ -321,7 +352,7 @@ Status shareOut(Burst* burst) {
     if (frame.status != MERGED) continue;
     shares[count] = &frame.shares;
     weights[count] = &frame.weights;
-    strengths[count] = 256;
+    strengths[count] = frame.strength;
     ++count;
   }
   burst->merged = count + 1;
@@ -448,7 +479,8 @@ Status addFrame(Burst* burst, const Image& image, int32_t slot) {
   Status status = Image_initSubImage(&frame.image, &image, 0, 0, image.width, image.height);
   if (status == ZELVAN_OK) status = build(&frame.pyramid, burst->pel, &frame.image);
   if (status != ZELVAN_OK) return status;
-  frame.score = sharpness(burst->env, frame.pyramid);
+  frame.sharpness = sharpness(burst->env, frame.pyramid, {0, 0, burst->width, burst->height});
+  frame.score = frame.sharpness.score;
   burst->added = std::max(burst->added, slot + 1);
   return ZELVAN_OK;
 }

@@ -12,6 +12,7 @@
 #include "fine/align.h"
 #include "fine/fusion.h"
 #include "fine/noise.h"
+#include "fine/sharpness.h"
 #include "parallel/parallel_executor.h"
 
 namespace fine {
@@ -41,10 +42,12 @@ inline constexpr double kUsualChromaStrength = 1.5;
 struct FrameRecord {
   Image image;
   Pyramid pyramid;
+  Sharpness sharpness;
   int32_t score;
   FrameStatus status;
   Alignment alignment;
-  float share;  // mean weight of what it covers
+  int32_t strength;  // what a pixel of it counts by one of the base, Q8
+  float share;       // mean weight of what it covers
   Drift drift;
   Mesh mesh;
   Image weights;  // "UINT8"
