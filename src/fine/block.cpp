@@ -11,7 +11,7 @@ namespace {
 
 constexpr int32_t kMostCells = 24;
 constexpr double kLeastStructure = 0.4;  // eigenvalue of A by pixel, in squared levels
-constexpr double kLeastSignal = 0.25;    // eigenvalue without noise by what noise gives it
+constexpr double kLeastSignal = 0.6;     // eigenvalue without noise by what noise gives it
 
 struct Gradients {
   int64_t x = 0, y = 0, xx = 0, xy = 0, yy = 0, v = 0, vv = 0;
@@ -73,7 +73,7 @@ Block makeBlock(const Image& image, int32_t left, int32_t top, int32_t size, con
   const double scale = length > 0.0 ? 1.0 / RawDouble_sqrt(length) : 0.0;
   block.cosine = scale > 0.0 ? ax * scale : 1.0;
   block.sine = ay * scale;
-  const double noisy = 0.5 * n * block.noise;
+  const double noisy = block.noiseEigenvalue();
   const double least = std::max(kLeastStructure * n, kLeastSignal * noisy);
   const double middle = 0.5 * (xx + yy) - noisy;
   block.along = middle + root > least ? middle + root : 0.0;

@@ -32,6 +32,11 @@ struct Block {
   double gradientY;
   double variance;  // of the template
   double noise;     // variance of a pixel's noise in it
+  // What noise added to both eigenvalues.
+  double noiseEigenvalue() const { return 0.5 * size * size * noise; }
+  // Of a residual's variance, that of the shift along an axis of this eigenvalue is so much: the residual meets the
+  // gradient of the template with its noise, sum g r has the variance of (eigenvalue + noise).
+  double gain(double eigenvalue) const { return (eigenvalue + noiseEigenvalue()) / (eigenvalue * eigenvalue); }
   double centre() const { return 0.5 * (size - 1); }
 };
 
