@@ -7,10 +7,9 @@
 namespace fine {
 namespace {
 
-constexpr double kFloor = 0.12;  // standard deviation of a block's position that no structure lowers, in pixels
+constexpr double kFloor = 0.10;  // standard deviation of a block's position that no structure lowers, in pixels
 constexpr double kScale = 3.0;   // k of the robust weight
 constexpr double kMostCornerSigma = 0.3;  // in pixels of the finest level
-constexpr double kQuantisation = 0.17;    // variance of a difference of two bytes
 
 Mvec8Real fullMotion(const Mvec8Real& motion, int32_t level) {
   const double s = static_cast<double>(1 << level);
@@ -43,6 +42,9 @@ void collect(Matches* out, const AlignBase& base, const Pyramid& frame, int32_t 
     const Block& block = base.blocks[k][i];
     const BlockShift shift = trackBlock(block, from, frame.level[k], motion, rounds, reach);
     if (!shift.good) continue;
+    double along, across;
+    shiftVariances(&along, &across, block, shift);
+    if (!(along > 0.0)) continue;
     Match& match = out->items[out->count++];
     const double x = block.left + block.centre();
     const double y = block.top + block.centre();
@@ -52,9 +54,9 @@ void collect(Matches* out, const AlignBase& base, const Pyramid& frame, int32_t 
     match.y = (y + 0.5) * s - 0.5;
     match.u = (u + shift.x + 0.5) * s - 0.5;
     match.v = (v + shift.y + 0.5) * s - 0.5;
-    const double residual = shift.residual + kQuantisation;
-    setInformation(&match, block.cosine, block.sine, s * s * (kFloor * kFloor + residual * block.gain(block.along)),
-                   block.across > 0.0 ? s * s * (kFloor * kFloor + residual * block.gain(block.across)) : -1.0);
+    const double rounding = kFloor * kFloor;
+    setInformation(&match, block.cosine, block.sine, s * s * (along + rounding),
+                   across > 0.0 ? s * s * (across + rounding) : -1.0);
   }
 }
 

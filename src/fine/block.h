@@ -32,11 +32,6 @@ struct Block {
   double gradientY;
   double variance;  // of the template
   double noise;     // variance of a pixel's noise in it
-  // What noise added to both eigenvalues.
-  double noiseEigenvalue() const { return 0.5 * size * size * noise; }
-  // Of a residual's variance, that of the shift along an axis of this eigenvalue is so much: the residual meets the
-  // gradient of the template with its noise, sum g r has the variance of (eigenvalue + noise).
-  double gain(double eigenvalue) const { return (eigenvalue + noiseEigenvalue()) / (eigenvalue * eigenvalue); }
   double centre() const { return 0.5 * (size - 1); }
 };
 
@@ -52,10 +47,15 @@ struct BlockShift {
 // level. Returns how many, at most kMostBlocks.
 int32_t chooseBlocks(Block* blocks, const Image& level, const NoiseCurve& noise);
 
-// motion: base to frame in pixels of the level. start: first guess of the shift. reach: how far the shift may go from
-// there, in pixels.
+// motion: base to frame in pixels of the level. reach: how far the shift may go from there, in pixels.
 BlockShift trackBlock(const Block& block, const Image& base, const Image& frame, const Mvec8Real& motion,
                       int32_t rounds, double reach);
+
+// Variances of a shift that was found, along the block's axis and across it, in squared pixels; negative where the
+// block does not tell. sum g r meets the gradient of the template with its noise n, so that of an eigenvalue a it is
+// residual (a + n) / a^2. What the residual says of the noise counts where the curve promised less: grain has little of
+// it in the differences that the curve is measured by.
+void shiftVariances(double* along, double* across, const Block& block, const BlockShift& shift);
 
 }  // namespace fine
 

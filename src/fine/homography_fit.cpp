@@ -10,9 +10,9 @@ namespace {
 constexpr int32_t kUnknowns = 8;
 constexpr int32_t kRounds = 10;
 // Standard deviations of shears and perspective without data, in the unit of the fit, and of perspective by shift.
-constexpr double kShear = 0.001;
-constexpr double kPerspective = 0.0006;
-constexpr double kPan = 0.1;
+constexpr double kShear = 0.0005;
+constexpr double kPerspective = 0.0005;
+constexpr double kPan = 0.02;
 
 struct Normal {
   double a[kUnknowns][kUnknowns];
