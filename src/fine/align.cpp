@@ -7,9 +7,9 @@
 namespace fine {
 namespace {
 
-constexpr double kFloor = 0.10;  // standard deviation of a block's position that no structure lowers, in pixels
+constexpr double kFloor = 0.05;  // standard deviation of a block's position that no structure lowers, in pixels
 constexpr double kScale = 3.0;   // k of the robust weight
-constexpr double kMostCornerSigma = 0.3;  // in pixels of the finest level
+constexpr double kMostCornerSigma = 0.42;  // in pixels of the finest level
 
 Mvec8Real fullMotion(const Mvec8Real& motion, int32_t level) {
   const double s = static_cast<double>(1 << level);
