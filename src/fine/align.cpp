@@ -7,13 +7,9 @@
 namespace fine {
 namespace {
 
-constexpr double kFloor = 0.12;  // standard deviation of a block's position that no structure lowers, in pixels
+constexpr double kFloor = 0.05;  // standard deviation of a block's position that no structure lowers, in pixels
 constexpr double kScale = 3.0;   // k of the robust weight
-// Standard deviation of shears and perspective, unit of the fit, on the levels above the finest by two and more, by
-// one, and on it: what blocks of coarse levels say of them is little.
-constexpr double kPrior[] = {0.03, 0.01, 0.004};
-constexpr double kMostCornerSigma = 0.3;  // in pixels of the finest level
-constexpr double kQuantisation = 0.17;    // variance of a difference of two bytes
+constexpr double kMostCornerSigma = 0.42;  // in pixels of the finest level
 
 Mvec8Real fullMotion(const Mvec8Real& motion, int32_t level) {
   const double s = static_cast<double>(1 << level);
@@ -46,6 +42,9 @@ void collect(Matches* out, const AlignBase& base, const Pyramid& frame, int32_t 
     const Block& block = base.blocks[k][i];
     const BlockShift shift = trackBlock(block, from, frame.level[k], motion, rounds, reach);
     if (!shift.good) continue;
+    double along, across;
+    shiftVariances(&along, &across, block, shift);
+    if (!(along > 0.0)) continue;
     Match& match = out->items[out->count++];
     const double x = block.left + block.centre();
     const double y = block.top + block.centre();
@@ -55,18 +54,17 @@ void collect(Matches* out, const AlignBase& base, const Pyramid& frame, int32_t 
     match.y = (y + 0.5) * s - 0.5;
     match.u = (u + shift.x + 0.5) * s - 0.5;
     match.v = (v + shift.y + 0.5) * s - 0.5;
-    setInformation(&match, block.cosine, block.sine, block.along / (s * s), block.across / (s * s),
-                   shift.residual + kQuantisation, kFloor * s);
+    const double rounding = kFloor * kFloor;
+    setInformation(&match, block.cosine, block.sine, s * s * (along + rounding),
+                   across > 0.0 ? s * s * (across + rounding) : -1.0);
   }
 }
 
-bool fit(Mvec8Real* full, const Matches& matches, const AlignBase& base, int32_t k, double anneal,
-         FitQuality* quality) {
+bool fit(Mvec8Real* full, const Matches& matches, const AlignBase& base, double anneal, FitQuality* quality) {
   *quality = {0.0, 1e9, 1e9};
   if (matches.count < 8) return false;
   const Image& picture = base.pyramid->level[0];
-  if (!fitHomography(full, matches.items, matches.count, picture.width, picture.height, kScale, anneal,
-                     kPrior[std::min(k - base.finest, 2)], quality)) {
+  if (!fitHomography(full, matches.items, matches.count, picture.width, picture.height, kScale, anneal, quality)) {
     return false;
   }
   quality->inliers *= static_cast<double>(matches.count) / matches.tried;
@@ -190,7 +188,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
       for (const double anneal : {3.0, 1.5}) {
         Matches matches = {scratch, 0, 0};
         collect(&matches, base, frame, k, c.motion, 3, 4.0);
-        fit(&c.motion, matches, base, k, anneal, &quality);
+        fit(&c.motion, matches, base, anneal, &quality);
       }
     }
     c.score = quality.inliers * (1.0 - unexplainedShare(base, frame, judge, levelMotion(c.motion, judge)));
@@ -205,7 +203,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
       FitQuality quality;
       Matches matches = {scratch, 0, 0};
       collect(&matches, base, frame, k, c.motion, 3, 4.0);
-      fit(&c.motion, matches, base, k, 2.0, &quality);
+      fit(&c.motion, matches, base, 2.0, &quality);
       c.score = quality.inliers * (1.0 - unexplainedShare(base, frame, k, levelMotion(c.motion, k)));
     }
     for (int32_t i = 1; i < left; ++i) {  // insertion keeps the order of equals, and takes no memory
@@ -223,7 +221,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
   for (k = std::min(judge - 1, std::max(k, base.finest + 3)); k >= base.finest && fitted; --k) {
     if (k >= base.finest + 3) matches = {scratch, 0, 0};
     collect(&matches, base, frame, k, best, k == base.finest ? 2 : 3, 4.0);
-    fitted = fit(&best, matches, base, k, k == base.finest ? 1.0 : 2.0, &out->quality);
+    fitted = fit(&best, matches, base, k == base.finest ? 1.0 : 2.0, &out->quality);
   }
   if (!fitted) {
     out->verdict = FEW_BLOCKS;
