@@ -13,6 +13,7 @@ constexpr int32_t kFullWindow = 8;
 constexpr int32_t kMapWindow = 4;
 constexpr int32_t kMostWindows = kMostNoiseWindows;
 constexpr double kFlattest = 0.4;
+constexpr float kMostCoherence = 12.0f;
 // Median of the variance of n - 1 degrees of freedom over its mean, 63 and 15.
 constexpr double kFullRatio = 0.989;
 constexpr double kMapRatio = 0.956;
@@ -128,6 +129,7 @@ void collectMap(Windows* out, const Samplers& samplers, const NoisePair& pair, i
       window.activity = static_cast<float>(shown.variance(kMapWindow * kMapWindow));
       for (int32_t c = 0; c < 3; ++c) {
         window.variance[c] = static_cast<float>(sums[c].variance(kMapWindow * kMapWindow)) * scale;
+        window.mean[c] = static_cast<float>(sums[c].sum) * (1.0f / (64 * kMapWindow * kMapWindow));
       }
       if (++out->count >= kMostWindows) return;
     }
@@ -151,7 +153,11 @@ Status estimateNoise(Noise* noise, Env* env, const Samplers& samplers, const Noi
   windows.count = 0;
   for (int32_t i = 0; i < count; ++i) collectMap(&windows, samplers, pairs[i], kMostWindows / count);
   keepFlattest(&windows, kFlattest, scratch.data());
-  for (int32_t c = 0; c < 3; ++c) fitCurve(&noise->map[c], windows, c, 0.5, kMapRatio, scratch.data());
+  for (int32_t c = 0; c < 3; ++c) {
+    fitCurve(&noise->map[c], windows, c, 0.5, kMapRatio, scratch.data());
+    const float patches = coherence(windows, noise->map[c], c, kMapWindow * kMapWindow, scratch.data());
+    noise->coherence[c] = std::clamp(patches * static_cast<float>(1.0 / (1.0 + kCubicKept)), 1.0f, kMostCoherence);
+  }
   return ZELVAN_OK;
 }
 
@@ -191,6 +197,7 @@ Status estimateAlone(Noise* noise, Env* env, const Image& frame, const Pyramid&)
     }
   }
   for (int32_t c = 0; c < 3; ++c) {
+    noise->coherence[c] = 1.0f;
     fitCurve(&noise->full[c], windows, c, kAloneQuantile, kAloneRatio, scratch.data());
     noise->level[c] = typicalLevel(noise->full[c], windows);
     for (int32_t i = 0; i < kNoiseBins; ++i) noise->map[c].variance[i] = noise->full[c].variance[i] / (c == 0 ? 16 : 4);

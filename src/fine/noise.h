@@ -21,6 +21,9 @@ struct Noise {
   NoiseCurve full[3];  // luma and the two chroma bytes, of full-size samples
   NoiseCurve map[3];   // likewise of level kMapLevel
   float level[3];      // typical standard deviation of full
+  // How much more of map's variance means of small squares keep than means of independent samples would: 1 and more,
+  // where storage or a camera's own denoising left noise in patches.
+  float coherence[3];
 };
 
 // A pair of frames for the estimate: base and an aligned one.

@@ -77,6 +77,23 @@ void fitCurve(NoiseCurve* curve, const NoiseWindows& windows, int32_t channel, d
   *curve = smooth;
 }
 
+float coherence(const NoiseWindows& windows, const NoiseCurve& curve, int32_t channel, int32_t samples,
+                float* scratch) {
+  // Of the square of a Gaussian, the median by the mean.
+  constexpr float kMedian = 0.455f;
+  int32_t n = 0;
+  for (int32_t i = 0; i + 1 < windows.count; ++i) {
+    const NoiseWindow& a = windows.items[i];
+    const NoiseWindow& b = windows.items[i + 1];
+    const float step = a.mean[channel] - b.mean[channel];
+    const float expected = curve.at(a.luma) + curve.at(b.luma);
+    if (expected > 0.0f) scratch[n++] = step * step * static_cast<float>(samples) / expected;
+  }
+  if (n < kLeastWindows) return 1.0f;
+  std::nth_element(scratch, scratch + n / 2, scratch + n);
+  return scratch[n / 2] / kMedian;
+}
+
 Status estimateCurve(NoiseCurve* curve, Env* env, const Image& image) {
   *curve = {};
   const ScopedBlock<NoiseWindow> items(env, kMostNoiseWindows);

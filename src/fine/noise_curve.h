@@ -21,6 +21,7 @@ struct NoiseWindow {
   uint8_t luma;
   float activity;  // how much the picture itself does there, of any unit
   float variance[kNoiseChannels];
+  float mean[kNoiseChannels];
 };
 
 struct NoiseWindows {
@@ -34,6 +35,10 @@ void keepFlattest(NoiseWindows* windows, double share, float* scratch);
 // ratio: of that quantile to the mean of a window's variance. scratch: windows.count items.
 void fitCurve(NoiseCurve* curve, const NoiseWindows& windows, int32_t channel, double quantile, double ratio,
               float* scratch);
+
+// Variance of windows' means by what noise without memory would leave of it, variance / samples: of neighbours in the
+// list, so that a slow drift does not count, the median. 1 when there are too few.
+float coherence(const NoiseWindows& windows, const NoiseCurve& curve, int32_t channel, int32_t samples, float* scratch);
 
 // Of one "UINT8" picture: from second differences along both axes, a - b - c + d of 2x2 pixels, which have four times
 // the variance of white noise and see little of the picture. Texture everywhere counts as noise.

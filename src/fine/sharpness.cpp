@@ -40,9 +40,10 @@ NoiseWindow measure(const Image& image, int32_t left, int32_t top, int32_t side)
     }
   }
   const int32_t area = side * side;
-  return {static_cast<uint8_t>(brightness / area),
-          0.0f,
-          {static_cast<float>(static_cast<double>(energy) / area), 0.0f, 0.0f}};
+  NoiseWindow window = {};
+  window.luma = static_cast<uint8_t>(brightness / area);
+  window.variance[0] = static_cast<float>(static_cast<double>(energy) / area);
+  return window;
 }
 
 }  // namespace

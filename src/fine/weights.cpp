@@ -218,6 +218,7 @@ void prepareLeaning(const PrepareJob& job, int32_t begin, int32_t end) {
   float line[kPiece + 4];
   for (int32_t channel = 0; channel < 3; ++channel) {
     const float* plane = job.base->certainty[channel];
+    const float patches = job.base->coherence[channel];
     for (int32_t y = begin; y < end; ++y) {
       const float* rows[5];
       for (int32_t j = 0; j < 5; ++j) {
@@ -233,7 +234,7 @@ void prepareLeaning(const PrepareJob& job, int32_t begin, int32_t end) {
         for (int32_t i = right; i < count + 2; ++i) line[i + 2] = line[i + 1];
         for (int32_t i = 0; i < count; ++i) {
           const float sum = line[i] + line[i + 1] + line[i + 2] + line[i + 3] + line[i + 4];
-          out[x0 + i] = 1.0f / (sum * (1.0f + kSystematic * sum));
+          out[x0 + i] = 1.0f / (sum * (patches + kSystematic * sum));
         }
       }
     }
@@ -376,9 +377,11 @@ void prepareWeights(WeightBase* base, float* planes, Pel* pel, const Image& luma
            &colour,
            {planes, planes + area, planes + 2 * area},
            {planes + 3 * area, planes + 4 * area, planes + 5 * area},
+           {},
            {}};
   float expected[3 * 256];
   for (int32_t k = 0; k < 3; ++k) {
+    base->coherence[k] = noise.coherence[k];
     for (int32_t v = 0; v < 256; ++v) {
       expected[256 * k + v] = noise.map[k].at(v) * static_cast<float>(1.0 + kFrameKept) + kQuantisation;
       base->noise[k] += noise.map[k].at(v) * (1.0f / 256);
