@@ -1,6 +1,7 @@
 #include "fine/noise_curve.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "base/integer.h"
 #include "base/scoped.h"
@@ -81,13 +82,24 @@ float coherence(const NoiseWindows& windows, const NoiseCurve& curve, int32_t ch
                 float* scratch) {
   // Of the square of a Gaussian, the median by the mean.
   constexpr float kMedian = 0.455f;
+  constexpr int32_t kMostStep = 24;
+  constexpr float kMostChange = 8.0f;
+  const auto near = [&](int32_t i) { return std::abs(windows.items[i].luma - windows.items[i + 1].luma) <= kMostStep; };
+  const auto change = [&](int32_t i) { return windows.items[i].mean[channel] - windows.items[i + 1].mean[channel]; };
+  const auto step = [&](int32_t i) { return static_cast<float>(windows.items[i].luma - windows.items[i + 1].luma); };
+  // What a drift of brightness makes of the steps from window to window.
+  double common = 0.0, squares = 1.0;
+  for (int32_t i = 0; i + 1 < windows.count; ++i) {
+    if (!near(i)) continue;
+    common += double{std::clamp(change(i), -kMostChange, kMostChange)} * double{step(i)};
+    squares += double{step(i)} * double{step(i)};
+  }
+  const auto gain = static_cast<float>(common / squares);
   int32_t n = 0;
   for (int32_t i = 0; i + 1 < windows.count; ++i) {
-    const NoiseWindow& a = windows.items[i];
-    const NoiseWindow& b = windows.items[i + 1];
-    const float step = a.mean[channel] - b.mean[channel];
-    const float expected = curve.at(a.luma) + curve.at(b.luma);
-    if (expected > 0.0f) scratch[n++] = step * step * static_cast<float>(samples) / expected;
+    const float rest = change(i) - gain * step(i);
+    const float expected = curve.at(windows.items[i].luma) + curve.at(windows.items[i + 1].luma);
+    if (near(i) && expected > 0.0f) scratch[n++] = rest * rest * static_cast<float>(samples) / expected;
   }
   if (n < kLeastWindows) return 1.0f;
   std::nth_element(scratch, scratch + n / 2, scratch + n);

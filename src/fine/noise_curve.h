@@ -37,7 +37,7 @@ void fitCurve(NoiseCurve* curve, const NoiseWindows& windows, int32_t channel, d
               float* scratch);
 
 // Variance of windows' means by what noise without memory would leave of it, variance / samples: of neighbours in the
-// list, so that a slow drift does not count, the median. 1 when there are too few.
+// list, what goes with brightness taken out, so that no drift counts; the median. 1 when there are too few.
 float coherence(const NoiseWindows& windows, const NoiseCurve& curve, int32_t channel, int32_t samples, float* scratch);
 
 // Of one "UINT8" picture: from second differences along both axes, a - b - c + d of 2x2 pixels, which have four times

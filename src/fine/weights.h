@@ -5,8 +5,8 @@
 // Models", 1987). Two tests over 5x5 pixels judge the differences d of luma and chroma, e being the variance that noise
 // and the steepness of the picture let expect:
 //   mean of d^2 / e, of all channels: about 1 where both show the same; from kNear to kFar the weight falls to nothing;
-//   (sum of d / e)^2 / (coherence x sum of 1 / e), the worst channel: about 1 likewise, and large for what is fainter than the noise
-//   of a pixel but leans to one side; from kLeaning to kLeaningFar.
+//   (sum of d / e)^2 / (coherence x sum of 1 / e), the worst channel: about 1 likewise, and large for what is fainter
+//   than the noise of a pixel but leans to one side; from kLeaning to kLeaningFar.
 // The least of 3x3 neighbours and a box of 3x3 follow, so that the edge of what moved keeps out, and weights are soft.
 // Positions outside the frame weigh nothing and are no evidence.
 //
