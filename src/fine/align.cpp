@@ -7,8 +7,9 @@
 namespace fine {
 namespace {
 
-constexpr double kFloor = 0.05;  // standard deviation of a block's position that no structure lowers, in pixels
-constexpr double kScale = 3.0;   // k of the robust weight
+constexpr double kFloor = 0.05;        // standard deviation of a block's position that no structure lowers, in pixels
+constexpr double kScale = 3.0;         // k of the robust weight
+constexpr double kLeastInliers = 0.2;  // depth leaves most blocks off a single homography
 constexpr double kMostCornerSigma = 0.42;  // in pixels of the finest level
 
 Mvec8Real fullMotion(const Mvec8Real& motion, int32_t level) {
@@ -230,7 +231,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
   out->motion = best;
   const int32_t check = std::min(judge, std::max(kMapLevel, base.finest));
   out->unexplained = unexplainedShare(base, frame, check, levelMotion(best, check));
-  if (out->quality.inliers < 0.3) out->verdict |= NO_AGREEMENT;
+  if (out->quality.inliers < kLeastInliers) out->verdict |= NO_AGREEMENT;
   if (out->quality.cornerSigma > kMostCornerSigma * (1 << base.finest)) out->verdict |= NOT_DETERMINED;
   if (out->unexplained > 0.6) out->verdict |= NOT_EXPLAINED;
   if (!isHandMotion(best, base.pyramid->level[0].width, base.pyramid->level[0].height)) out->verdict |= TOO_FAR;

@@ -42,6 +42,20 @@ Status alignOne(AlignJob* job, int32_t id, const PelContext*) {
   return ZELVAN_OK;
 }
 
+// Of the accepted frames; 0 without any.
+double medianCornerSigma(const Burst& burst, int32_t baseId) {
+  double sigmas[kMostFrames];
+  int32_t count = 0;
+  for (int32_t i = 0; i < burst.added; ++i) {
+    const Alignment& a = burst.frames[i].alignment;
+    if (i == baseId || a.verdict != ALIGNED) continue;
+    int32_t at = count++;
+    for (; at > 0 && sigmas[at - 1] > a.quality.cornerSigma; --at) sigmas[at] = sigmas[at - 1];
+    sigmas[at] = a.quality.cornerSigma;
+  }
+  return count > 0 ? sigmas[count / 2] : 0.0;
+}
+
 // All frames against a base. Returns how many are accepted.
 Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
   Env* env = burst->env;
@@ -61,23 +75,30 @@ Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
   static constexpr PelKernel kKernel = pelIndexed<AlignJob, alignOne>();
   const Status status = executeToEnd(burst->pel, &kKernel, &job, burst->added);
   *accepted = 0;
-  // A frame that failed is tried again from where its neighbours in time lie.
+  // A frame that failed, or is far less certain than the others, is tried again from where its neighbours in time lie.
+  const double doubtful = 2.0 * medianCornerSigma(*burst, baseId);
   for (int32_t i = 0; i < burst->added; ++i) {
-    FrameRecord& frame = burst->frames[i];
-    if (frame.alignment.verdict == ALIGNED || i == baseId) continue;
+    Alignment& first = burst->frames[i].alignment;
+    if (i == baseId || (first.verdict == ALIGNED && first.quality.cornerSigma <= doubtful)) continue;
     Mvec8Real proposals[2];
     int32_t count = 0;
     for (int32_t step = -1; step <= 1; step += 2) {
       for (int32_t j = i + step; j >= 0 && j < burst->added; j += step) {
-        if (j == baseId || burst->frames[j].alignment.verdict != ALIGNED) continue;
-        proposals[count++] = burst->frames[j].alignment.motion;
+        const Alignment& other = burst->frames[j].alignment;
+        if (j == baseId || other.verdict != ALIGNED || other.quality.cornerSigma > doubtful) continue;
+        proposals[count++] = other.motion;
         break;
       }
     }
     if (count == 0) continue;
     Alignment again;
-    alignFrame(&again, base, frame.pyramid, proposals, count, matches.data());
-    if (again.verdict == ALIGNED) frame.alignment = again;
+    alignFrame(&again, base, burst->frames[i].pyramid, proposals, count, matches.data());
+    if (again.verdict == ALIGNED &&
+        (first.verdict != ALIGNED || again.quality.cornerSigma < first.quality.cornerSigma)) {
+      first = again;
+    }
+    // Alone with its doubts: some other place looked right to it.
+    if (first.verdict == ALIGNED && first.quality.cornerSigma > 1.25 * doubtful) first.verdict = NOT_DETERMINED;
   }
   for (int32_t i = 0; i < burst->added; ++i) *accepted += i != baseId && burst->frames[i].alignment.verdict == ALIGNED;
   return status;
