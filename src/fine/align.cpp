@@ -185,7 +185,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
     Candidate c = {candidates[i], 0.0};
     FitQuality quality;
     for (int32_t k = coarsest; k >= judge; --k) {
-      for (const double anneal : {3.0, 1.5}) {
+      for (const double anneal : {7.0, 3.5}) {
         Matches matches = {scratch, 0, 0};
         collect(&matches, base, frame, k, c.motion, 3, 4.0);
         fit(&c.motion, matches, base, anneal, &quality);
@@ -203,7 +203,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
       FitQuality quality;
       Matches matches = {scratch, 0, 0};
       collect(&matches, base, frame, k, c.motion, 3, 4.0);
-      fit(&c.motion, matches, base, 2.0, &quality);
+      fit(&c.motion, matches, base, 5.0, &quality);
       c.score = quality.inliers * (1.0 - unexplainedShare(base, frame, k, levelMotion(c.motion, k)));
     }
     std::stable_sort(tried, tried + left, [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
@@ -219,7 +219,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
   for (k = std::min(judge - 1, std::max(k, base.finest + 3)); k >= base.finest && fitted; --k) {
     if (k >= base.finest + 3) matches = {scratch, 0, 0};
     collect(&matches, base, frame, k, best, 3, 4.0);
-    fitted = fit(&best, matches, base, k == base.finest ? 1.0 : 2.0, &out->quality);
+    fitted = fit(&best, matches, base, k == base.finest ? 2.5 : 5.0, &out->quality);
   }
   if (!fitted) {
     out->verdict = FEW_BLOCKS;
