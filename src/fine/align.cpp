@@ -9,6 +9,7 @@ namespace {
 
 constexpr double kFloor = 0.05;  // standard deviation of a block's position that no structure lowers, in pixels
 constexpr double kScale = 3.0;   // k of the robust weight
+constexpr double kBehind = 0.6;  // a candidate of a score below that share of the best one's is given up
 constexpr double kMostCornerSigma = 0.42;  // in pixels of the finest level
 
 Mvec8Real fullMotion(const Mvec8Real& motion, int32_t level) {
@@ -206,7 +207,17 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
       fit(&c.motion, matches, base, 5.0, &quality);
       c.score = quality.inliers * (1.0 - unexplainedShare(base, frame, k, levelMotion(c.motion, k)));
     }
-    std::stable_sort(tried, tried + left, [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
+    // Two may have come to the same place, and some fall behind.
+    Candidate kept[kCandidates + 8];
+    int32_t count2 = 0;
+    for (int32_t i = 0; i < left; ++i) {
+      addCandidate(kept, &count2, tried[i], base.pyramid->level[0], static_cast<double>(2 << k));
+    }
+    left = 0;
+    while (left < count2 && kept[left].score >= kBehind * kept[0].score) {
+      tried[left] = kept[left];
+      ++left;
+    }
   }
   if (left < 1 || !(tried[0].score > 0.0)) {
     out->verdict = FEW_BLOCKS;

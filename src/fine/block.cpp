@@ -114,7 +114,7 @@ void sampleRun(int16_t* __restrict out, const uint8_t* __restrict upper, const u
     const uint16_t l = static_cast<uint16_t>(static_cast<uint16_t>(lower[i] * rest + lower[i + 1] * x) >> 4);
     const int16_t difference = static_cast<int16_t>((l - u) * 8);  // at most 32640
     const int16_t y = static_cast<int16_t>(fy[i] * 32);
-    out[i] = static_cast<int16_t>(u + ((difference * y + 32768) >> 16));
+    out[i] = static_cast<int16_t>(u + ((difference * y) >> 16));  // rounded down: the mean does not count
   }
 }
 
