@@ -14,7 +14,7 @@ constexpr double kSureSigma = 0.15;  // above that, in pixels of the finest leve
 constexpr double kAside = 1.5;       // from so far beside it at the corners by zoom, and by turn
 constexpr double kMostAside = 0.6;   // and must come as near
 constexpr double kBehind = 0.6;      // a candidate of a score below that share of the best one's is given up
-constexpr double kMostCornerSigma = 0.42;  // in pixels of the finest level
+constexpr double kMostCornerSigma = 0.5;  // in pixels of the finest level
 
 Mvec8Real fullMotion(const Mvec8Real& motion, int32_t level) {
   const double s = static_cast<double>(1 << level);
