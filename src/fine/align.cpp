@@ -137,7 +137,7 @@ bool refine(Mvec8Real* motion, const AlignBase& base, const Pyramid& frame, int3
   Matches matches = {scratch, 0, 0};
   for (int32_t k = from; k >= base.finest; --k) {
     if (k >= base.finest + kBeside) matches = {scratch, 0, 0};
-    collect(&matches, base, frame, k, *motion, 3, 4.0);
+    collect(&matches, base, frame, k, *motion, k == base.finest ? 2 : 3, 4.0);
     if (!fit(motion, matches, base, k == base.finest ? 2.5 : 5.0, quality)) return false;
   }
   return true;
