@@ -7,8 +7,9 @@
 // and noise of the fine levels hides it. The finest level is the first whose longer side is at most kFinestSide.
 //
 // A frame is accepted when its blocks agree, agree all over the picture (the fit's own standard deviation at the worst
-// corner), and the frame explains the base's structure; else verdict says what failed. An accepted motion maps
-// full-size pixels of the base to the frame.
+// corner), and the frame explains the base's structure; a motion that is less than sure must be found again from a
+// little beside it, since noise confirms whatever motion its blocks are given. Else verdict says what failed. An
+// accepted motion maps full-size pixels of the base to the frame.
 #ifndef ZVT4_FINE_ALIGN_H_
 #define ZVT4_FINE_ALIGN_H_
 
