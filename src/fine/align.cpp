@@ -35,29 +35,11 @@ struct Matches {
   int32_t tried;  // blocks
 };
 
-// Tracks the blocks of a level from a full-size motion and adds what is found.
 void collect(Matches* out, const AlignBase& base, const Pyramid& frame, int32_t k, const Mvec8Real& full,
              int32_t rounds, double reach) {
-  const Image& from = base.pyramid->level[k];
-  const Mvec8Real motion = levelMotion(full, k);
-  const double s = static_cast<double>(1 << k);
   out->tried += base.count[k];
-  for (int32_t i = 0; i < base.count[k] && out->count < kMostMatches; ++i) {
-    const Block& block = base.blocks[k][i];
-    const BlockShift shift = trackBlock(block, from, frame.level[k], motion, rounds, reach);
-    if (!shift.good) continue;
-    Match& match = out->items[out->count++];
-    const double x = block.left + block.centre();
-    const double y = block.top + block.centre();
-    double u, v;
-    Mvec8Real_trans2DReal(&motion, &u, &v, x, y);
-    match.x = (x + 0.5) * s - 0.5;
-    match.y = (y + 0.5) * s - 0.5;
-    match.u = (u + shift.x + 0.5) * s - 0.5;
-    match.v = (v + shift.y + 0.5) * s - 0.5;
-    setInformation(&match, block.cosine, block.sine, block.along / (s * s), block.across / (s * s),
-                   shift.residual + kQuantisation, kFloor * s);
-  }
+  out->count +=
+      trackLevel(out->items + out->count, kMostMatches - out->count, base, frame, k, full, nullptr, rounds, reach);
 }
 
 bool fit(Mvec8Real* full, const Matches& matches, const AlignBase& base, int32_t k, double anneal,
@@ -144,6 +126,38 @@ bool isHandMotion(const Mvec8Real& motion, int32_t width, int32_t height) {
 
 }  // namespace
 
+int32_t trackLevel(Match* out, int32_t most, const AlignBase& base, const Pyramid& frame, int32_t k,
+                   const Mvec8Real& full, const ShiftField* field, int32_t rounds, double reach) {
+  const Image& from = base.pyramid->level[k];
+  const Mvec8Real plain = levelMotion(full, k);
+  const double s = static_cast<double>(1 << k);
+  int32_t count = 0;
+  for (int32_t i = 0; i < base.count[k] && count < most; ++i) {
+    const Block& block = base.blocks[k][i];
+    const double x = block.left + block.centre();
+    const double y = block.top + block.centre();
+    Match& match = out[count];
+    match.x = (x + 0.5) * s - 0.5;
+    match.y = (y + 0.5) * s - 0.5;
+    Mvec8Real motion = plain;
+    if (field != nullptr) {
+      const LatticePlace place = latticePlace(*field, match.x, match.y);
+      const double shift[2] = {shiftAt(*field, field->x, place) / s, shiftAt(*field, field->y, place) / s};
+      for (int32_t e = 0; e < 6; ++e) motion.h[e] += shift[e / 3] * plain.h[6 + e % 3];
+    }
+    const BlockShift shift = trackBlock(block, from, frame.level[k], motion, rounds, reach);
+    if (!shift.good) continue;
+    double u, v;
+    Mvec8Real_trans2DReal(&motion, &u, &v, x, y);
+    match.u = (u + shift.x + 0.5) * s - 0.5;
+    match.v = (v + shift.y + 0.5) * s - 0.5;
+    setInformation(&match, block.cosine, block.sine, block.along / (s * s), block.across / (s * s),
+                   shift.residual + kQuantisation, kFloor * s);
+    ++count;
+  }
+  return count;
+}
+
 Status prepareBase(AlignBase* base, Env* env, const Pyramid* pyramid, Block* blocks, CoarseBase* coarse) {
   base->pyramid = pyramid;
   base->coarse = coarse;
@@ -225,6 +239,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
     collect(&matches, base, frame, k, best, k == base.finest ? 2 : 3, 4.0);
     fitted = fit(&best, matches, base, k, k == base.finest ? 1.0 : 2.0, &out->quality);
   }
+  out->matches = matches.count;
   if (!fitted) {
     out->verdict = FEW_BLOCKS;
     return;

@@ -11,6 +11,7 @@
 
 #include "fine/align.h"
 #include "fine/fusion.h"
+#include "fine/local_motion.h"
 #include "fine/noise.h"
 #include "parallel/parallel_executor.h"
 
@@ -44,7 +45,9 @@ struct FrameRecord {
   int32_t score;
   FrameStatus status;
   Alignment alignment;
-  float share;  // mean weight of what it covers
+  ShiftField field;  // on top of the motion
+  int32_t bent;      // nonzero: the field counts
+  float share;       // mean weight of what it covers
   Drift drift;
   Mesh mesh;
   Image weights;  // "UINT8"
@@ -65,6 +68,7 @@ struct Burst {
   int32_t cropped;             // nonzero: crop is not the identity
   Noise noise;
   MeshNode* nodes;  // of all meshes
+  double* shifts;   // of all fields
   Image left;       // see Fusion
   Image mapLuma;    // the base on the result's grid at level kMapLevel
   Image mapColour;
