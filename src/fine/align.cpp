@@ -7,13 +7,10 @@
 namespace fine {
 namespace {
 
-constexpr double kFloor = 0.12;  // standard deviation of a block's position that no structure lowers, in pixels
-constexpr double kScale = 3.0;   // k of the robust weight
-// Standard deviation of shears and perspective, unit of the fit, on the levels above the finest by two and more, by
-// one, and on it: what blocks of coarse levels say of them is little.
-constexpr double kPrior[] = {0.03, 0.01, 0.004};
-constexpr double kMostCornerSigma = 0.3;  // in pixels of the finest level
-constexpr double kQuantisation = 0.17;    // variance of a difference of two bytes
+constexpr double kFloor = 0.05;        // standard deviation of a block's position that no structure lowers, in pixels
+constexpr double kScale = 3.0;         // k of the robust weight
+constexpr double kLeastInliers = 0.2;  // depth leaves most blocks off a single homography
+constexpr double kMostCornerSigma = 0.42;  // in pixels of the finest level
 
 Mvec8Real fullMotion(const Mvec8Real& motion, int32_t level) {
   const double s = static_cast<double>(1 << level);
@@ -42,13 +39,11 @@ void collect(Matches* out, const AlignBase& base, const Pyramid& frame, int32_t 
       trackLevel(out->items + out->count, kMostMatches - out->count, base, frame, k, full, nullptr, rounds, reach);
 }
 
-bool fit(Mvec8Real* full, const Matches& matches, const AlignBase& base, int32_t k, double anneal,
-         FitQuality* quality) {
+bool fit(Mvec8Real* full, const Matches& matches, const AlignBase& base, double anneal, FitQuality* quality) {
   *quality = {0.0, 1e9, 1e9};
   if (matches.count < 8) return false;
   const Image& picture = base.pyramid->level[0];
-  if (!fitHomography(full, matches.items, matches.count, picture.width, picture.height, kScale, anneal,
-                     kPrior[std::min(k - base.finest, 2)], quality)) {
+  if (!fitHomography(full, matches.items, matches.count, picture.width, picture.height, kScale, anneal, quality)) {
     return false;
   }
   quality->inliers *= static_cast<double>(matches.count) / matches.tried;
@@ -147,12 +142,16 @@ int32_t trackLevel(Match* out, int32_t most, const AlignBase& base, const Pyrami
     }
     const BlockShift shift = trackBlock(block, from, frame.level[k], motion, rounds, reach);
     if (!shift.good) continue;
+    double along, across;
+    shiftVariances(&along, &across, block, shift);
+    if (!(along > 0.0)) continue;
     double u, v;
     Mvec8Real_trans2DReal(&motion, &u, &v, x, y);
     match.u = (u + shift.x + 0.5) * s - 0.5;
     match.v = (v + shift.y + 0.5) * s - 0.5;
-    setInformation(&match, block.cosine, block.sine, block.along / (s * s), block.across / (s * s),
-                   shift.residual + kQuantisation, kFloor * s);
+    const double rounding = kFloor * kFloor;
+    setInformation(&match, block.cosine, block.sine, s * s * (along + rounding),
+                   across > 0.0 ? s * s * (across + rounding) : -1.0);
     ++count;
   }
   return count;
@@ -204,7 +203,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
       for (const double anneal : {3.0, 1.5}) {
         Matches matches = {scratch, 0, 0};
         collect(&matches, base, frame, k, c.motion, 3, 4.0);
-        fit(&c.motion, matches, base, k, anneal, &quality);
+        fit(&c.motion, matches, base, anneal, &quality);
       }
     }
     c.score = quality.inliers * (1.0 - unexplainedShare(base, frame, judge, levelMotion(c.motion, judge)));
@@ -219,7 +218,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
       FitQuality quality;
       Matches matches = {scratch, 0, 0};
       collect(&matches, base, frame, k, c.motion, 3, 4.0);
-      fit(&c.motion, matches, base, k, 2.0, &quality);
+      fit(&c.motion, matches, base, 2.0, &quality);
       c.score = quality.inliers * (1.0 - unexplainedShare(base, frame, k, levelMotion(c.motion, k)));
     }
     for (int32_t i = 1; i < left; ++i) {  // insertion keeps the order of equals, and takes no memory
@@ -237,7 +236,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
   for (k = std::min(judge - 1, std::max(k, base.finest + 3)); k >= base.finest && fitted; --k) {
     if (k >= base.finest + 3) matches = {scratch, 0, 0};
     collect(&matches, base, frame, k, best, k == base.finest ? 2 : 3, 4.0);
-    fitted = fit(&best, matches, base, k, k == base.finest ? 1.0 : 2.0, &out->quality);
+    fitted = fit(&best, matches, base, k == base.finest ? 1.0 : 2.0, &out->quality);
   }
   out->matches = matches.count;
   if (!fitted) {
@@ -247,7 +246,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
   out->motion = best;
   const int32_t check = std::min(judge, std::max(kMapLevel, base.finest));
   out->unexplained = unexplainedShare(base, frame, check, levelMotion(best, check));
-  if (out->quality.inliers < 0.3) out->verdict |= NO_AGREEMENT;
+  if (out->quality.inliers < kLeastInliers) out->verdict |= NO_AGREEMENT;
   if (out->quality.cornerSigma > kMostCornerSigma * (1 << base.finest)) out->verdict |= NOT_DETERMINED;
   if (out->unexplained > 0.6) out->verdict |= NOT_EXPLAINED;
   if (!isHandMotion(best, base.pyramid->level[0].width, base.pyramid->level[0].height)) out->verdict |= TOO_FAR;

@@ -12,7 +12,10 @@ namespace {
 
 constexpr int32_t kMostCells = 24;
 constexpr double kLeastStructure = 0.4;  // eigenvalue of A by pixel, in squared levels
-constexpr double kLeastSignal = 0.25;    // eigenvalue without noise by what noise gives it
+constexpr double kLeastSignal = 0.6;     // eigenvalue without noise by what noise gives it
+
+constexpr double kNoiseOfResidual = 0.5;  // share of a residual that is the template's own noise
+constexpr double kQuantisation = 0.17;    // variance of a difference of two bytes
 
 struct Gradients {
   int64_t x = 0, y = 0, xx = 0, xy = 0, yy = 0, v = 0, vv = 0;
@@ -47,6 +50,16 @@ Gradients gradientSums(const Image& image, int32_t left, int32_t top, int32_t si
   return total;
 }
 
+// What noise adds to both eigenvalues.
+double noiseEigenvalue(const Block& block, double noise) {
+  return 0.5 * block.size * block.size * noise;
+}
+
+// The least that counts as structure.
+double leastEigenvalue(const Block& block, double noisy) {
+  return std::max(kLeastStructure * block.size * block.size, kLeastSignal * noisy);
+}
+
 Block makeBlock(const Image& image, int32_t left, int32_t top, int32_t size, const NoiseCurve& noise) {
   const Gradients g = gradientSums(image, left, top, size);
   const double n = size * size;
@@ -74,8 +87,8 @@ Block makeBlock(const Image& image, int32_t left, int32_t top, int32_t size, con
   const double scale = length > 0.0 ? 1.0 / RawDouble_sqrt(length) : 0.0;
   block.cosine = scale > 0.0 ? ax * scale : 1.0;
   block.sine = ay * scale;
-  const double noisy = 0.5 * n * block.noise;
-  const double least = std::max(kLeastStructure * n, kLeastSignal * noisy);
+  const double noisy = noiseEigenvalue(block, block.noise);
+  const double least = leastEigenvalue(block, noisy);
   const double middle = 0.5 * (xx + yy) - noisy;
   block.along = middle + root > least ? middle + root : 0.0;
   block.across = middle - root > least ? middle - root : 0.0;
@@ -197,6 +210,19 @@ BlockShift trackBlock(const Block& block, const Image& base, const Image& frame,
   }
   shift.good = true;
   return shift;
+}
+
+void shiftVariances(double* along, double* across, const Block& block, const BlockShift& shift) {
+  const double residual = shift.residual + kQuantisation;
+  const double promised = noiseEigenvalue(block, block.noise);
+  const double noisy = std::max(promised, noiseEigenvalue(block, kNoiseOfResidual * shift.residual));
+  const double least = leastEigenvalue(block, noisy);
+  const auto variance = [&](double eigenvalue) {
+    const double a = eigenvalue + promised - noisy;
+    return eigenvalue > 0.0 && a > least ? residual * (a + noisy) / (a * a) : -1.0;
+  };
+  *along = variance(block.along);
+  *across = variance(block.across);
 }
 
 }  // namespace fine

@@ -47,10 +47,15 @@ struct BlockShift {
 // level. Returns how many, at most kMostBlocks.
 int32_t chooseBlocks(Block* blocks, const Image& level, const NoiseCurve& noise);
 
-// motion: base to frame in pixels of the level. start: first guess of the shift. reach: how far the shift may go from
-// there, in pixels.
+// motion: base to frame in pixels of the level. reach: how far the shift may go from there, in pixels.
 BlockShift trackBlock(const Block& block, const Image& base, const Image& frame, const Mvec8Real& motion,
                       int32_t rounds, double reach);
+
+// Variances of a shift that was found, along the block's axis and across it, in squared pixels; negative where the
+// block does not tell. sum g r meets the gradient of the template with its noise n, so that of an eigenvalue a it is
+// residual (a + n) / a^2. What the residual says of the noise counts where the curve promised less: grain has little of
+// it in the differences that the curve is measured by.
+void shiftVariances(double* along, double* across, const Block& block, const BlockShift& shift);
 
 }  // namespace fine
 

@@ -52,6 +52,20 @@ Status bendOne(AlignJob* job, int32_t id, const PelContext*) {
   return ZELVAN_OK;
 }
 
+// Of the accepted frames; 0 without any.
+double medianCornerSigma(const Burst& burst, int32_t baseId) {
+  double sigmas[kMostFrames];
+  int32_t count = 0;
+  for (int32_t i = 0; i < burst.added; ++i) {
+    const Alignment& a = burst.frames[i].alignment;
+    if (i == baseId || a.verdict != ALIGNED) continue;
+    int32_t at = count++;
+    for (; at > 0 && sigmas[at - 1] > a.quality.cornerSigma; --at) sigmas[at] = sigmas[at - 1];
+    sigmas[at] = a.quality.cornerSigma;
+  }
+  return count > 0 ? sigmas[count / 2] : 0.0;
+}
+
 // All frames against a base. Returns how many are accepted.
 Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
   Env* env = burst->env;
@@ -71,24 +85,32 @@ Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
   static constexpr PelKernel kKernel = pelIndexed<AlignJob, alignOne>();
   Status status = executeToEnd(burst->pel, &kKernel, &job, burst->added);
   *accepted = 0;
-  // A frame that failed is tried again from where its neighbours in time lie.
+  // A frame that failed, or is far less certain than the others, is tried again from where its neighbours in time lie.
+  const double doubtful = 2.0 * medianCornerSigma(*burst, baseId);
   for (int32_t i = 0; i < burst->added; ++i) {
-    FrameRecord& frame = burst->frames[i];
-    if (frame.alignment.verdict == ALIGNED || i == baseId) continue;
+    Alignment& first = burst->frames[i].alignment;
+    if (i == baseId || (first.verdict == ALIGNED && first.quality.cornerSigma <= doubtful)) continue;
     Mvec8Real proposals[2];
     int32_t count = 0;
     for (int32_t step = -1; step <= 1; step += 2) {
       for (int32_t j = i + step; j >= 0 && j < burst->added; j += step) {
-        if (j == baseId || burst->frames[j].alignment.verdict != ALIGNED) continue;
-        proposals[count++] = burst->frames[j].alignment.motion;
+        const Alignment& other = burst->frames[j].alignment;
+        if (j == baseId || other.verdict != ALIGNED || other.quality.cornerSigma > doubtful) continue;
+        proposals[count++] = other.motion;
         break;
       }
     }
     if (count == 0) continue;
     Alignment again;
-    alignFrame(&again, base, frame.pyramid, proposals, count,
-               matches.data() + static_cast<size_t>(i) * static_cast<size_t>(kMostMatches));
-    if (again.verdict == ALIGNED) frame.alignment = again;
+    Match* spare = job.matches + static_cast<ptrdiff_t>(baseId) * kMostMatches;
+    alignFrame(&again, base, burst->frames[i].pyramid, proposals, count, spare);
+    if (again.verdict == ALIGNED &&
+        (first.verdict != ALIGNED || again.quality.cornerSigma < first.quality.cornerSigma)) {
+      first = again;
+      std::copy(spare, spare + again.matches, job.matches + static_cast<ptrdiff_t>(i) * kMostMatches);
+    }
+    // Alone with its doubts: some other place looked right to it.
+    if (first.verdict == ALIGNED && first.quality.cornerSigma > 1.25 * doubtful) first.verdict = NOT_DETERMINED;
   }
   for (int32_t i = 0; i < burst->added; ++i) *accepted += i != baseId && burst->frames[i].alignment.verdict == ALIGNED;
   if (status != ZELVAN_OK) return status;
@@ -190,7 +212,7 @@ Status makeMapBase(Burst* burst) {
   const ScopedBlock<int16_t> row(burst->env, 2 * static_cast<size_t>(luma.width) + 2 * kSampleSlack);
   if (!nodes || !row) return ZELVAN_ERROR_NOMEM;
   Mesh mesh = {0, 0, nodes.data()};
-  fillMesh(&mesh, burst->crop, nullptr, nullptr, kMapLevel, luma.width, luma.height);
+  fillMesh(&mesh, burst->crop, nullptr, kMapLevel, luma.width, luma.height);
   for (int32_t y = 0; y < luma.height; ++y) {
     for (const auto& [from, to] : {std::pair{&luma, &burst->mapLuma}, std::pair{&colour, &burst->mapColour}}) {
       sampleRow(row.data(), *samplersBest(), true, *from, mesh, y, luma.width);
@@ -217,7 +239,7 @@ Status weighFrame(Burst* b, const WeightBase& base, int32_t k) {
       b->env, static_cast<size_t>(meshNodes(map.width)) * static_cast<size_t>(meshNodes(map.height)));
   if (!nodes) return ZELVAN_ERROR_NOMEM;
   Mesh mesh = {0, 0, nodes.data()};
-  fillMesh(&mesh, resultMotion(*b, b->order[k]), fieldOf(frame), &b->crop, kMapLevel, map.width, map.height);
+  fillMesh(&mesh, resultMotion(*b, b->order[k]), fieldOf(frame), kMapLevel, map.width, map.height, &b->crop);
   const WeightInput input = {&base, &frame.pyramid, &mesh, samplersBest(), b->settings.strictness};
   return makeWeights(&frame.weights, &frame.drift, &frame.share, b->env, input);
 }
@@ -241,7 +263,7 @@ Status measureNoise(Burst* burst) {
     const FrameRecord& frame = burst->frames[burst->order[k]];
     if (frame.status != MERGED) continue;
     mapMeshes[count].nodes = nodes.data() + static_cast<size_t>(count) * mapNodes;
-    fillMesh(&mapMeshes[count], frame.alignment.motion, fieldOf(frame), nullptr, kMapLevel, map.width, map.height);
+    fillMesh(&mapMeshes[count], frame.alignment.motion, fieldOf(frame), kMapLevel, map.width, map.height);
     pairs[count] = {&base.image, &frame.image, &base.pyramid, &frame.pyramid, &frame.mesh, &mapMeshes[count]};
     ++count;
   }
@@ -524,14 +546,14 @@ Status align(Burst* burst) {
   for (int32_t i = 0; i < burst->added; ++i) {
     FrameRecord& frame = burst->frames[i];
     frame.mesh.nodes = burst->nodes + static_cast<size_t>(i) * nodes;
-    fillMesh(&frame.mesh, frame.alignment.motion, fieldOf(frame), nullptr, 0, burst->width, burst->height);
+    fillMesh(&frame.mesh, frame.alignment.motion, fieldOf(frame), 0, burst->width, burst->height);
   }
   if (const Status s = measureNoise(burst); s != ZELVAN_OK) return s;
   if (burst->settings.scaling != 0) chooseCrop(burst);
   if (burst->cropped != 0) {
     for (int32_t i = 0; i < burst->added; ++i) {
       FrameRecord& frame = burst->frames[i];
-      fillMesh(&frame.mesh, resultMotion(*burst, i), fieldOf(frame), &burst->crop, 0, burst->width, burst->height);
+      fillMesh(&frame.mesh, resultMotion(*burst, i), fieldOf(frame), 0, burst->width, burst->height, &burst->crop);
     }
   }
   if (const Status s = makeMapBase(burst); s != ZELVAN_OK) return s;

@@ -200,7 +200,6 @@ ALWAYS_INLINE void shrinkBlocks(int16_t* out, const int16_t* in, const int16_t* 
 DCT_VARIANT(plain, )
 #if defined(__x86_64__)
 DCT_VARIANT(avx2, [[gnu::target("avx2")]])
-DCT_VARIANT(avx512, [[gnu::target("avx512bw,avx512vl,prefer-vector-width=512")]])
 #endif
 
 }  // namespace
@@ -209,7 +208,6 @@ const DctRows* dctRowsAt(int32_t index) {
   if (index == 0) return &kDctRows_plain;
 #if defined(__x86_64__)
   if (index == 1 && __builtin_cpu_supports("avx2")) return &kDctRows_avx2;
-  if (index == 2 && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl")) return &kDctRows_avx512;
 #endif
   return nullptr;
 }

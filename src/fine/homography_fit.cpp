@@ -9,6 +9,10 @@ namespace {
 
 constexpr int32_t kUnknowns = 8;
 constexpr int32_t kRounds = 10;
+// Standard deviations of shears and perspective without data, in the unit of the fit, and of perspective by shift.
+constexpr double kShear = 0.0005;
+constexpr double kPerspective = 0.0005;
+constexpr double kPan = 0.02;
 
 struct Normal {
   double a[kUnknowns][kUnknowns];
@@ -54,32 +58,51 @@ void basisAt(double x, double y, double* bx, double* by) {
   std::copy(ay, ay + kUnknowns, by);
 }
 
+// What shears and perspective are without data. Shift, turn and zoom are free.
+void addPrior(Normal* normal, const Mvec8Real& motion, double mx, double my, double unit) {
+  const Mvec8Real up = {{unit, 0, mx, 0, unit, my, 0, 0, 1}, {}};
+  const Mvec8Real down = {{1 / unit, 0, -mx / unit, 0, 1 / unit, -my / unit, 0, 0, 1}, {}};
+  Mvec8Real m;
+  Mvec8Real_mult(&m, &motion, &up);
+  Mvec8Real_mult(&m, &down, &m);
+  const double* h = m.h;
+  const double scale = 1.0 / h[8];
+  const double values[4] = {0.5 * (h[0] - h[4]) * scale, 0.5 * (h[1] + h[3]) * scale, -h[6] * scale, -h[7] * scale};
+  const double pan = (h[2] * h[2] + h[5] * h[5]) * scale * scale;
+  const double variances[4] = {kShear * kShear, kShear * kShear, kPerspective * kPerspective + kPan * kPan * pan,
+                               kPerspective * kPerspective + kPan * kPan * pan};
+  for (int32_t i = 0; i < 4; ++i) {
+    normal->a[i][i] = 1e-6;
+    const double precision = 1.0 / (variances[i] + values[i] * values[i]);
+    normal->a[i + 4][i + 4] = precision;
+    normal->b[i + 4] = -precision * values[i];
+  }
+}
+
 }  // namespace
 
-void setInformation(Match* match, double cosine, double sine, double along, double across, double residual,
-                    double floor) {
-  const double w1 = along > 0.0 ? 1.0 / (residual / along + floor * floor) : 0.0;
-  const double w2 = across > 0.0 ? 1.0 / (residual / across + floor * floor) : 0.0;
+void setInformation(Match* match, double cosine, double sine, double along, double across) {
+  const double w1 = along > 0.0 ? 1.0 / along : 0.0;
+  const double w2 = across > 0.0 ? 1.0 / across : 0.0;
   match->wxx = w1 * cosine * cosine + w2 * sine * sine;
   match->wxy = (w1 - w2) * cosine * sine;
   match->wyy = w1 * sine * sine + w2 * cosine * cosine;
 }
 
 bool fitHomography(Mvec8Real* motion, Match* matches, int32_t count, int32_t width, int32_t height, double scale,
-                   double anneal, double priorSigma, FitQuality* quality) {
+                   double anneal, FitQuality* quality) {
   *quality = {0.0, 1e9, 1e9};
   const double mx = 0.5 * (width - 1);
   const double my = 0.5 * (height - 1);
   const double unit = RawDouble_sqrt(mx * mx + my * my);
   Mvec8Real h = *motion;
-  Normal normal;
+  Normal normal, scatter;
   double k = scale * anneal;
   double weights = 0.0, squares = 0.0, errors = 0.0;
   for (int32_t round = 0; round < kRounds; ++round) {
     normal = {};
-    const double prior = 1.0 / (priorSigma * priorSigma);
-    for (int32_t i = 4; i < kUnknowns; ++i) normal.a[i][i] = prior;
-    for (int32_t i = 0; i < 4; ++i) normal.a[i][i] = 1e-6;
+    scatter = {};
+    addPrior(&normal, h, mx, my, unit);
     weights = squares = errors = 0.0;
     for (int32_t m = 0; m < count; ++m) {
       Match& match = matches[m];
@@ -95,13 +118,17 @@ bool fitHomography(Mvec8Real* motion, Match* matches, int32_t count, int32_t wid
       weights += match.weight;
       squares += match.weight * square;
       errors += match.weight * (ex * ex + ey * ey);
-      double bx[kUnknowns], by[kUnknowns];
+      double bx[kUnknowns], by[kUnknowns], gradient[kUnknowns];
       basisAt((u - mx) / unit, (v - my) / unit, bx, by);
       for (int32_t i = 0; i < kUnknowns; ++i) {
         const double px = match.weight * unit * (bx[i] * match.wxx + by[i] * match.wxy);
         const double py = match.weight * unit * (bx[i] * match.wxy + by[i] * match.wyy);
-        normal.b[i] += px * ex + py * ey;
-        for (int32_t j = 0; j <= i; ++j) normal.a[i][j] += unit * (px * bx[j] + py * by[j]);
+        gradient[i] = px * ex + py * ey;
+        normal.b[i] += gradient[i];
+        for (int32_t j = 0; j <= i; ++j) {
+          normal.a[i][j] += unit * (px * bx[j] + py * by[j]);
+          scatter.a[i][j] += gradient[i] * gradient[j];
+        }
       }
     }
     if (!decompose(normal.a)) return false;
@@ -127,16 +154,22 @@ bool fitHomography(Mvec8Real* motion, Match* matches, int32_t count, int32_t wid
   const double spread = std::max(1.0, squares / std::max(1.0, 2.0 * weights - kUnknowns));
   double worst = 0.0;
   for (int32_t corner = 0; corner < 4; ++corner) {
-    double bx[kUnknowns], by[kUnknowns];
-    basisAt(corner % 2 == 0 ? -mx / unit : mx / unit, corner / 2 == 0 ? -my / unit : my / unit, bx, by);
-    solveLower(normal.a, bx);
-    solveLower(normal.a, by);
-    double variance = 0.0;
-    for (int32_t i = 0; i < kUnknowns; ++i) variance += bx[i] * bx[i] + by[i] * by[i];
-    worst = std::max(worst, variance);
+    double axis[2][kUnknowns];
+    basisAt(corner % 2 == 0 ? -mx / unit : mx / unit, corner / 2 == 0 ? -my / unit : my / unit, axis[0], axis[1]);
+    double given = 0.0, seen = 0.0;
+    for (double* x : axis) {
+      solveLower(normal.a, x);
+      for (int32_t i = 0; i < kUnknowns; ++i) given += x[i] * x[i];
+      solveUpper(normal.a, x);
+      for (int32_t i = 0; i < kUnknowns; ++i) {
+        for (int32_t j = 0; j < i; ++j) seen += 2.0 * x[i] * x[j] * scatter.a[i][j];
+        seen += x[i] * x[i] * scatter.a[i][i];
+      }
+    }
+    worst = std::max(worst, std::max(given * spread, seen));
   }
   quality->inliers = weights / count;
-  quality->cornerSigma = unit * RawDouble_sqrt(std::max(1e-12, worst * spread));
+  quality->cornerSigma = unit * RawDouble_sqrt(std::max(1e-12, worst));
   quality->error = RawDouble_sqrt(std::max(1e-12, errors / weights));
   *motion = h;
   return true;

@@ -51,8 +51,8 @@ double shiftAt(const ShiftField& field, const double* shifts, const LatticePlace
   return at[0] * place.share[0] + at[1] * place.share[1] + (below[0] * place.share[2] + below[1] * place.share[3]);
 }
 
-void fillMesh(Mesh* mesh, const Mvec8Real& motion, const ShiftField* field, const Mvec8Real* crop, int32_t level,
-              int32_t width, int32_t height) {
+void fillMesh(Mesh* mesh, const Mvec8Real& motion, const ShiftField* field, int32_t level, int32_t width,
+              int32_t height, const Mvec8Real* crop) {
   mesh->across = meshNodes(width);
   mesh->down = meshNodes(height);
   const double scale = static_cast<double>(1 << level);

@@ -60,8 +60,8 @@ double shiftAt(const ShiftField& field, const double* shifts, const LatticePlace
 // The mesh of the pixels of level k of the result, in pixels of level k of the frame. width, height: of that level.
 // motion: result to frame. field: null for none, else crop leads from the result to the base, where the field is at
 // home; a null crop is the identity. mesh: nodes has room for meshNodes(width) x meshNodes(height).
-void fillMesh(Mesh* mesh, const Mvec8Real& motion, const ShiftField* field, const Mvec8Real* crop, int32_t level,
-              int32_t width, int32_t height);
+void fillMesh(Mesh* mesh, const Mvec8Real& motion, const ShiftField* field, int32_t level, int32_t width,
+              int32_t height, const Mvec8Real* crop = nullptr);
 
 // The piece of luma row y in the cell of column i: kMeshStep samples from i x kMeshStep on.
 MeshLine lumaLine(const Mesh& mesh, int32_t i, int32_t y);

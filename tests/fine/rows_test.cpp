@@ -1,0 +1,171 @@
+// The fine road's kernels: every table against its plain form, and against what they are to compute.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "fine/dct_shrink.h"
+#include "fine/sampler.h"
+#include "support/test_arena.h"
+#include "support/test_image.h"
+
+namespace fine {
+namespace {
+
+std::vector<uint8_t> bytes(size_t count, uint32_t seed, bool extreme) {
+  std::mt19937 random(seed);
+  std::vector<uint8_t> out(count);
+  for (uint8_t& v : out) v = static_cast<uint8_t>(extreme ? (random() % 2) * 255 : random());
+  return out;
+}
+
+TEST(FineSampler, TablesAgreeWithThePlainOne) {
+  const Samplers& plain = *samplersAt(0);
+  for (int32_t index = 1; samplersAt(index) != nullptr; ++index) {
+    const Samplers& tuned = *samplersAt(index);
+    for (int32_t count = 1; count <= 200; ++count) {
+      for (const bool extreme : {false, true}) {
+        const std::vector<uint8_t> rows = bytes(4 * 512, static_cast<uint32_t>(count), extreme);
+        std::mt19937 random(static_cast<uint32_t>(count));
+        SampleRun run;
+        for (size_t i = 0; i < 4; ++i) run.rows[i] = rows.data() + 512 * i;
+        run.fx = random() & 0x7fff;
+        run.fy = random() & 0x7fff;
+        run.dx = static_cast<uint16_t>(random());
+        run.dy = static_cast<uint16_t>(random());
+        for (const int channels : {1, 2}) {
+          for (const bool cubic : {false, true}) {
+            std::vector<int16_t> a(512), b(512);
+            (cubic ? plain.cubic : plain.bilinear)[channels - 1](a.data(), run, count);
+            (cubic ? tuned.cubic : tuned.bilinear)[channels - 1](b.data(), run, count);
+            ASSERT_EQ(a, b) << tuned.name << ", " << count << " of " << channels << (cubic ? ", cubic" : ", bilinear");
+          }
+        }
+      }
+    }
+  }
+}
+
+double catmullRom(const double* p, double f) {
+  return p[1] +
+         0.5 * f * (p[2] - p[0] + f * (2 * p[0] - 5 * p[1] + 4 * p[2] - p[3] + f * (3 * (p[1] - p[2]) + p[3] - p[0])));
+}
+
+// Also outside the picture, where the edge goes on.
+TEST(FineSampler, RowsFollowTheBicubicFormula) {
+  constexpr int32_t kWidth = 150, kHeight = 130;
+  TestImage image(kWidth, kHeight, IMAGE_UINT8, 5);
+  std::mt19937 random(3);
+  for (int32_t y = 0; y < kHeight; ++y) {
+    for (int32_t x = 0; x < kWidth; ++x) image.row(0, y)[x] = static_cast<uint8_t>(random());
+  }
+  const Mvec8Real motion = {{1.01, -0.03, 4.3, 0.02, 0.98, -3.7, 1e-5, -2e-5, 1}, {}};
+  std::vector<MeshNode> nodes(static_cast<size_t>(meshNodes(kWidth)) * static_cast<size_t>(meshNodes(kHeight)));
+  Mesh mesh = {0, 0, nodes.data()};
+  fillMesh(&mesh, motion, nullptr, 0, kWidth, kHeight);
+  const auto pixel = [&](int32_t x, int32_t y) {
+    return static_cast<double>(image.row(0, std::clamp(y, 0, kHeight - 1))[std::clamp(x, 0, kWidth - 1)]);
+  };
+  std::vector<int16_t> row(kWidth + kSampleSlack);
+  double worst = 0;
+  for (int32_t y = 0; y < kHeight; ++y) {
+    sampleRow(row.data(), *samplersBest(), true, image, mesh, y, kWidth);
+    for (int32_t x = 0; x < kWidth; ++x) {
+      const MeshNode at = meshPosition(mesh, x, y);
+      double u, v;
+      Mvec8Real_trans2DReal(&motion, &u, &v, x, y);
+      ASSERT_NEAR(at.x / 32768.0, u, 0.03);
+      ASSERT_NEAR(at.y / 32768.0, v, 0.03);
+      const double px = at.x / 32768.0, py = at.y / 32768.0;
+      const auto ix = static_cast<int32_t>(std::floor(px)), iy = static_cast<int32_t>(std::floor(py));
+      double down[4];
+      for (int32_t j = 0; j < 4; ++j) {
+        double across[4];
+        for (int32_t i = 0; i < 4; ++i) across[i] = pixel(ix - 1 + i, iy - 1 + j);
+        down[j] = catmullRom(across, px - ix);
+      }
+      worst = std::max(worst, std::abs(row[static_cast<size_t>(x)] / 64.0 + 128 - catmullRom(down, py - iy)));
+    }
+  }
+  EXPECT_LT(worst, 0.08) << "levels, over random pixels";
+}
+
+// One plane through the transform with all rows of blocks that its rows need.
+std::vector<int16_t> transformed(const std::vector<int16_t>& in, const DctRows& rows, const ShrinkTable& table,
+                                 int32_t width, int32_t height, int16_t sigma) {
+  const int32_t stride = dctStride(width);
+  std::vector<int16_t> padded(static_cast<size_t>((height + 8) * stride) + 8 * kDctSlack), out(padded.size());
+  for (int32_t y = -4; y < height + 4; ++y) {
+    for (int32_t x = -4; x < stride - 4; ++x) {
+      padded[static_cast<size_t>((y + 4) * stride + x + 4)] =
+          in[static_cast<size_t>(std::clamp(y, 0, height - 1) * width + std::clamp(x, 0, width - 1))];
+    }
+  }
+  const std::vector<int16_t> sigmas(static_cast<size_t>(stride / 4) + kDctSlack, sigma);
+  for (int32_t y = 0; y + 8 <= height + 8; y += 4) {
+    rows.shrink(out.data() + y * stride, padded.data() + y * stride, sigmas.data(), table, width);
+  }
+  std::vector<int16_t> result;
+  for (int32_t y = 0; y < height; ++y) {
+    const int16_t* row = out.data() + (y + 4) * stride + 4;
+    result.insert(result.end(), row, row + width);
+  }
+  return result;
+}
+
+TEST(FineDct, IsTheIdentityWithoutThresholdsAndTablesAgree) {
+  ShrinkTable none = {}, some = {};
+  for (int32_t i = 1; i < 64; ++i) {
+    some.threshold[i / 8][i % 8] = static_cast<int16_t>(2000 + 37 * i);
+    some.gain[i / 8][i % 8] = static_cast<int16_t>(200 * i);
+  }
+  for (const int32_t width : {8, 31, 124, 125, 128, 129, 200, 260}) {
+    constexpr int32_t kHeight = 24;
+    std::mt19937 random(static_cast<uint32_t>(width));
+    std::vector<int16_t> in(static_cast<size_t>(width * kHeight));
+    for (int16_t& v : in) v = static_cast<int16_t>(random() % 2049) - 1024;
+    const std::vector<int16_t> same = transformed(in, *dctRowsAt(0), none, width, kHeight, 640);
+    double squares = 0;
+    for (size_t i = 0; i < in.size(); ++i) {
+      ASSERT_NEAR(same[i], in[i], 7) << width << " at " << i;
+      squares += std::pow(same[i] - in[i], 2);
+    }
+    EXPECT_LT(squares / static_cast<double>(in.size()), 2.5) << "rounding only, in eighths of a level";
+    const std::vector<int16_t> shrunk = transformed(in, *dctRowsAt(0), some, width, kHeight, 640);
+    EXPECT_NE(shrunk, same);
+    for (int32_t index = 1; dctRowsAt(index) != nullptr; ++index) {
+      EXPECT_EQ(transformed(in, *dctRowsAt(index), some, width, kHeight, 640), shrunk) << dctRowsAt(index)->name;
+    }
+  }
+}
+
+TEST(FineDct, TakesNoiseAndLeavesMeansAndEdges) {
+  constexpr int32_t kSide = 64;
+  ShrinkTable table = {};
+  for (int32_t i = 1; i < 64; ++i) table.threshold[i / 8][i % 8] = 3 * 2048 / 2;  // 1.5 sigma
+  std::mt19937 random(1);
+  std::normal_distribution<double> normal(0, 4.0 * 8);  // four levels
+  for (int32_t level = 0; level < 256; level += 51) {
+    std::vector<int16_t> in(kSide * kSide);
+    double before = 0;
+    for (int32_t i = 0; i < kSide * kSide; ++i) {
+      const int32_t clean = 8 * ((i % kSide < kSide / 2 ? level : 255 - level) - 128);
+      in[static_cast<size_t>(i)] = static_cast<int16_t>(clean + std::lround(normal(random)));
+      before += std::pow(in[static_cast<size_t>(i)] - clean, 2);
+    }
+    const std::vector<int16_t> out = transformed(in, *dctRowsBest(), table, kSide, kSide, 4 * 128);
+    double after = 0, mean = 0, meanBefore = 0;
+    for (int32_t i = 0; i < kSide * kSide; ++i) {
+      const int32_t clean = 8 * ((i % kSide < kSide / 2 ? level : 255 - level) - 128);
+      after += std::pow(out[static_cast<size_t>(i)] - clean, 2);
+      mean += out[static_cast<size_t>(i)];
+      meanBefore += in[static_cast<size_t>(i)];
+    }
+    EXPECT_LT(after, 0.25 * before) << level;
+    EXPECT_NEAR(mean / (kSide * kSide), meanBefore / (kSide * kSide), 0.4) << "an eighth of a level is one";
+  }
+}
+
+}  // namespace
+}  // namespace fine
