@@ -173,6 +173,7 @@ Status prepareBase(AlignBase* base, Env* env, const Pyramid* pyramid, Block* blo
     } else {
       for (float& variance : noise.variance) variance *= 0.25f;
     }
+    if (k == base->finest) base->noise = noise;
     base->blocks[k] = blocks + static_cast<ptrdiff_t>(k) * kMostBlocks;
     base->count[k] = chooseBlocks(base->blocks[k], pyramid->level[k], noise);
   }

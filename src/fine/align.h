@@ -46,6 +46,7 @@ struct AlignBase {
   int32_t count[kMostLevels];
   Block* blocks[kMostLevels];  // kMostBlocks each
   CoarseBase* coarse;
+  NoiseCurve noise;  // of the finest level
 };
 
 // blocks: room for kMostBlocks x levels. ZELVAN_ERROR_NOMEM.

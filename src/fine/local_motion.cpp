@@ -15,8 +15,8 @@ constexpr double kWide = 16.0;      // k and c of the first round, by their own
 constexpr double kNarrowing = 0.6;  // from round to round
 constexpr int32_t kSteps = 12;      // of conjugate gradients a round
 constexpr double kNotable = 4.0;    // squared length of a shift by a match's own accuracy
-constexpr double kLeastGain = 0.08;
-constexpr double kLeastSignificance = 3.5;
+constexpr double kLeastGain = 0.03;
+constexpr double kLeastSignificance = 2.5;
 constexpr int32_t kBoth = 2;  // colours
 
 double weightOf(double square, double k) {
@@ -254,6 +254,13 @@ bool findLocalMotion(ShiftField* field, const AlignBase& base, const Pyramid& fr
     found += trackLevel(matches + found, kMostMatches - found, base, frame, k, motion, field, 3, 4.0);
     fitShifts(field, motion, matches, found, scratch);
   }
+  const int32_t k = base.finest;
+  AlignBase small = base;
+  small.blocks[k] = scratch->small;
+  small.count[k] = chooseSmallBlocks(scratch->small, base.pyramid->level[k], base.noise);
+  found = trackLevel(matches, kMostMatches, base, frame, k, motion, field, 3, 4.0);
+  found += trackLevel(matches + found, kMostMatches - found, small, frame, k, motion, field, 3, 4.0);
+  fitShifts(field, motion, matches, found, scratch);
   return true;
 }
 

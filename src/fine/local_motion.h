@@ -14,7 +14,7 @@
 // Noise alone fails that, and so do blocks that went astray; then the homography stays plain.
 //
 // A field that is needed is sharpened: the blocks are tracked again from H + u, from the third finest level on, so that
-// blocks which were beyond reach at first are found.
+// blocks which were beyond reach at first are found; last, small blocks draw the outlines.
 //
 // Shifts are in full-size pixels. Everything is done in doubles in a fixed order: the same bits on any machine.
 #ifndef ZVT4_FINE_LOCAL_MOTION_H_
@@ -25,7 +25,7 @@
 
 namespace fine {
 
-inline constexpr int32_t kMostShiftNodes = 800;
+inline constexpr int32_t kMostShiftNodes = 1400;
 
 // A match as the fit sees it.
 struct LocalMatch {
@@ -40,6 +40,7 @@ struct LocalScratch {
   LocalMatch matches[kMostMatches];
   double shifts[4][kMostShiftNodes];                      // fields of the cross-validation
   double right[kMostShiftNodes], below[kMostShiftNodes];  // weights of edges
+  Block small[kMostSmallBlocks];
   double solver[4][2 * kMostShiftNodes];
 };
 

@@ -13,7 +13,7 @@
 
 namespace fine {
 
-inline constexpr int32_t kMeshShift = 6;
+inline constexpr int32_t kMeshShift = 5;
 inline constexpr int32_t kMeshStep = 1 << kMeshShift;
 
 struct MeshNode {
