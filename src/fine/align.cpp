@@ -7,14 +7,14 @@
 namespace fine {
 namespace {
 
-constexpr double kFloor = 0.05;      // standard deviation of a block's position that no structure lowers, in pixels
-constexpr double kScale = 3.0;       // k of the robust weight
-constexpr int32_t kBeside = 3;       // levels above the finest that the last fit hears, too
-constexpr double kSureSigma = 0.15;  // above that, in pixels of the finest level, a motion is found a second time
-constexpr double kAside = 1.5;       // from so far beside it at the corners by zoom, and by turn
-constexpr double kMostAside = 0.6;   // and must come as near
-constexpr double kBehind = 0.6;      // a candidate of a score below that share of the best one's is given up
-constexpr double kLeastInliers = 0.22;  // depth leaves many blocks off a single homography
+constexpr double kFloor = 0.05;        // standard deviation of a block's position that no structure lowers, in pixels
+constexpr double kScale = 3.0;         // k of the robust weight
+constexpr int32_t kBeside = 3;         // levels above the finest that the last fit hears, too
+constexpr double kSureSigma = 0.15;    // above that, in pixels of the finest level, a motion is found a second time
+constexpr double kAside = 1.5;         // from so far beside it at the corners by zoom, and by turn
+constexpr double kMostAside = 0.6;     // and must come as near
+constexpr double kBehind = 0.6;        // a candidate of a score below that share of the best one's is given up
+constexpr double kLeastInliers = 0.3;  // depth leaves many blocks off a single homography
 constexpr double kMostCornerSigma = 0.5;  // in pixels of the finest level
 
 Mvec8Real fullMotion(const Mvec8Real& motion, int32_t level) {
@@ -37,36 +37,13 @@ struct Matches {
   int32_t tried;  // blocks that know something, or would if they were seen
 };
 
-// Tracks the blocks of a level from a full-size motion and adds what is found.
 void collect(Matches* out, const AlignBase& base, const Pyramid& frame, int32_t k, const Mvec8Real& full,
              int32_t rounds, double reach) {
-  const Image& from = base.pyramid->level[k];
-  const Mvec8Real motion = levelMotion(full, k);
-  const double s = static_cast<double>(1 << k);
   out->tried += base.count[k];
-  for (int32_t i = 0; i < base.count[k] && out->count < kMostMatches; ++i) {
-    const Block& block = base.blocks[k][i];
-    const BlockShift shift = trackBlock(block, from, frame.level[k], motion, rounds, reach);
-    if (!shift.good) continue;
-    double along, across;
-    shiftVariances(&along, &across, block, shift);
-    if (!(along > 0.0)) {
-      --out->tried;
-      continue;
-    }
-    Match& match = out->items[out->count++];
-    const double x = block.left + block.centre();
-    const double y = block.top + block.centre();
-    double u, v;
-    Mvec8Real_trans2DReal(&motion, &u, &v, x, y);
-    match.x = (x + 0.5) * s - 0.5;
-    match.y = (y + 0.5) * s - 0.5;
-    match.u = (u + shift.x + 0.5) * s - 0.5;
-    match.v = (v + shift.y + 0.5) * s - 0.5;
-    const double rounding = kFloor * kFloor;
-    setInformation(&match, block.cosine, block.sine, s * s * (along + rounding),
-                   across > 0.0 ? s * s * (across + rounding) : -1.0);
-  }
+  int32_t unknowing = 0;
+  out->count += trackLevel(out->items + out->count, kMostMatches - out->count, base, frame, k, full, nullptr, rounds,
+                           reach, &unknowing);
+  out->tried -= unknowing;
 }
 
 bool fit(Mvec8Real* full, const Matches& matches, const AlignBase& base, double anneal, FitQuality* quality) {
@@ -134,13 +111,14 @@ void addCandidate(Candidate* list, int32_t* count, const Candidate& c, const Ima
 
 // From a level to the finest; the kBeside levels above it stay beside it.
 bool refine(Mvec8Real* motion, const AlignBase& base, const Pyramid& frame, int32_t from, Match* scratch,
-            FitQuality* quality) {
+            FitQuality* quality, int32_t* count) {
   Matches matches = {scratch, 0, 0};
   for (int32_t k = from; k >= base.finest; --k) {
     if (k >= base.finest + kBeside) matches = {scratch, 0, 0};
     collect(&matches, base, frame, k, *motion, k == base.finest ? 2 : 3, 4.0);
     if (!fit(motion, matches, base, k == base.finest ? 2.5 : 5.0, quality)) return false;
   }
+  *count = matches.count;
   return true;
 }
 
@@ -157,7 +135,9 @@ bool comesBack(const Mvec8Real& motion, const AlignBase& base, const Pyramid& fr
     Mvec8Real other;
     Mvec8Real_mult(&other, &aside, &motion);
     FitQuality quality;
-    if (!refine(&other, base, frame, std::min(base.pyramid->count - 1, base.finest + kBeside), scratch, &quality) ||
+    int32_t count;
+    if (!refine(&other, base, frame, std::min(base.pyramid->count - 1, base.finest + kBeside), scratch, &quality,
+                &count) ||
         worstCorner(other, motion, picture) > kMostAside * pixel) {
       return false;
     }
@@ -184,6 +164,45 @@ bool isHandMotion(const Mvec8Real& motion, int32_t width, int32_t height) {
 
 }  // namespace
 
+int32_t trackLevel(Match* out, int32_t most, const AlignBase& base, const Pyramid& frame, int32_t k,
+                   const Mvec8Real& full, const ShiftField* field, int32_t rounds, double reach, int32_t* unknowing) {
+  const Image& from = base.pyramid->level[k];
+  const Mvec8Real plain = levelMotion(full, k);
+  const double s = static_cast<double>(1 << k);
+  int32_t count = 0;
+  for (int32_t i = 0; i < base.count[k] && count < most; ++i) {
+    const Block& block = base.blocks[k][i];
+    const double x = block.left + block.centre();
+    const double y = block.top + block.centre();
+    Match& match = out[count];
+    match.x = (x + 0.5) * s - 0.5;
+    match.y = (y + 0.5) * s - 0.5;
+    Mvec8Real motion = plain;
+    if (field != nullptr) {
+      const LatticePlace place = latticePlace(*field, match.x, match.y);
+      const double shift[2] = {shiftAt(*field, field->x, place) / s, shiftAt(*field, field->y, place) / s};
+      for (int32_t e = 0; e < 6; ++e) motion.h[e] += shift[e / 3] * plain.h[6 + e % 3];
+    }
+    const BlockShift shift = trackBlock(block, from, frame.level[k], motion, rounds, reach);
+    if (!shift.good) continue;
+    double along, across;
+    shiftVariances(&along, &across, block, shift);
+    if (!(along > 0.0)) {
+      if (unknowing != nullptr) ++*unknowing;
+      continue;
+    }
+    double u, v;
+    Mvec8Real_trans2DReal(&motion, &u, &v, x, y);
+    match.u = (u + shift.x + 0.5) * s - 0.5;
+    match.v = (v + shift.y + 0.5) * s - 0.5;
+    const double rounding = kFloor * kFloor;
+    setInformation(&match, block.cosine, block.sine, s * s * (along + rounding),
+                   across > 0.0 ? s * s * (across + rounding) : -1.0);
+    ++count;
+  }
+  return count;
+}
+
 Status prepareBase(AlignBase* base, Env* env, const Pyramid* pyramid, Block* blocks, CoarseBase* coarse) {
   base->pyramid = pyramid;
   base->coarse = coarse;
@@ -200,6 +219,7 @@ Status prepareBase(AlignBase* base, Env* env, const Pyramid* pyramid, Block* blo
     } else {
       for (float& variance : noise.variance) variance *= 0.25f;
     }
+    if (k == base->finest) base->noise = noise;
     base->blocks[k] = blocks + static_cast<ptrdiff_t>(k) * kMostBlocks;
     base->count[k] = chooseBlocks(base->blocks[k], pyramid->level[k], noise);
   }
@@ -266,7 +286,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
   }
   Mvec8Real best = tried[0].motion;
   const int32_t from = std::min(judge - 1, std::max(k, base.finest + kBeside));
-  const bool fitted = refine(&best, base, frame, from, scratch, &out->quality);
+  const bool fitted = refine(&best, base, frame, from, scratch, &out->quality, &out->matches);
   if (!fitted) {
     out->verdict = FEW_BLOCKS;
     return;
@@ -277,9 +297,12 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
   if (out->quality.inliers < kLeastInliers) out->verdict |= NO_AGREEMENT;
   if (out->quality.cornerSigma > kMostCornerSigma * (1 << base.finest)) out->verdict |= NOT_DETERMINED;
   if (out->unexplained > 0.6) out->verdict |= NOT_EXPLAINED;
-  if (out->verdict == ALIGNED && out->quality.cornerSigma > kSureSigma * (1 << base.finest) &&
-      !comesBack(best, base, frame, scratch)) {
-    out->verdict |= NOT_DETERMINED;
+  if (out->verdict == ALIGNED && out->quality.cornerSigma > kSureSigma * (1 << base.finest)) {
+    if (!comesBack(best, base, frame, scratch)) out->verdict |= NOT_DETERMINED;
+    // The test has used the scratch: the matches that a caller may ask for are those of the motion again.
+    FitQuality again;
+    Mvec8Real same = best;
+    refine(&same, base, frame, from, scratch, &again, &out->matches);
   }
   if (!isHandMotion(best, base.pyramid->level[0].width, base.pyramid->level[0].height)) out->verdict |= TOO_FAR;
 }

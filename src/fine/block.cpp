@@ -10,6 +10,8 @@ namespace fine {
 namespace {
 
 constexpr int32_t kMostCells = 24;
+constexpr int32_t kSmallBlock = 16;
+constexpr int32_t kMostSmallCells = 32;
 constexpr double kLeastStructure = 0.4;  // eigenvalue of A by pixel, in squared levels
 constexpr double kLeastSignal = 0.6;     // eigenvalue without noise by what noise gives it
 
@@ -167,13 +169,11 @@ Sums residualSums(const Block& block, const Image& base, const Image& frame, int
   return total;
 }
 
-}  // namespace
-
-int32_t chooseBlocks(Block* blocks, const Image& level, const NoiseCurve& noise) {
-  const int32_t side = std::max(level.width, level.height);
-  const int32_t size = side >= 900 ? 32 : side >= 150 ? 24 : 16;
-  const int32_t across = std::clamp(level.width / size, 1, kMostCells);
-  const int32_t down = std::clamp(level.height / size, 1, kMostCells);
+// Blocks of a size, at most so many cells in each direction.
+int32_t chooseOfSize(Block* blocks, const Image& level, const NoiseCurve& noise, int32_t size, int32_t cells) {
+  if (level.width < size + 2 || level.height < size + 2) return 0;
+  const int32_t across = std::clamp(level.width / size, 1, cells);
+  const int32_t down = std::clamp(level.height / size, 1, cells);
   int32_t count = 0;
   for (int32_t j = 0; j < down; ++j) {
     for (int32_t i = 0; i < across; ++i) {
@@ -195,6 +195,17 @@ int32_t chooseBlocks(Block* blocks, const Image& level, const NoiseCurve& noise)
     }
   }
   return count;
+}
+
+}  // namespace
+
+int32_t chooseBlocks(Block* blocks, const Image& level, const NoiseCurve& noise) {
+  const int32_t side = std::max(level.width, level.height);
+  return chooseOfSize(blocks, level, noise, side >= 900 ? 32 : side >= 150 ? 24 : 16, kMostCells);
+}
+
+int32_t chooseSmallBlocks(Block* blocks, const Image& level, const NoiseCurve& noise) {
+  return chooseOfSize(blocks, level, noise, kSmallBlock, kMostSmallCells);
 }
 
 BlockShift trackBlock(const Block& block, const Image& base, const Image& frame, const Mvec8Real& motion,

@@ -27,18 +27,32 @@ struct AlignJob {
   const AlignBase* base;
   Match* matches;  // kMostMatches a frame
   int32_t baseId;
-  bool again;  // only frames that failed, with the motions of their neighbours
 };
 
 Status alignOne(AlignJob* job, int32_t id, const PelContext*) {
-  Burst* b = job->burst;
-  FrameRecord& frame = b->frames[id];
+  FrameRecord& frame = job->burst->frames[id];
   Match* matches = job->matches + static_cast<ptrdiff_t>(id) * kMostMatches;
-  if (id == job->baseId) return ZELVAN_OK;
-  if (!job->again) {
-    alignFrame(&frame.alignment, *job->base, frame.pyramid, nullptr, 0, matches);
-    return ZELVAN_OK;
-  }
+  if (id != job->baseId) alignFrame(&frame.alignment, *job->base, frame.pyramid, nullptr, 0, matches);
+  return ZELVAN_OK;
+}
+
+// A pointer to the field of a frame that has one.
+const ShiftField* fieldOf(const FrameRecord& frame) {
+  return frame.bent != 0 ? &frame.field : nullptr;
+}
+
+// Local motion of an accepted frame, from the matches that aligned it.
+Status bendOne(AlignJob* job, int32_t id, const PelContext*) {
+  FrameRecord& frame = job->burst->frames[id];
+  frame.bent = 0;
+  if (id == job->baseId || frame.alignment.verdict != ALIGNED) return ZELVAN_OK;
+  const ScopedBlock<LocalScratch> scratch(job->burst->env, 1);
+  if (!scratch) return ZELVAN_ERROR_NOMEM;
+  Match* matches = job->matches + static_cast<ptrdiff_t>(id) * kMostMatches;
+  frame.bent = findLocalMotion(&frame.field, *job->base, frame.pyramid, frame.alignment.motion, matches,
+                               frame.alignment.matches, scratch.data())
+                   ? 1
+                   : 0;
   return ZELVAN_OK;
 }
 
@@ -71,9 +85,9 @@ Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
   Alignment* own = &burst->frames[baseId].alignment;
   *own = {};
   Mvec8Real_setIdentity(&own->motion);
-  AlignJob job = {burst, &base, matches.data(), baseId, false};
+  AlignJob job = {burst, &base, matches.data(), baseId};
   static constexpr PelKernel kKernel = pelIndexed<AlignJob, alignOne>();
-  const Status status = executeToEnd(burst->pel, &kKernel, &job, burst->added);
+  Status status = executeToEnd(burst->pel, &kKernel, &job, burst->added);
   *accepted = 0;
   // A frame that failed, or is far less certain than the others, is tried again from where its neighbours in time lie.
   const double doubtful = 2.0 * medianCornerSigma(*burst, baseId);
@@ -92,16 +106,36 @@ Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
     }
     if (count == 0) continue;
     Alignment again;
-    alignFrame(&again, base, burst->frames[i].pyramid, proposals, count, matches.data());
+    Match* spare = job.matches + static_cast<ptrdiff_t>(baseId) * kMostMatches;
+    alignFrame(&again, base, burst->frames[i].pyramid, proposals, count, spare);
     if (again.verdict == ALIGNED &&
         (first.verdict != ALIGNED || again.quality.cornerSigma < first.quality.cornerSigma)) {
       first = again;
+      std::copy(spare, spare + again.matches, job.matches + static_cast<ptrdiff_t>(i) * kMostMatches);
     }
     // Alone with its doubts: some other place looked right to it.
     if (first.verdict == ALIGNED && first.quality.cornerSigma > 1.25 * doubtful) first.verdict = NOT_DETERMINED;
   }
   for (int32_t i = 0; i < burst->added; ++i) *accepted += i != baseId && burst->frames[i].alignment.verdict == ALIGNED;
+  if (status != ZELVAN_OK) return status;
+  static constexpr PelKernel kBend = pelIndexed<AlignJob, bendOne>();
+  status = executeToEnd(burst->pel, &kBend, &job, burst->added);
   return status;
+}
+
+Status placeFields(Burst* burst) {
+  const ShiftField lattice = shiftLattice(burst->width, burst->height);
+  const size_t nodes = static_cast<size_t>(lattice.across) * static_cast<size_t>(lattice.down);
+  burst->shifts = static_cast<double*>(
+      Heap2_malloc(&burst->env->heap, static_cast<uint32_t>(2 * nodes * kMostFrames * sizeof(double))));
+  if (burst->shifts == nullptr) return ZELVAN_ERROR_NOMEM;
+  for (size_t i = 0; i < kMostFrames; ++i) {
+    ShiftField& field = burst->frames[i].field;
+    field = lattice;
+    field.x = burst->shifts + 2 * i * nodes;
+    field.y = field.x + nodes;
+  }
+  return ZELVAN_OK;
 }
 
 // Sharpest first, the earlier one on a tie.
@@ -219,7 +253,7 @@ Status weighFrame(Burst* b, const WeightBase& base, int32_t k) {
       b->env, static_cast<size_t>(meshNodes(map.width)) * static_cast<size_t>(meshNodes(map.height)));
   if (!nodes) return ZELVAN_ERROR_NOMEM;
   Mesh mesh = {0, 0, nodes.data()};
-  fillMesh(&mesh, resultMotion(*b, b->order[k]), nullptr, kMapLevel, map.width, map.height);
+  fillMesh(&mesh, resultMotion(*b, b->order[k]), fieldOf(frame), kMapLevel, map.width, map.height, &b->crop);
   const WeightInput input = {&base, &frame.pyramid, &mesh, samplersBest(), b->settings.strictness};
   return makeWeights(&frame.weights, &frame.drift, &frame.share, b->env, input);
 }
@@ -243,7 +277,7 @@ Status measureNoise(Burst* burst) {
     const FrameRecord& frame = burst->frames[burst->order[k]];
     if (frame.status != MERGED) continue;
     mapMeshes[count].nodes = nodes.data() + static_cast<size_t>(count) * mapNodes;
-    fillMesh(&mapMeshes[count], frame.alignment.motion, nullptr, kMapLevel, map.width, map.height);
+    fillMesh(&mapMeshes[count], frame.alignment.motion, fieldOf(frame), kMapLevel, map.width, map.height);
     pairs[count] = {&base.image, &frame.image, &base.pyramid, &frame.pyramid, &frame.mesh, &mapMeshes[count]};
     ++count;
   }
@@ -478,6 +512,7 @@ void release(Burst* burst) {
     destruct_Image(&frame.shares);
   }
   for (Image* image : {&burst->left, &burst->mapLuma, &burst->mapColour}) destruct_Image(image);
+  if (burst->shifts != nullptr) Heap2_free(&env->heap, burst->shifts);
   if (burst->nodes != nullptr) Heap2_free(&env->heap, burst->nodes);
   construct(burst, env);
 }
@@ -533,6 +568,7 @@ Status align(Burst* burst) {
   Env* env = burst->env;
   if (burst->added < 1) return ZELVAN_ERROR_STATE;
   rank(burst);
+  if (const Status s = placeFields(burst); s != ZELVAN_OK) return s;
   if (const Status s = chooseBase(burst); s != ZELVAN_OK) return s;
   judgeFrames(burst);
   const size_t nodes = static_cast<size_t>(meshNodes(burst->width)) * static_cast<size_t>(meshNodes(burst->height));
@@ -540,14 +576,16 @@ Status align(Burst* burst) {
       static_cast<MeshNode*>(Heap2_malloc(&env->heap, static_cast<uint32_t>(nodes * kMostFrames * sizeof(MeshNode))));
   if (burst->nodes == nullptr) return ZELVAN_ERROR_NOMEM;
   for (int32_t i = 0; i < burst->added; ++i) {
-    burst->frames[i].mesh.nodes = burst->nodes + static_cast<size_t>(i) * nodes;
-    fillMesh(&burst->frames[i].mesh, burst->frames[i].alignment.motion, nullptr, 0, burst->width, burst->height);
+    FrameRecord& frame = burst->frames[i];
+    frame.mesh.nodes = burst->nodes + static_cast<size_t>(i) * nodes;
+    fillMesh(&frame.mesh, frame.alignment.motion, fieldOf(frame), 0, burst->width, burst->height);
   }
   if (const Status s = measureNoise(burst); s != ZELVAN_OK) return s;
   if (burst->settings.scaling != 0) chooseCrop(burst);
   if (burst->cropped != 0) {
     for (int32_t i = 0; i < burst->added; ++i) {
-      fillMesh(&burst->frames[i].mesh, resultMotion(*burst, i), nullptr, 0, burst->width, burst->height);
+      FrameRecord& frame = burst->frames[i];
+      fillMesh(&frame.mesh, resultMotion(*burst, i), fieldOf(frame), 0, burst->width, burst->height, &burst->crop);
     }
   }
   if (const Status s = makeMapBase(burst); s != ZELVAN_OK) return s;

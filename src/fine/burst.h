@@ -11,6 +11,7 @@
 
 #include "fine/align.h"
 #include "fine/fusion.h"
+#include "fine/local_motion.h"
 #include "fine/noise.h"
 #include "fine/sharpness.h"
 #include "parallel/parallel_executor.h"
@@ -47,6 +48,8 @@ struct FrameRecord {
   FrameStatus status;
   Alignment alignment;
   int32_t strength;  // what a pixel of it counts by one of the base, Q8
+  ShiftField field;  // on top of the motion
+  int32_t bent;      // nonzero: the field counts
   float share;       // mean weight of what it covers
   Drift drift;
   Mesh mesh;
@@ -68,6 +71,7 @@ struct Burst {
   int32_t cropped;             // nonzero: crop is not the identity
   Noise noise;
   MeshNode* nodes;  // of all meshes
+  double* shifts;   // of all fields
   Image left;       // see Fusion
   Image mapLuma;    // the base on the result's grid at level kMapLevel
   Image mapColour;
