@@ -15,7 +15,7 @@
 
 #if defined(__SANITIZE_ADDRESS__) || ZVT4_HAS_FEATURE(address_sanitizer)
 #include <sanitizer/asan_interface.h>
-#define ZVT4_NOT_SANITIZED [[gnu::no_sanitize("address")]]
+#define ZVT4_NOT_SANITIZED __attribute__((no_sanitize("address")))
 #define ZVT4_POISONS 1
 inline void poison(const void* start, size_t bytes) {
   __asan_poison_memory_region(start, bytes);
