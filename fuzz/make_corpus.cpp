@@ -68,6 +68,8 @@ void makeApi() {
       {"auto-scaling", 0, {2, 1, 0, 1, 0}, 1, {20}},
       {"levels", 0, {2, 3, 0, 7, 0, 2, 4, 0, 5, 0, 2, 5, 0, 3, 0}, 1, {}},
       {"curve", 0, {2, 7, 0, 5, 0}, 1, {}},
+      {"fine", 0, {2, 14, 0, 1, 0}, 1, {19, 0, 1}},
+      {"fine-enhance", 3, {2, 14, 0, 1, 0, 2, 1, 0, 1, 0, 2, 13, 0, 3, 0}, 0, {17, 19, 0, 0, 20}},
   };
   for (const Seed& seed : seeds) {
     Bytes bytes = {kMayMerge, kStay, kStay};
