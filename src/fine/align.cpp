@@ -9,8 +9,13 @@ namespace {
 
 constexpr double kFloor = 0.05;        // standard deviation of a block's position that no structure lowers, in pixels
 constexpr double kScale = 3.0;         // k of the robust weight
-constexpr double kLeastInliers = 0.2;  // depth leaves most blocks off a single homography
-constexpr double kMostCornerSigma = 0.42;  // in pixels of the finest level
+constexpr int32_t kBeside = 3;         // levels above the finest that the last fit hears, too
+constexpr double kSureSigma = 0.15;    // above that, in pixels of the finest level, a motion is found a second time
+constexpr double kAside = 1.5;         // from so far beside it at the corners by zoom, and by turn
+constexpr double kMostAside = 0.6;     // and must come as near
+constexpr double kBehind = 0.6;        // a candidate of a score below that share of the best one's is given up
+constexpr double kLeastInliers = 0.3;  // depth leaves many blocks off a single homography
+constexpr double kMostCornerSigma = 0.5;  // in pixels of the finest level
 
 Mvec8Real fullMotion(const Mvec8Real& motion, int32_t level) {
   const double s = static_cast<double>(1 << level);
@@ -29,36 +34,16 @@ Mvec8Real fullMotion(const Mvec8Real& motion, int32_t level) {
 struct Matches {
   Match* items;
   int32_t count;
-  int32_t tried;  // blocks
+  int32_t tried;  // blocks that know something, or would if they were seen
 };
 
-// Tracks the blocks of a level from a full-size motion and adds what is found.
 void collect(Matches* out, const AlignBase& base, const Pyramid& frame, int32_t k, const Mvec8Real& full,
              int32_t rounds, double reach) {
-  const Image& from = base.pyramid->level[k];
-  const Mvec8Real motion = levelMotion(full, k);
-  const double s = static_cast<double>(1 << k);
   out->tried += base.count[k];
-  for (int32_t i = 0; i < base.count[k] && out->count < kMostMatches; ++i) {
-    const Block& block = base.blocks[k][i];
-    const BlockShift shift = trackBlock(block, from, frame.level[k], motion, rounds, reach);
-    if (!shift.good) continue;
-    double along, across;
-    shiftVariances(&along, &across, block, shift);
-    if (!(along > 0.0)) continue;
-    Match& match = out->items[out->count++];
-    const double x = block.left + block.centre();
-    const double y = block.top + block.centre();
-    double u, v;
-    Mvec8Real_trans2DReal(&motion, &u, &v, x, y);
-    match.x = (x + 0.5) * s - 0.5;
-    match.y = (y + 0.5) * s - 0.5;
-    match.u = (u + shift.x + 0.5) * s - 0.5;
-    match.v = (v + shift.y + 0.5) * s - 0.5;
-    const double rounding = kFloor * kFloor;
-    setInformation(&match, block.cosine, block.sine, s * s * (along + rounding),
-                   across > 0.0 ? s * s * (across + rounding) : -1.0);
-  }
+  int32_t unknowing = 0;
+  out->count += trackLevel(out->items + out->count, kMostMatches - out->count, base, frame, k, full, nullptr, rounds,
+                           reach, &unknowing);
+  out->tried -= unknowing;
 }
 
 bool fit(Mvec8Real* full, const Matches& matches, const AlignBase& base, double anneal, FitQuality* quality) {
@@ -124,6 +109,42 @@ void addCandidate(Candidate* list, int32_t* count, const Candidate& c, const Ima
   ++*count;
 }
 
+// From a level to the finest; the kBeside levels above it stay beside it.
+bool refine(Mvec8Real* motion, const AlignBase& base, const Pyramid& frame, int32_t from, Match* scratch,
+            FitQuality* quality, int32_t* count) {
+  Matches matches = {scratch, 0, 0};
+  for (int32_t k = from; k >= base.finest; --k) {
+    if (k >= base.finest + kBeside) matches = {scratch, 0, 0};
+    collect(&matches, base, frame, k, *motion, k == base.finest ? 2 : 3, 4.0);
+    if (!fit(motion, matches, base, k == base.finest ? 2.5 : 5.0, quality)) return false;
+  }
+  *count = matches.count;
+  return true;
+}
+
+// Noise confirms whatever motion its blocks are given, structure does not: from a little beside it the same motion must
+// be found again.
+bool comesBack(const Mvec8Real& motion, const AlignBase& base, const Pyramid& frame, Match* scratch) {
+  const Image& picture = base.pyramid->level[0];
+  const double mx = 0.5 * (picture.width - 1);
+  const double my = 0.5 * (picture.height - 1);
+  const double pixel = 1 << base.finest;
+  const double d = kAside * pixel / RawDouble_sqrt(mx * mx + my * my);
+  for (const double zoom : {-d, d}) {
+    const Mvec8Real aside = {{1 + zoom, -d, d * my - zoom * mx, d, 1 + zoom, -d * mx - zoom * my, 0, 0, 1}, {}};
+    Mvec8Real other;
+    Mvec8Real_mult(&other, &aside, &motion);
+    FitQuality quality;
+    int32_t count;
+    if (!refine(&other, base, frame, std::min(base.pyramid->count - 1, base.finest + kBeside), scratch, &quality,
+                &count) ||
+        worstCorner(other, motion, picture) > kMostAside * pixel) {
+      return false;
+    }
+  }
+  return true;
+}
+
 bool isHandMotion(const Mvec8Real& motion, int32_t width, int32_t height) {
   const double* h = motion.h;
   const double area = h[0] * h[4] - h[1] * h[3];
@@ -143,6 +164,45 @@ bool isHandMotion(const Mvec8Real& motion, int32_t width, int32_t height) {
 
 }  // namespace
 
+int32_t trackLevel(Match* out, int32_t most, const AlignBase& base, const Pyramid& frame, int32_t k,
+                   const Mvec8Real& full, const ShiftField* field, int32_t rounds, double reach, int32_t* unknowing) {
+  const Image& from = base.pyramid->level[k];
+  const Mvec8Real plain = levelMotion(full, k);
+  const double s = static_cast<double>(1 << k);
+  int32_t count = 0;
+  for (int32_t i = 0; i < base.count[k] && count < most; ++i) {
+    const Block& block = base.blocks[k][i];
+    const double x = block.left + block.centre();
+    const double y = block.top + block.centre();
+    Match& match = out[count];
+    match.x = (x + 0.5) * s - 0.5;
+    match.y = (y + 0.5) * s - 0.5;
+    Mvec8Real motion = plain;
+    if (field != nullptr) {
+      const LatticePlace place = latticePlace(*field, match.x, match.y);
+      const double shift[2] = {shiftAt(*field, field->x, place) / s, shiftAt(*field, field->y, place) / s};
+      for (int32_t e = 0; e < 6; ++e) motion.h[e] += shift[e / 3] * plain.h[6 + e % 3];
+    }
+    const BlockShift shift = trackBlock(block, from, frame.level[k], motion, rounds, reach);
+    if (!shift.good) continue;
+    double along, across;
+    shiftVariances(&along, &across, block, shift);
+    if (!(along > 0.0)) {
+      if (unknowing != nullptr) ++*unknowing;
+      continue;
+    }
+    double u, v;
+    Mvec8Real_trans2DReal(&motion, &u, &v, x, y);
+    match.u = (u + shift.x + 0.5) * s - 0.5;
+    match.v = (v + shift.y + 0.5) * s - 0.5;
+    const double rounding = kFloor * kFloor;
+    setInformation(&match, block.cosine, block.sine, s * s * (along + rounding),
+                   across > 0.0 ? s * s * (across + rounding) : -1.0);
+    ++count;
+  }
+  return count;
+}
+
 Status prepareBase(AlignBase* base, Env* env, const Pyramid* pyramid, Block* blocks, CoarseBase* coarse) {
   base->pyramid = pyramid;
   base->coarse = coarse;
@@ -159,6 +219,7 @@ Status prepareBase(AlignBase* base, Env* env, const Pyramid* pyramid, Block* blo
     } else {
       for (float& variance : noise.variance) variance *= 0.25f;
     }
+    if (k == base->finest) base->noise = noise;
     base->blocks[k] = blocks + static_cast<ptrdiff_t>(k) * kMostBlocks;
     base->count[k] = chooseBlocks(base->blocks[k], pyramid->level[k], noise);
   }
@@ -186,7 +247,7 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
     Candidate c = {candidates[i], 0.0};
     FitQuality quality;
     for (int32_t k = coarsest; k >= judge; --k) {
-      for (const double anneal : {3.0, 1.5}) {
+      for (const double anneal : {7.0, 3.5}) {
         Matches matches = {scratch, 0, 0};
         collect(&matches, base, frame, k, c.motion, 3, 4.0);
         fit(&c.motion, matches, base, anneal, &quality);
@@ -204,26 +265,28 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
       FitQuality quality;
       Matches matches = {scratch, 0, 0};
       collect(&matches, base, frame, k, c.motion, 3, 4.0);
-      fit(&c.motion, matches, base, 2.0, &quality);
+      fit(&c.motion, matches, base, 5.0, &quality);
       c.score = quality.inliers * (1.0 - unexplainedShare(base, frame, k, levelMotion(c.motion, k)));
     }
-    for (int32_t i = 1; i < left; ++i) {  // insertion keeps the order of equals, and takes no memory
-      for (int32_t j = i; j > 0 && tried[j].score > tried[j - 1].score; --j) std::swap(tried[j], tried[j - 1]);
+    // Two may have come to the same place, and some fall behind.
+    Candidate kept[kCandidates + 8];
+    int32_t count2 = 0;
+    for (int32_t i = 0; i < left; ++i) {
+      addCandidate(kept, &count2, tried[i], base.pyramid->level[0], static_cast<double>(2 << k));
+    }
+    left = 0;
+    while (left < count2 && kept[left].score >= kBehind * kept[0].score) {
+      tried[left] = kept[left];
+      ++left;
     }
   }
   if (left < 1 || !(tried[0].score > 0.0)) {
     out->verdict = FEW_BLOCKS;
     return;
   }
-  // To the finest level; the three above it stay beside it.
   Mvec8Real best = tried[0].motion;
-  bool fitted = true;
-  Matches matches = {scratch, 0, 0};
-  for (k = std::min(judge - 1, std::max(k, base.finest + 3)); k >= base.finest && fitted; --k) {
-    if (k >= base.finest + 3) matches = {scratch, 0, 0};
-    collect(&matches, base, frame, k, best, k == base.finest ? 2 : 3, 4.0);
-    fitted = fit(&best, matches, base, k == base.finest ? 1.0 : 2.0, &out->quality);
-  }
+  const int32_t from = std::min(judge - 1, std::max(k, base.finest + kBeside));
+  const bool fitted = refine(&best, base, frame, from, scratch, &out->quality, &out->matches);
   if (!fitted) {
     out->verdict = FEW_BLOCKS;
     return;
@@ -234,6 +297,13 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
   if (out->quality.inliers < kLeastInliers) out->verdict |= NO_AGREEMENT;
   if (out->quality.cornerSigma > kMostCornerSigma * (1 << base.finest)) out->verdict |= NOT_DETERMINED;
   if (out->unexplained > 0.6) out->verdict |= NOT_EXPLAINED;
+  if (out->verdict == ALIGNED && out->quality.cornerSigma > kSureSigma * (1 << base.finest)) {
+    if (!comesBack(best, base, frame, scratch)) out->verdict |= NOT_DETERMINED;
+    // The test has used the scratch: the matches that a caller may ask for are those of the motion again.
+    FitQuality again;
+    Mvec8Real same = best;
+    refine(&same, base, frame, from, scratch, &again, &out->matches);
+  }
   if (!isHandMotion(best, base.pyramid->level[0].width, base.pyramid->level[0].height)) out->verdict |= TOO_FAR;
 }
 

@@ -7,14 +7,16 @@
 // and noise of the fine levels hides it. The finest level is the first whose longer side is at most kFinestSide.
 //
 // A frame is accepted when its blocks agree, agree all over the picture (the fit's own standard deviation at the worst
-// corner), and the frame explains the base's structure; else verdict says what failed. An accepted motion maps
-// full-size pixels of the base to the frame.
+// corner), and the frame explains the base's structure; a motion that is less than sure must be found again from a
+// little beside it, since noise confirms whatever motion its blocks are given. Else verdict says what failed. An
+// accepted motion maps full-size pixels of the base to the frame.
 #ifndef ZVT4_FINE_ALIGN_H_
 #define ZVT4_FINE_ALIGN_H_
 
 #include "fine/block.h"
 #include "fine/coarse_search.h"
 #include "fine/homography_fit.h"
+#include "fine/mesh.h"
 #include "fine/pyramid.h"
 
 namespace fine {
@@ -35,6 +37,7 @@ struct Alignment {
   uint32_t verdict;
   double unexplained;  // share of the base's structure that the frame does not show, 0 to 1
   FitQuality quality;  // in full-size pixels
+  int32_t matches;     // that the finest levels left in the scratch
 };
 
 // What is made of the base once.
@@ -44,6 +47,7 @@ struct AlignBase {
   int32_t count[kMostLevels];
   Block* blocks[kMostLevels];  // kMostBlocks each
   CoarseBase* coarse;
+  NoiseCurve noise;  // of the finest level
 };
 
 // blocks: room for kMostBlocks x levels. ZELVAN_ERROR_NOMEM.
@@ -53,6 +57,13 @@ Status prepareBase(AlignBase* base, Env* env, const Pyramid* pyramid, Block* blo
 inline constexpr int32_t kMostMatches = 3 * kMostBlocks;
 void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, const Mvec8Real* proposals,
                 int32_t proposalCount, Match* scratch);
+
+// Tracks the blocks of level k from a motion and a field on top of it (may be null), both of full size, and writes what
+// is found to out, at most `most`, in full-size pixels. Returns how many. reach: in pixels of the level. unknowing, if
+// not null, grows by the blocks whose noise is all they show.
+int32_t trackLevel(Match* out, int32_t most, const AlignBase& base, const Pyramid& frame, int32_t k,
+                   const Mvec8Real& full, const ShiftField* field, int32_t rounds, double reach,
+                   int32_t* unknowing = nullptr);
 
 }  // namespace fine
 

@@ -5,12 +5,13 @@
 
 #include "base/integer.h"
 #include "base/raw_double.h"
-#include "fine/sampler.h"
 
 namespace fine {
 namespace {
 
 constexpr int32_t kMostCells = 24;
+constexpr int32_t kSmallBlock = 16;
+constexpr int32_t kMostSmallCells = 32;
 constexpr double kLeastStructure = 0.4;  // eigenvalue of A by pixel, in squared levels
 constexpr double kLeastSignal = 0.6;     // eigenvalue without noise by what noise gives it
 
@@ -99,43 +100,80 @@ struct Sums {
   int64_t r, rx, ry, rr;
 };
 
-// r in 1/64 levels, its squares in 1/256, gradients doubled.
-void addRow(Sums* total, const int16_t* __restrict sample, const uint8_t* __restrict t, const uint8_t* __restrict up,
-            const uint8_t* __restrict down, int32_t size) {
-  int32_t r = 0, rx = 0, ry = 0, rr = 0;  // 32 products of 16320 and 255, squares of 4080
-  for (int32_t i = 0; i < size; ++i) {
-    const auto d = static_cast<int16_t>(sample[i] - (t[i] - 128) * 64);
-    const auto quarter = static_cast<int16_t>(d >> 2);
-    r += d;
-    rx += d * static_cast<int16_t>(t[i + 1] - t[i - 1]);
-    ry += d * static_cast<int16_t>(down[i] - up[i]);
-    rr += quarter * quarter;
+// Bilinear samples in 1/16 levels of one run: pixels next to each other in one row of the frame. All in 16 bits.
+void sampleRun(int16_t* __restrict out, const uint8_t* __restrict upper, const uint8_t* __restrict lower, int32_t count,
+               int32_t px, int32_t stepX, int32_t py, int32_t stepY) {
+  int16_t fx[kMostWindow];
+  int16_t fy[kMostWindow];
+  for (int32_t i = 0; i < count; ++i) {
+    fx[i] = static_cast<int16_t>(((px + i * stepX) >> 8) & 255);
+    fy[i] = static_cast<int16_t>(((py + i * stepY) >> 8) & 255);
   }
-  total->r += r;
-  total->rx += rx;
-  total->ry += ry;
-  total->rr += rr;
+  for (int32_t i = 0; i < count; ++i) {
+    const uint16_t x = static_cast<uint16_t>(fx[i]);
+    const uint16_t rest = static_cast<uint16_t>(256 - x);
+    const uint16_t u = static_cast<uint16_t>(static_cast<uint16_t>(upper[i] * rest + upper[i + 1] * x) >> 4);
+    const uint16_t l = static_cast<uint16_t>(static_cast<uint16_t>(lower[i] * rest + lower[i + 1] * x) >> 4);
+    const int16_t difference = static_cast<int16_t>((l - u) * 8);  // at most 32640
+    const int16_t y = static_cast<int16_t>(fy[i] * 32);
+    out[i] = static_cast<int16_t>(u + ((difference * y) >> 16));  // rounded down: the mean does not count
+  }
 }
 
-Sums residualSums(const Block& block, const Image& base, const Image& frame, const Samplers& samplers, int32_t x0,
-                  int32_t y0, const int32_t* step) {
+void sampleRow(int16_t* out, const Image& frame, int32_t count, int32_t px, int32_t stepX, int32_t py, int32_t stepY) {
+  for (int32_t begin = 0; begin < count;) {
+    const int32_t x = (px >> 16) - begin;
+    const int32_t y = py >> 16;
+    // As far as the samples go on from pixel to pixel: in most rows to the end.
+    int32_t end = count;
+    const int32_t rest = count - 1 - begin;
+    if (((px + rest * stepX) >> 16) != x + count - 1 || ((py + rest * stepY) >> 16) != y) {
+      end = begin + 1;
+      for (int32_t qx = px + stepX, qy = py + stepY; qx >> 16 == x + end && qy >> 16 == y; qx += stepX, qy += stepY) {
+        ++end;
+      }
+    }
+    const uint8_t* upper = imageRow(&frame, y) + x + begin;
+    sampleRun(out + begin, upper, upper + frame.pitch0, end - begin, px, stepX, py, stepY);
+    px += (end - begin) * stepX;
+    py += (end - begin) * stepY;
+    begin = end;
+  }
+}
+
+// r in 1/16 levels, gradients doubled.
+Sums residualSums(const Block& block, const Image& base, const Image& frame, int32_t x0, int32_t y0,
+                  const int32_t* step) {
   Sums total = {};
-  int16_t sample[kMostWindow + kSampleSlack];
   for (int32_t j = 0; j < block.size; ++j) {
-    sampleLine(sample, samplers, frame, {x0 + j * step[1], y0 + j * step[3], step[0], step[2]}, block.size);
-    addRow(&total, sample, imageRow(&base, block.top + j) + block.left, imageRow(&base, block.top + j - 1) + block.left,
-           imageRow(&base, block.top + j + 1) + block.left, block.size);
+    const uint8_t* t = imageRow(&base, block.top + j) + block.left;
+    const uint8_t* up = imageRow(&base, block.top + j - 1) + block.left;
+    const uint8_t* down = imageRow(&base, block.top + j + 1) + block.left;
+    int16_t d[kMostWindow];
+    sampleRow(d, frame, block.size, x0 + j * step[1], step[0], y0 + j * step[3], step[2]);
+    int32_t r = 0, rx = 0, ry = 0, rr = 0;  // 32 products of 4080 and 4080
+    for (int32_t i = 0; i < block.size; ++i) {
+      d[i] = static_cast<int16_t>(d[i] - t[i] * 16);
+      const int16_t gx = static_cast<int16_t>(t[i + 1] - t[i - 1]);
+      const int16_t gy = static_cast<int16_t>(down[i] - up[i]);
+      r += d[i];
+      rx += d[i] * gx;
+      ry += d[i] * gy;
+      rr += d[i] * d[i];
+    }
+    total.r += r;
+    total.rx += rx;
+    total.ry += ry;
+    total.rr += rr;
   }
   return total;
 }
 
-}  // namespace
-
-int32_t chooseBlocks(Block* blocks, const Image& level, const NoiseCurve& noise) {
-  const int32_t side = std::max(level.width, level.height);
-  const int32_t size = side >= 900 ? 32 : side >= 150 ? 24 : 16;
-  const int32_t across = std::clamp(level.width / size, 1, kMostCells);
-  const int32_t down = std::clamp(level.height / size, 1, kMostCells);
+// Blocks of a size, at most so many cells in each direction.
+int32_t chooseOfSize(Block* blocks, const Image& level, const NoiseCurve& noise, int32_t size, int32_t cells) {
+  if (level.width < size + 2 || level.height < size + 2) return 0;
+  const int32_t across = std::clamp(level.width / size, 1, cells);
+  const int32_t down = std::clamp(level.height / size, 1, cells);
   int32_t count = 0;
   for (int32_t j = 0; j < down; ++j) {
     for (int32_t i = 0; i < across; ++i) {
@@ -159,10 +197,20 @@ int32_t chooseBlocks(Block* blocks, const Image& level, const NoiseCurve& noise)
   return count;
 }
 
+}  // namespace
+
+int32_t chooseBlocks(Block* blocks, const Image& level, const NoiseCurve& noise) {
+  const int32_t side = std::max(level.width, level.height);
+  return chooseOfSize(blocks, level, noise, side >= 900 ? 32 : side >= 150 ? 24 : 16, kMostCells);
+}
+
+int32_t chooseSmallBlocks(Block* blocks, const Image& level, const NoiseCurve& noise) {
+  return chooseOfSize(blocks, level, noise, kSmallBlock, kMostSmallCells);
+}
+
 BlockShift trackBlock(const Block& block, const Image& base, const Image& frame, const Mvec8Real& motion,
                       int32_t rounds, double reach) {
-  constexpr double kUnit = 32768.0;
-  const Samplers& samplers = *samplersBest();
+  constexpr double kUnit = 65536.0;
   const double* h = motion.h;
   const double cx = block.left + block.centre();
   const double cy = block.top + block.centre();
@@ -173,7 +221,7 @@ BlockShift trackBlock(const Block& block, const Image& base, const Image& frame,
   const double jacobian[4] = {(h[0] - u * h[6]) / w, (h[1] - u * h[7]) / w, (h[3] - v * h[6]) / w,
                               (h[4] - v * h[7]) / w};
   int32_t step[4];
-  for (int32_t i = 0; i < 4; ++i) step[i] = truncToInt32(jacobian[i] * kUnit + 65536.5) - 65536;
+  for (int32_t i = 0; i < 4; ++i) step[i] = truncToInt32(jacobian[i] * kUnit + 32768.5) - 32768;
 
   BlockShift shift = {0.0, 0.0, 0.0, false};
   const double n = block.size * block.size;
@@ -182,19 +230,19 @@ BlockShift trackBlock(const Block& block, const Image& base, const Image& frame,
     const double fromX = u + shift.x - block.centre() * (step[0] + step[1]) / kUnit;
     const double fromY = v + shift.y - block.centre() * (step[2] + step[3]) / kUnit;
     if (!(fromX > -8192.0 && fromX < 24576.0 && fromY > -8192.0 && fromY < 24576.0)) return shift;
-    const int32_t x0 = truncToInt32(fromX * kUnit + 0.5);
-    const int32_t y0 = truncToInt32(fromY * kUnit + 0.5);
+    const int32_t x0 = truncToInt32(fromX * kUnit + 128.0);
+    const int32_t y0 = truncToInt32(fromY * kUnit + 128.0);
     for (int32_t corner = 0; corner < 4; ++corner) {
       const int32_t i = corner % 2 * last;
       const int32_t j = corner / 2 * last;
-      const int32_t x = (x0 + i * step[0] + j * step[1]) >> 15;
-      const int32_t y = (y0 + i * step[2] + j * step[3]) >> 15;
+      const int32_t x = (x0 + i * step[0] + j * step[1]) >> 16;
+      const int32_t y = (y0 + i * step[2] + j * step[3]) >> 16;
       if (x < 0 || y < 0 || x > frame.width - 2 || y > frame.height - 2) return shift;
     }
-    const Sums s = residualSums(block, base, frame, samplers, x0, y0, step);
-    const double r = static_cast<double>(s.r) / 64.0;
-    const double bx = static_cast<double>(s.rx) / 128.0 - block.gradientX * r / n;
-    const double by = static_cast<double>(s.ry) / 128.0 - block.gradientY * r / n;
+    const Sums s = residualSums(block, base, frame, x0, y0, step);
+    const double r = static_cast<double>(s.r) / 16.0;
+    const double bx = static_cast<double>(s.rx) / 32.0 - block.gradientX * r / n;
+    const double by = static_cast<double>(s.ry) / 32.0 - block.gradientY * r / n;
     const double b1 = block.cosine * bx + block.sine * by;
     const double b2 = block.cosine * by - block.sine * bx;
     const double d1 = b1 / block.along;

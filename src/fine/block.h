@@ -20,6 +20,7 @@
 namespace fine {
 
 inline constexpr int32_t kMostBlocks = 576;
+inline constexpr int32_t kMostSmallBlocks = 1024;
 inline constexpr int32_t kMostWindow = 32;
 
 struct Block {
@@ -46,6 +47,8 @@ struct BlockShift {
 // of nine, or the largest eigenvalue where no place has two. Cells without any structure give none. noise: of the
 // level. Returns how many, at most kMostBlocks.
 int32_t chooseBlocks(Block* blocks, const Image& level, const NoiseCurve& noise);
+// The same with windows of half the size on a denser grid, at most kMostSmallBlocks.
+int32_t chooseSmallBlocks(Block* blocks, const Image& level, const NoiseCurve& noise);
 
 // motion: base to frame in pixels of the level. reach: how far the shift may go from there, in pixels.
 BlockShift trackBlock(const Block& block, const Image& base, const Image& frame, const Mvec8Real& motion,

@@ -7,13 +7,17 @@
 #include "base/scoped.h"
 #include "filters/denoiser.h"
 #include "filters/sharpen.h"
-#include "fine/sharpness.h"
 #include "parallel/pel_kernel.h"
 
 namespace fine {
 namespace {
 
-constexpr double kBlurRatio = 0.35;   // of the base's energy
+// By the ratio of a frame's sharpness to the base's: below kBlurRatio it is refused, from kSoft to kSharp its pixels
+// count more and more, so that a blurred frame does not soften the result.
+constexpr double kBlurRatio = 0.35;
+constexpr double kSoft = 0.5;
+constexpr double kSharp = 0.9;
+constexpr int32_t kLeastStrength = 8;
 constexpr float kLeastShare = 0.08f;  // a frame that adds less is refused
 constexpr int32_t kNoisePairs = 3;
 constexpr uint8_t kSpikeMap = 8;
@@ -23,18 +27,32 @@ struct AlignJob {
   const AlignBase* base;
   Match* matches;  // kMostMatches a frame
   int32_t baseId;
-  bool again;  // only frames that failed, with the motions of their neighbours
 };
 
 Status alignOne(AlignJob* job, int32_t id, const PelContext*) {
-  Burst* b = job->burst;
-  FrameRecord& frame = b->frames[id];
+  FrameRecord& frame = job->burst->frames[id];
   Match* matches = job->matches + static_cast<ptrdiff_t>(id) * kMostMatches;
-  if (id == job->baseId) return ZELVAN_OK;
-  if (!job->again) {
-    alignFrame(&frame.alignment, *job->base, frame.pyramid, nullptr, 0, matches);
-    return ZELVAN_OK;
-  }
+  if (id != job->baseId) alignFrame(&frame.alignment, *job->base, frame.pyramid, nullptr, 0, matches);
+  return ZELVAN_OK;
+}
+
+// A pointer to the field of a frame that has one.
+const ShiftField* fieldOf(const FrameRecord& frame) {
+  return frame.bent != 0 ? &frame.field : nullptr;
+}
+
+// Local motion of an accepted frame, from the matches that aligned it.
+Status bendOne(AlignJob* job, int32_t id, const PelContext*) {
+  FrameRecord& frame = job->burst->frames[id];
+  frame.bent = 0;
+  if (id == job->baseId || frame.alignment.verdict != ALIGNED) return ZELVAN_OK;
+  const ScopedBlock<LocalScratch> scratch(job->burst->env, 1);
+  if (!scratch) return ZELVAN_ERROR_NOMEM;
+  Match* matches = job->matches + static_cast<ptrdiff_t>(id) * kMostMatches;
+  frame.bent = findLocalMotion(&frame.field, *job->base, frame.pyramid, frame.alignment.motion, matches,
+                               frame.alignment.matches, scratch.data())
+                   ? 1
+                   : 0;
   return ZELVAN_OK;
 }
 
@@ -67,9 +85,9 @@ Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
   Alignment* own = &burst->frames[baseId].alignment;
   *own = {};
   Mvec8Real_setIdentity(&own->motion);
-  AlignJob job = {burst, &base, matches.data(), baseId, false};
+  AlignJob job = {burst, &base, matches.data(), baseId};
   static constexpr PelKernel kKernel = pelIndexed<AlignJob, alignOne>();
-  const Status status = executeToEnd(burst->pel, &kKernel, &job, burst->added);
+  Status status = executeToEnd(burst->pel, &kKernel, &job, burst->added);
   *accepted = 0;
   // A frame that failed, or is far less certain than the others, is tried again from where its neighbours in time lie.
   const double doubtful = 2.0 * medianCornerSigma(*burst, baseId);
@@ -88,16 +106,36 @@ Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
     }
     if (count == 0) continue;
     Alignment again;
-    alignFrame(&again, base, burst->frames[i].pyramid, proposals, count, matches.data());
+    Match* spare = job.matches + static_cast<ptrdiff_t>(baseId) * kMostMatches;
+    alignFrame(&again, base, burst->frames[i].pyramid, proposals, count, spare);
     if (again.verdict == ALIGNED &&
         (first.verdict != ALIGNED || again.quality.cornerSigma < first.quality.cornerSigma)) {
       first = again;
+      std::copy(spare, spare + again.matches, job.matches + static_cast<ptrdiff_t>(i) * kMostMatches);
     }
     // Alone with its doubts: some other place looked right to it.
     if (first.verdict == ALIGNED && first.quality.cornerSigma > 1.25 * doubtful) first.verdict = NOT_DETERMINED;
   }
   for (int32_t i = 0; i < burst->added; ++i) *accepted += i != baseId && burst->frames[i].alignment.verdict == ALIGNED;
+  if (status != ZELVAN_OK) return status;
+  static constexpr PelKernel kBend = pelIndexed<AlignJob, bendOne>();
+  status = executeToEnd(burst->pel, &kBend, &job, burst->added);
   return status;
+}
+
+Status placeFields(Burst* burst) {
+  const ShiftField lattice = shiftLattice(burst->width, burst->height);
+  const size_t nodes = static_cast<size_t>(lattice.across) * static_cast<size_t>(lattice.down);
+  burst->shifts = static_cast<double*>(
+      Heap2_malloc(&burst->env->heap, static_cast<uint32_t>(2 * nodes * kMostFrames * sizeof(double))));
+  if (burst->shifts == nullptr) return ZELVAN_ERROR_NOMEM;
+  for (size_t i = 0; i < kMostFrames; ++i) {
+    ShiftField& field = burst->frames[i].field;
+    field = lattice;
+    field.x = burst->shifts + 2 * i * nodes;
+    field.y = field.x + nodes;
+  }
+  return ZELVAN_OK;
 }
 
 // Sharpest first, the earlier one on a tie.
@@ -134,6 +172,16 @@ Status chooseBase(Burst* burst) {
   int32_t* at = std::find(burst->order, burst->order + burst->added, best);
   std::rotate(burst->order, at, at + 1);
   return ZELVAN_OK;
+}
+
+// The upright rectangle within the image of the picture under a motion, within the picture.
+Part shownBy(const Mvec8Real& motion, int32_t width, int32_t height) {
+  double x[4], y[4];
+  for (int32_t i = 0; i < 4; ++i) Mvec8Real_trans2DReal(&motion, &x[i], &y[i], i % 2 * width, i / 2 * height);
+  const double w = width;
+  const double h = height;
+  return {truncToInt32(std::max(0.0, std::max(x[0], x[2]))), truncToInt32(std::max(0.0, std::max(y[0], y[1]))),
+          truncToInt32(std::min(w, std::min(x[1], x[3]))), truncToInt32(std::min(h, std::min(y[2], y[3])))};
 }
 
 // The part of the base that all merged frames show, as a scaled copy of the whole: its inscribed rectangle of the
@@ -205,7 +253,7 @@ Status weighFrame(Burst* b, const WeightBase& base, int32_t k) {
       b->env, static_cast<size_t>(meshNodes(map.width)) * static_cast<size_t>(meshNodes(map.height)));
   if (!nodes) return ZELVAN_ERROR_NOMEM;
   Mesh mesh = {0, 0, nodes.data()};
-  fillMesh(&mesh, resultMotion(*b, b->order[k]), nullptr, kMapLevel, map.width, map.height);
+  fillMesh(&mesh, resultMotion(*b, b->order[k]), fieldOf(frame), kMapLevel, map.width, map.height, &b->crop);
   const WeightInput input = {&base, &frame.pyramid, &mesh, samplersBest(), b->settings.strictness};
   return makeWeights(&frame.weights, &frame.drift, &frame.share, b->env, input);
 }
@@ -229,7 +277,7 @@ Status measureNoise(Burst* burst) {
     const FrameRecord& frame = burst->frames[burst->order[k]];
     if (frame.status != MERGED) continue;
     mapMeshes[count].nodes = nodes.data() + static_cast<size_t>(count) * mapNodes;
-    fillMesh(&mapMeshes[count], frame.alignment.motion, nullptr, kMapLevel, map.width, map.height);
+    fillMesh(&mapMeshes[count], frame.alignment.motion, fieldOf(frame), kMapLevel, map.width, map.height);
     pairs[count] = {&base.image, &frame.image, &base.pyramid, &frame.pyramid, &frame.mesh, &mapMeshes[count]};
     ++count;
   }
@@ -289,6 +337,18 @@ void fillTable(ShrinkTable* table, double strength, double sharpen, double baseS
   table->gain[0][0] = 0;
 }
 
+// How sharp a frame is by the base, over what both show: a motion brings other things into view.
+double relativeSharpness(const Burst& burst, const FrameRecord& frame, const FrameRecord& base) {
+  const double whole = sharpnessRatio(frame.sharpness, base.sharpness);
+  if (whole >= kSharp || frame.alignment.verdict != ALIGNED) return whole;
+  const Mvec8Real& motion = frame.alignment.motion;
+  Mvec8Real inverse;
+  Mvec8Real_inv(&inverse, &motion);
+  const Part seen = shownBy(inverse, burst.width, burst.height);
+  const Part own = shownBy(motion, burst.width, burst.height);
+  return sharpnessRatio(sharpness(burst.env, frame.pyramid, own), sharpness(burst.env, base.pyramid, seen));
+}
+
 // What becomes of each frame, before its pixels are compared.
 void judgeFrames(Burst* burst) {
   const FrameRecord& base = burst->frames[burst->order[0]];
@@ -296,13 +356,18 @@ void judgeFrames(Burst* burst) {
     FrameRecord& frame = burst->frames[burst->order[k]];
     frame.status = MERGED;
     frame.drift = {};
+    frame.strength = 256;
     if (k == 0) {
       frame.share = 1.0f;
       continue;
     }
+    const double sharp = burst->settings.sorting != 0 ? relativeSharpness(*burst, frame, base) : 1.0;
+    if (sharp < kSharp) {
+      frame.strength = std::max(kLeastStrength, truncToInt32(256.0 * (sharp - kSoft) / (kSharp - kSoft)));
+    }
     if (k >= burst->settings.mergeCount) {
       frame.status = NOT_USED;
-    } else if (burst->settings.sorting != 0 && frame.score < kBlurRatio * base.score) {
+    } else if (sharp < kBlurRatio) {
       frame.status = BLURRED;
     } else if (frame.alignment.verdict != ALIGNED) {
       frame.status = BAD_MOTION;
@@ -322,7 +387,7 @@ Status shareOut(Burst* burst) {
     if (status == ZELVAN_OK) status = Image_init(&frame.shares, map.width, map.height, nullptr, IMAGE_UINT16);
   }
   if (status != ZELVAN_OK) return status;
-  const ScopedBlock<float> planes(burst->env, 3 * static_cast<size_t>(map.width) * static_cast<size_t>(map.height));
+  const ScopedBlock<float> planes(burst->env, 6 * static_cast<size_t>(map.width) * static_cast<size_t>(map.height));
   if (!planes) return ZELVAN_ERROR_NOMEM;
   WeightBase weightBase;
   prepareWeights(&weightBase, planes.data(), burst->pel, map, burst->mapColour, burst->noise);
@@ -342,7 +407,7 @@ Status shareOut(Burst* burst) {
     if (frame.status != MERGED) continue;
     shares[count] = &frame.shares;
     weights[count] = &frame.weights;
-    strengths[count] = 256;
+    strengths[count] = frame.strength;
     ++count;
   }
   burst->merged = count + 1;
@@ -447,6 +512,7 @@ void release(Burst* burst) {
     destruct_Image(&frame.shares);
   }
   for (Image* image : {&burst->left, &burst->mapLuma, &burst->mapColour}) destruct_Image(image);
+  if (burst->shifts != nullptr) Heap2_free(&env->heap, burst->shifts);
   if (burst->nodes != nullptr) Heap2_free(&env->heap, burst->nodes);
   construct(burst, env);
 }
@@ -469,7 +535,8 @@ Status addFrame(Burst* burst, const Image& image, int32_t slot) {
   Status status = Image_initSubImage(&frame.image, &image, 0, 0, image.width, image.height);
   if (status == ZELVAN_OK) status = build(&frame.pyramid, burst->pel, &frame.image);
   if (status != ZELVAN_OK) return status;
-  frame.score = sharpness(burst->env, frame.pyramid);
+  frame.sharpness = sharpness(burst->env, frame.pyramid, {0, 0, burst->width, burst->height});
+  frame.score = frame.sharpness.score;
   burst->added = std::max(burst->added, slot + 1);
   return ZELVAN_OK;
 }
@@ -501,6 +568,7 @@ Status align(Burst* burst) {
   Env* env = burst->env;
   if (burst->added < 1) return ZELVAN_ERROR_STATE;
   rank(burst);
+  if (const Status s = placeFields(burst); s != ZELVAN_OK) return s;
   if (const Status s = chooseBase(burst); s != ZELVAN_OK) return s;
   judgeFrames(burst);
   const size_t nodes = static_cast<size_t>(meshNodes(burst->width)) * static_cast<size_t>(meshNodes(burst->height));
@@ -508,14 +576,16 @@ Status align(Burst* burst) {
       static_cast<MeshNode*>(Heap2_malloc(&env->heap, static_cast<uint32_t>(nodes * kMostFrames * sizeof(MeshNode))));
   if (burst->nodes == nullptr) return ZELVAN_ERROR_NOMEM;
   for (int32_t i = 0; i < burst->added; ++i) {
-    burst->frames[i].mesh.nodes = burst->nodes + static_cast<size_t>(i) * nodes;
-    fillMesh(&burst->frames[i].mesh, burst->frames[i].alignment.motion, nullptr, 0, burst->width, burst->height);
+    FrameRecord& frame = burst->frames[i];
+    frame.mesh.nodes = burst->nodes + static_cast<size_t>(i) * nodes;
+    fillMesh(&frame.mesh, frame.alignment.motion, fieldOf(frame), 0, burst->width, burst->height);
   }
   if (const Status s = measureNoise(burst); s != ZELVAN_OK) return s;
   if (burst->settings.scaling != 0) chooseCrop(burst);
   if (burst->cropped != 0) {
     for (int32_t i = 0; i < burst->added; ++i) {
-      fillMesh(&burst->frames[i].mesh, resultMotion(*burst, i), nullptr, 0, burst->width, burst->height);
+      FrameRecord& frame = burst->frames[i];
+      fillMesh(&frame.mesh, resultMotion(*burst, i), fieldOf(frame), 0, burst->width, burst->height, &burst->crop);
     }
   }
   if (const Status s = makeMapBase(burst); s != ZELVAN_OK) return s;

@@ -11,7 +11,9 @@
 
 #include "fine/align.h"
 #include "fine/fusion.h"
+#include "fine/local_motion.h"
 #include "fine/noise.h"
+#include "fine/sharpness.h"
 #include "parallel/parallel_executor.h"
 
 namespace fine {
@@ -41,10 +43,14 @@ inline constexpr double kUsualChromaStrength = 1.5;
 struct FrameRecord {
   Image image;
   Pyramid pyramid;
+  Sharpness sharpness;
   int32_t score;
   FrameStatus status;
   Alignment alignment;
-  float share;  // mean weight of what it covers
+  int32_t strength;  // what a pixel of it counts by one of the base, Q8
+  ShiftField field;  // on top of the motion
+  int32_t bent;      // nonzero: the field counts
+  float share;       // mean weight of what it covers
   Drift drift;
   Mesh mesh;
   Image weights;  // "UINT8"
@@ -65,6 +71,7 @@ struct Burst {
   int32_t cropped;             // nonzero: crop is not the identity
   Noise noise;
   MeshNode* nodes;  // of all meshes
+  double* shifts;   // of all fields
   Image left;       // see Fusion
   Image mapLuma;    // the base on the result's grid at level kMapLevel
   Image mapColour;

@@ -103,6 +103,13 @@ void keep(Found* found, int32_t* count, const Found& f) {
   found[at] = f;
 }
 
+// What a shift may score and still matter: as good as the last that is kept, and not much worse than the best.
+uint32_t mostScore(const Found* found, int32_t count) {
+  if (count < 1) return 65280;
+  const uint32_t most = found[0].score + found[0].score / 2 + 64;
+  return count < kCandidates ? most : std::min(most, found[count - 1].score);
+}
+
 }  // namespace
 
 void prepareCoarseBase(CoarseBase* base, const Image& coarsest) {
@@ -130,13 +137,15 @@ int32_t searchCoarse(Mvec8Real* candidates, const CoarseBase& base, const Image&
         const int32_t right = std::min(w, w - dx);
         const int32_t top = std::max(0, -dy);
         const int32_t bottom = std::min(h, h - dy);
+        const uint32_t area = static_cast<uint32_t>((right - left) * (bottom - top));
+        const uint32_t most = mostScore(found, count);
         uint32_t sum = 0;
-        for (int32_t y = top; y < bottom; ++y) {
+        for (int32_t y = top; y < bottom && sum * 256 <= most * area; ++y) {
           sum += static_cast<uint32_t>(absoluteDifference(base.form[form] + y * w + left,
                                                           frame.pixels + (y + dy) * w + left + dx, right - left));
         }
-        const uint32_t area = static_cast<uint32_t>((right - left) * (bottom - top));
-        keep(found, &count, {sum * 256 / area, form, dx, dy});
+        const uint32_t score = sum * 256 / area;
+        if (score <= most) keep(found, &count, {score, form, dx, dy});
       }
     }
   }

@@ -9,6 +9,7 @@ namespace {
 
 constexpr int32_t kUnknowns = 8;
 constexpr int32_t kRounds = 10;
+constexpr double kStill = 1e-6;  // a correction of less ends the rounds
 // Standard deviations of shears and perspective without data, in the unit of the fit, and of perspective by shift.
 constexpr double kShear = 0.0005;
 constexpr double kPerspective = 0.0005;
@@ -147,6 +148,9 @@ bool fitHomography(Mvec8Real* motion, Match* matches, int32_t count, int32_t wid
     Mvec8Real_mult(&h, &step, &h);
     const double h8 = h.h[8];
     for (double& value : h.h) value /= h8;
+    double most = 0.0;
+    for (const double value : p) most = std::max(most, value * value);
+    if (k <= scale && most < kStill * kStill) break;
     k = std::max(scale, 0.7 * k);
   }
   if (!(weights > 0.0)) return false;

@@ -14,19 +14,6 @@ int32_t toQ15(double v) {
   return static_cast<int32_t>(RawDouble_floor(clamped * 32768.0 + 0.5));
 }
 
-double shiftAt(const ShiftField& f, const double* shifts, double x, double y) {
-  const double gx = x * (f.across - 1) / f.width;
-  const double gy = y * (f.down - 1) / f.height;
-  const int32_t i = clampInt(truncToInt32(gx), 0, f.across - 2);
-  const int32_t j = clampInt(truncToInt32(gy), 0, f.down - 2);
-  const double tx = gx < 0.0 ? 0.0 : gx - i > 1.0 ? 1.0 : gx - i;
-  const double ty = gy < 0.0 ? 0.0 : gy - j > 1.0 ? 1.0 : gy - j;
-  const double* at = shifts + j * f.across + i;
-  const double upper = at[0] + (at[1] - at[0]) * tx;
-  const double lower = at[f.across] + (at[f.across + 1] - at[f.across]) * tx;
-  return upper + (lower - upper) * ty;
-}
-
 // Positions at the left and the right edge of cell i on the line of half pixel rows: y2 = 2 y.
 struct Edges {
   MeshNode left;
@@ -47,8 +34,25 @@ Edges edgesAt(const Mesh& mesh, int32_t i, int32_t y2) {
 
 }  // namespace
 
+LatticePlace latticePlace(const ShiftField& field, double x, double y) {
+  const double most = 1e6;
+  const double gx = (x < 0.0 ? 0.0 : x > most ? most : x) / field.step;
+  const double gy = (y < 0.0 ? 0.0 : y > most ? most : y) / field.step;
+  const int32_t i = clampInt(truncToInt32(gx), 0, field.across - 2);
+  const int32_t j = clampInt(truncToInt32(gy), 0, field.down - 2);
+  const double tx = gx - i > 1.0 ? 1.0 : gx - i;
+  const double ty = gy - j > 1.0 ? 1.0 : gy - j;
+  return {j * field.across + i, {(1 - tx) * (1 - ty), tx * (1 - ty), (1 - tx) * ty, tx * ty}};
+}
+
+double shiftAt(const ShiftField& field, const double* shifts, const LatticePlace& place) {
+  const double* at = shifts + place.node;
+  const double* below = at + field.across;
+  return at[0] * place.share[0] + at[1] * place.share[1] + (below[0] * place.share[2] + below[1] * place.share[3]);
+}
+
 void fillMesh(Mesh* mesh, const Mvec8Real& motion, const ShiftField* field, int32_t level, int32_t width,
-              int32_t height) {
+              int32_t height, const Mvec8Real* crop) {
   mesh->across = meshNodes(width);
   mesh->down = meshNodes(height);
   const double scale = static_cast<double>(1 << level);
@@ -58,11 +62,12 @@ void fillMesh(Mesh* mesh, const Mvec8Real& motion, const ShiftField* field, int3
       const double y = (j * kMeshStep + 0.5) * scale - 0.5;
       double u, v;
       Mvec8Real_trans2DReal(&motion, &u, &v, x, y);
-      if (field != nullptr && field->x != nullptr) {
-        const double sx = shiftAt(*field, field->x, x, y);
-        const double sy = shiftAt(*field, field->y, x, y);
-        u += sx;
-        v += sy;
+      if (field != nullptr) {
+        double bx = x, by = y;
+        if (crop != nullptr) Mvec8Real_trans2DReal(crop, &bx, &by, x, y);
+        const LatticePlace place = latticePlace(*field, bx, by);
+        u += shiftAt(*field, field->x, place);
+        v += shiftAt(*field, field->y, place);
       }
       mesh->nodes[j * mesh->across + i] = {toQ15((u + 0.5) / scale - 0.5), toQ15((v + 0.5) / scale - 0.5)};
     }

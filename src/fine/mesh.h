@@ -13,7 +13,7 @@
 
 namespace fine {
 
-inline constexpr int32_t kMeshShift = 6;
+inline constexpr int32_t kMeshShift = 5;
 inline constexpr int32_t kMeshStep = 1 << kMeshShift;
 
 struct MeshNode {
@@ -38,21 +38,30 @@ constexpr int32_t meshNodes(int32_t side) {
   return (side + kMeshStep - 1) / kMeshStep + 1;
 }
 
-// Shifts on top of a homography, in full-size pixels, on a lattice that covers a picture of width x height: node (i, j)
-// stands at (i width / (across - 1), j height / (down - 1)), in between bilinear. Null shifts: none.
+// Shifts on top of a homography, in full-size pixels, on a lattice over the base: node (i, j) stands at (i step, j
+// step), in between bilinear; at least 2 x 2 nodes.
 struct ShiftField {
   int32_t across;
   int32_t down;
-  int32_t width;
-  int32_t height;
-  const double* x;
-  const double* y;
+  int32_t step;
+  double* x;
+  double* y;
 };
 
+// A place on the lattice: four nodes from the index on, in rows, and what each counts for. Outside, the nearest.
+struct LatticePlace {
+  int32_t node;
+  double share[4];
+};
+LatticePlace latticePlace(const ShiftField& field, double x, double y);
+// What node and share make of shifts: one of the field's arrays.
+double shiftAt(const ShiftField& field, const double* shifts, const LatticePlace& place);
+
 // The mesh of the pixels of level k of the result, in pixels of level k of the frame. width, height: of that level.
-// mesh: nodes has room for meshNodes(width) x meshNodes(height).
+// motion: result to frame. field: null for none, else crop leads from the result to the base, where the field is at
+// home; a null crop is the identity. mesh: nodes has room for meshNodes(width) x meshNodes(height).
 void fillMesh(Mesh* mesh, const Mvec8Real& motion, const ShiftField* field, int32_t level, int32_t width,
-              int32_t height);
+              int32_t height, const Mvec8Real* crop = nullptr);
 
 // The piece of luma row y in the cell of column i: kMeshStep samples from i x kMeshStep on.
 MeshLine lumaLine(const Mesh& mesh, int32_t i, int32_t y);

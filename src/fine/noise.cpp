@@ -12,24 +12,30 @@ namespace {
 constexpr int32_t kFullWindow = 8;
 constexpr int32_t kMapWindow = 4;
 constexpr int32_t kMostWindows = kMostNoiseWindows;
-// Quantile 0.3 of the variance of n - 1 degrees of freedom over its mean, 63 and 15.
-constexpr double kFullRatio = 0.903;
-constexpr double kMapRatio = 0.781;
+constexpr double kFlattest = 0.4;
+constexpr float kMostCoherence = 12.0f;
+// Median of the variance of n - 1 degrees of freedom over its mean, 63 and 15.
+constexpr double kFullRatio = 0.989;
+constexpr double kMapRatio = 0.956;
+// Of one frame alone a low quantile of second differences, which share pixels.
+constexpr double kAloneQuantile = 0.3;
+constexpr double kAloneRatio = 0.86;
 // Share of a frame's variance that the bicubic taps keep on the mean over all fractions.
 constexpr double kCubicKept = 0.745;
 
 using Window = NoiseWindow;
 using Windows = NoiseWindows;
 
-// Difference of a window: samples in 1/64 less the base's bytes.
+// Of a window: differences, or sums, of samples in 1/64 levels.
 struct WindowSums {
-  int64_t sum = 0, squares = 0;
+  int32_t sum = 0;
+  int64_t squares = 0;
   void add(int32_t d) {
     sum += d;
     squares += int64_t{d} * d;
   }
   double variance(int32_t n) const {
-    const double s = static_cast<double>(sum);
+    const double s = sum;
     return (static_cast<double>(squares) - s * s / n) / (n - 1) / 4096.0;
   }
 };
@@ -65,7 +71,7 @@ void collectFull(Windows* out, const Samplers& samplers, const NoisePair& pair, 
         continue;
       }
       Window& window = out->items[out->count];
-      WindowSums sums[3];
+      WindowSums sums[3], shown;
       int32_t brightness = 0;
       for (int32_t j = 0; j < kFullWindow; ++j) {
         int16_t samples[2 * kFullWindow + kSampleSlack];
@@ -73,6 +79,7 @@ void collectFull(Windows* out, const Samplers& samplers, const NoisePair& pair, 
         const uint8_t* row = imageRow(&base, y + j) + left;
         for (int32_t i = 0; i < kFullWindow; ++i) {
           sums[0].add(samples[i] - (row[i] - 128) * 64);
+          shown.add(samples[i] + (row[i] - 128) * 64);
           brightness += row[i];
         }
         sampleWindowRow(samples, samplers, pairs, *pair.mesh, left / 2, y / 2 + j, kFullWindow, true);
@@ -80,6 +87,7 @@ void collectFull(Windows* out, const Samplers& samplers, const NoisePair& pair, 
         for (int32_t i = 0; i < 2 * kFullWindow; ++i) sums[1 + i % 2].add(samples[i] - (chroma[i] - 128) * 64);
       }
       window.luma = static_cast<uint8_t>(brightness / (kFullWindow * kFullWindow));
+      window.activity = static_cast<float>(shown.variance(kFullWindow * kFullWindow));
       for (int32_t c = 0; c < 3; ++c) {
         window.variance[c] = static_cast<float>(sums[c].variance(kFullWindow * kFullWindow)) * scale;
       }
@@ -102,7 +110,7 @@ void collectMap(Windows* out, const Samplers& samplers, const NoisePair& pair, i
         continue;
       }
       Window& window = out->items[out->count];
-      WindowSums sums[3];
+      WindowSums sums[3], shown;
       int32_t brightness = 0;
       for (int32_t j = 0; j < kMapWindow; ++j) {
         int16_t samples[2 * kMapWindow + kSampleSlack];
@@ -110,6 +118,7 @@ void collectMap(Windows* out, const Samplers& samplers, const NoisePair& pair, i
         const uint8_t* row = imageRow(&base, y + j) + x;
         for (int32_t i = 0; i < kMapWindow; ++i) {
           sums[0].add(samples[i] - (row[i] - 128) * 64);
+          shown.add(samples[i] + (row[i] - 128) * 64);
           brightness += row[i];
         }
         sampleWindowRow(samples, samplers, pair.framePyramid->colour, *pair.mapMesh, x, y + j, kMapWindow, false);
@@ -117,8 +126,10 @@ void collectMap(Windows* out, const Samplers& samplers, const NoisePair& pair, i
         for (int32_t i = 0; i < 2 * kMapWindow; ++i) sums[1 + i % 2].add(samples[i] - (chroma[i] - 128) * 64);
       }
       window.luma = static_cast<uint8_t>(brightness / (kMapWindow * kMapWindow));
+      window.activity = static_cast<float>(shown.variance(kMapWindow * kMapWindow));
       for (int32_t c = 0; c < 3; ++c) {
         window.variance[c] = static_cast<float>(sums[c].variance(kMapWindow * kMapWindow)) * scale;
+        window.mean[c] = static_cast<float>(sums[c].sum) * (1.0f / (64 * kMapWindow * kMapWindow));
       }
       if (++out->count >= kMostWindows) return;
     }
@@ -134,13 +145,19 @@ Status estimateNoise(Noise* noise, Env* env, const Samplers& samplers, const Noi
   if (!items || !scratch) return ZELVAN_ERROR_NOMEM;
   Windows windows = {items.data(), 0};
   for (int32_t i = 0; i < count; ++i) collectFull(&windows, samplers, pairs[i], kMostWindows / count);
+  keepFlattest(&windows, kFlattest, scratch.data());
   for (int32_t c = 0; c < 3; ++c) {
-    fitCurve(&noise->full[c], windows, c, kFullRatio, scratch.data());
+    fitCurve(&noise->full[c], windows, c, 0.5, kFullRatio, scratch.data());
     noise->level[c] = typicalLevel(noise->full[c], windows);
   }
   windows.count = 0;
   for (int32_t i = 0; i < count; ++i) collectMap(&windows, samplers, pairs[i], kMostWindows / count);
-  for (int32_t c = 0; c < 3; ++c) fitCurve(&noise->map[c], windows, c, kMapRatio, scratch.data());
+  keepFlattest(&windows, kFlattest, scratch.data());
+  for (int32_t c = 0; c < 3; ++c) {
+    fitCurve(&noise->map[c], windows, c, 0.5, kMapRatio, scratch.data());
+    const float patches = coherence(windows, noise->map[c], c, kMapWindow * kMapWindow, scratch.data());
+    noise->coherence[c] = std::clamp(patches * static_cast<float>(1.0 / (1.0 + kCubicKept)), 1.0f, kMostCoherence);
+  }
   return ZELVAN_OK;
 }
 
@@ -173,13 +190,15 @@ Status estimateAlone(Noise* noise, Env* env, const Image& frame, const Pyramid&)
         }
       }
       window.luma = static_cast<uint8_t>(brightness / (kFullWindow * kFullWindow));
+      window.activity = 0.0f;
       for (int32_t c = 0; c < 3; ++c) {
         window.variance[c] = static_cast<float>(sums[c].variance(kFullWindow * kFullWindow));
       }
     }
   }
   for (int32_t c = 0; c < 3; ++c) {
-    fitCurve(&noise->full[c], windows, c, 1.0, scratch.data());
+    noise->coherence[c] = 1.0f;
+    fitCurve(&noise->full[c], windows, c, kAloneQuantile, kAloneRatio, scratch.data());
     noise->level[c] = typicalLevel(noise->full[c], windows);
     for (int32_t i = 0; i < kNoiseBins; ++i) noise->map[c].variance[i] = noise->full[c].variance[i] / (c == 0 ? 16 : 4);
   }

@@ -2,9 +2,10 @@
 //
 // Where two frames show the same, their difference is noise alone, however rich the texture is: grain and what storage
 // as JPEG left of the noise count as they are. Small windows are compared, each without its mean, so that a drift of
-// brightness does not count; of the windows of one brightness a low quantile of the variances is taken, which what
-// moved, or was not aligned well, does not reach. For n samples of a Gaussian the quantile's ratio to the mean is
-// known.
+// brightness does not count. What is left of the picture in a difference, by motions that are not exact and by aliasing
+// of the small copies, grows with the picture's own activity: so only the flattest windows of a brightness count. They
+// are found by the sum of both frames, whose noise is independent of the difference's. Of their variances the median
+// is taken, which what moved does not reach; for n samples of a Gaussian its ratio to the mean is known.
 //
 #ifndef ZVT4_FINE_NOISE_H_
 #define ZVT4_FINE_NOISE_H_
@@ -20,6 +21,9 @@ struct Noise {
   NoiseCurve full[3];  // luma and the two chroma bytes, of full-size samples
   NoiseCurve map[3];   // likewise of level kMapLevel
   float level[3];      // typical standard deviation of full
+  // How much more of map's variance means of small squares keep than means of independent samples would: 1 and more,
+  // where storage or a camera's own denoising left noise in patches.
+  float coherence[3];
 };
 
 // A pair of frames for the estimate: base and an aligned one.

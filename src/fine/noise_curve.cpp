@@ -1,6 +1,7 @@
 #include "fine/noise_curve.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "base/integer.h"
 #include "base/scoped.h"
@@ -11,6 +12,7 @@ namespace {
 constexpr int32_t kLeastWindows = 24;  // in a range
 constexpr int32_t kWindow = 8;
 // Quantile 0.3 of the variance of 64 second differences of white noise, which share pixels, over its mean.
+constexpr double kQuantile = 0.3;
 constexpr double kRatio = 0.86;
 
 }  // namespace
@@ -21,7 +23,28 @@ float NoiseCurve::at(int32_t luma) const {
   return variance[p >> 4] + (variance[(p >> 4) + 1] - variance[p >> 4]) * t;
 }
 
-void fitCurve(NoiseCurve* curve, const NoiseWindows& windows, int32_t channel, double ratio, float* scratch) {
+void keepFlattest(NoiseWindows* windows, double share, float* scratch) {
+  float limits[kNoiseBins];
+  for (int32_t bin = 0; bin < kNoiseBins; ++bin) {
+    int32_t n = 0;
+    for (int32_t i = 0; i < windows->count; ++i) {
+      if (windows->items[i].luma / 16 == bin) scratch[n++] = windows->items[i].activity;
+    }
+    if (n == 0) continue;
+    float* at = scratch + clampInt(truncToInt32(share * n), std::min(n - 1, kLeastWindows), n - 1);
+    std::nth_element(scratch, at, scratch + n);
+    limits[bin] = *at;
+  }
+  int32_t kept = 0;
+  for (int32_t i = 0; i < windows->count; ++i) {
+    const NoiseWindow& window = windows->items[i];
+    if (window.activity <= limits[window.luma / 16]) windows->items[kept++] = window;
+  }
+  windows->count = kept;
+}
+
+void fitCurve(NoiseCurve* curve, const NoiseWindows& windows, int32_t channel, double quantile, double ratio,
+              float* scratch) {
   bool known[kNoiseBins] = {};
   for (int32_t bin = 0; bin < kNoiseBins; ++bin) {
     int32_t n = 0;
@@ -29,7 +52,7 @@ void fitCurve(NoiseCurve* curve, const NoiseWindows& windows, int32_t channel, d
       if (windows.items[i].luma / 16 == bin) scratch[n++] = windows.items[i].variance[channel];
     }
     if (n < kLeastWindows) continue;
-    float* at = scratch + truncToInt32(kNoiseQuantile * n);
+    float* at = scratch + truncToInt32(quantile * n);
     std::nth_element(scratch, at, scratch + n);
     curve->variance[bin] = static_cast<float>(*at / ratio);
     known[bin] = true;
@@ -53,6 +76,34 @@ void fitCurve(NoiseCurve* curve, const NoiseWindows& windows, int32_t channel, d
     smooth.variance[i] = 0.25f * a + 0.5f * curve->variance[i] + 0.25f * b;
   }
   *curve = smooth;
+}
+
+float coherence(const NoiseWindows& windows, const NoiseCurve& curve, int32_t channel, int32_t samples,
+                float* scratch) {
+  // Of the square of a Gaussian, the median by the mean.
+  constexpr float kMedian = 0.455f;
+  constexpr int32_t kMostStep = 24;
+  constexpr float kMostChange = 8.0f;
+  const auto near = [&](int32_t i) { return std::abs(windows.items[i].luma - windows.items[i + 1].luma) <= kMostStep; };
+  const auto change = [&](int32_t i) { return windows.items[i].mean[channel] - windows.items[i + 1].mean[channel]; };
+  const auto step = [&](int32_t i) { return static_cast<float>(windows.items[i].luma - windows.items[i + 1].luma); };
+  // What a drift of brightness makes of the steps from window to window.
+  double common = 0.0, squares = 1.0;
+  for (int32_t i = 0; i + 1 < windows.count; ++i) {
+    if (!near(i)) continue;
+    common += double{std::clamp(change(i), -kMostChange, kMostChange)} * double{step(i)};
+    squares += double{step(i)} * double{step(i)};
+  }
+  const auto gain = static_cast<float>(common / squares);
+  int32_t n = 0;
+  for (int32_t i = 0; i + 1 < windows.count; ++i) {
+    const float rest = change(i) - gain * step(i);
+    const float expected = curve.at(windows.items[i].luma) + curve.at(windows.items[i + 1].luma);
+    if (near(i) && expected > 0.0f) scratch[n++] = rest * rest * static_cast<float>(samples) / expected;
+  }
+  if (n < kLeastWindows) return 1.0f;
+  std::nth_element(scratch, scratch + n / 2, scratch + n);
+  return scratch[n / 2] / kMedian;
 }
 
 Status estimateCurve(NoiseCurve* curve, Env* env, const Image& image) {
@@ -82,7 +133,7 @@ Status estimateCurve(NoiseCurve* curve, Env* env, const Image& image) {
       window.variance[0] = static_cast<float>((squares / 64.0 - mean * mean) * 0.25);
     }
   }
-  fitCurve(curve, windows, 0, kRatio, scratch.data());
+  fitCurve(curve, windows, 0, kQuantile, kRatio, scratch.data());
   return ZELVAN_OK;
 }
 

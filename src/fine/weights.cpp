@@ -14,9 +14,16 @@ namespace {
 
 constexpr float kNear = 1.7f;
 constexpr float kFar = 3.6f;
+constexpr float kLeaning = 9.0f;  // mean difference squared by its expectation: from here on the weight falls
+constexpr float kLeaningFar = 18.0f;
+constexpr float kSystematic = 0.16f;   // variance of a mean difference that is no noise
 constexpr float kSlip = 0.14f;         // share of a step that a difference may reach
 constexpr float kQuantisation = 0.1f;  // variance of the bytes of the level
 constexpr double kFrameKept = 0.8;     // variance of a frame's sample by that of its pixels
+
+constexpr int32_t kDriftSide = 4;  // of a square, pixels of the map
+constexpr int32_t kMostDriftSquares = 6000;
+constexpr double kLeastDriftSquares = 12;
 
 using Byte = uint8_t;
 
@@ -45,50 +52,92 @@ void coverRow(Byte* out, const Mesh& mesh, int32_t y, int32_t width, int32_t hei
   }
 }
 
-// Every kDriftStep-th pixel of both directions is enough for a line, fewer of large maps.
-int32_t driftStep(const Laid& laid) {
-  int32_t step = 2;
-  while ((laid.width / step) * (laid.height / step) > 24000) ++step;
-  return step;
-}
+// What base and frame show in a square of kDriftSide pixels of the map: sums, in 1/64 levels about 128.
+struct DriftSquare {
+  int32_t base[3];
+  int32_t frame[3];
+};
 
-// A line y = x + gain x + offset by iterated weights.
-void fitDrift(Drift* drift, const Laid& laid) {
-  const int32_t step = driftStep(laid);
-  for (int32_t channel = 0; channel < 3; ++channel) {
-    double gain = 0.0, offset = 0.0;
-    for (int32_t round = 0; round < 4; ++round) {
-      // Wide at first, then near the noise.
-      const double limit = round == 0 ? 40.0 : round == 1 ? 12.0 : 6.0;
-      double n = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
-      for (int32_t y = 2; y < laid.height - 2; y += step) {
-        const Byte* row = channel == 0 ? imageRow(laid.in->base->luma, y) : imageRow(laid.in->base->colour, y);
-        for (int32_t x = 2; x < laid.width - 2; x += step) {
-          const int32_t at = y * laid.width + x;
-          if (laid.covered[at] == 0) continue;
-          const double from = (channel == 0 ? laid.luma[at] : laid.pairs[2 * at + channel - 1]) / 64.0;
-          const double change = (channel == 0 ? row[x] : row[2 * x + channel - 1]) - 128.0 - from;
-          const double e = change - gain * from - offset;
-          const double size = e < 0 ? -e : e;
-          if (size > 3 * limit) continue;
-          const double w = size < limit ? 1.0 : limit / size;
-          n += w;
-          sx += w * from;
-          sy += w * change;
-          sxx += w * from * from;
-          sxy += w * from * change;
+// Squares that lie within the frame, on a grid of at most kMostDriftSquares. Returns how many.
+int32_t collectSquares(DriftSquare* squares, const Laid& laid) {
+  int32_t step = kDriftSide;
+  while ((laid.width / step) * (laid.height / step) > kMostDriftSquares) ++step;
+  int32_t count = 0;
+  for (int32_t y = 0; y + kDriftSide <= laid.height; y += step) {
+    for (int32_t x = 0; x + kDriftSide <= laid.width && count < kMostDriftSquares; x += step) {
+      const int32_t first = y * laid.width + x;
+      const int32_t last = first + (kDriftSide - 1) * laid.width;
+      if ((laid.covered[first] & laid.covered[first + kDriftSide - 1] & laid.covered[last] &
+           laid.covered[last + kDriftSide - 1]) == 0) {
+        continue;
+      }
+      DriftSquare& square = squares[count++];
+      square = {};
+      for (int32_t j = 0; j < kDriftSide; ++j) {
+        const Byte* luma = imageRow(laid.in->base->luma, y + j) + x;
+        const Byte* colour = imageRow(laid.in->base->colour, y + j) + 2 * x;
+        const int16_t* s = laid.luma + first + j * laid.width;
+        const int16_t* pairs = laid.pairs + 2 * (first + j * laid.width);
+        for (int32_t i = 0; i < kDriftSide; ++i) {
+          square.base[0] += (luma[i] - 128) * 64;
+          square.base[1] += (colour[2 * i] - 128) * 64;
+          square.base[2] += (colour[2 * i + 1] - 128) * 64;
+          square.frame[0] += s[i];
+          square.frame[1] += pairs[2 * i];
+          square.frame[2] += pairs[2 * i + 1];
         }
       }
-      if (n < 100) break;
-      // A prior holds the gain where there is no range of brightness.
-      const double variance = sxx - sx * sx / n + n * 4.0;
-      gain = (sxy - sx * sy / n) / variance;
-      offset = (sy - gain * sx) / n;
     }
+  }
+  return count;
+}
+
+// A line change = gain x + offset through the squares of a channel, by iterated weights. Noise of x, which would
+// flatten the line, is taken out of the moments. usual: the gain where the squares have no range.
+void fitLine(double* gain, double* offset, const DriftSquare* squares, int32_t count, int32_t channel, double usual,
+             double variance) {
+  constexpr double kUnit = 1.0 / (64 * kDriftSide * kDriftSide);
+  constexpr double kPrior = 4.0;  // squared levels
+  // Wide at first, then near the noise.
+  constexpr double kLimits[] = {40.0, 12.0, 5.0, 3.0, 3.0};
+  *gain = usual;
+  *offset = 0.0;
+  for (const double limit : kLimits) {
+    double n = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
+    for (int32_t i = 0; i < count; ++i) {
+      const double x = squares[i].frame[channel] * kUnit;
+      const double change = squares[i].base[channel] * kUnit - x;
+      const double e = change - *gain * x - *offset;
+      const double size = e < 0 ? -e : e;
+      if (size > 3 * limit) continue;
+      const double w = size < limit ? 1.0 : limit / size;
+      n += w;
+      sx += w * x;
+      sy += w * change;
+      sxx += w * x * x;
+      sxy += w * x * change;
+    }
+    if (n < kLeastDriftSquares) return;
+    const double spread = sxx - sx * sx / n - n * variance;
+    const double common = sxy - sx * sy / n + n * variance;
+    *gain = (common + n * kPrior * usual) / ((spread > 0.0 ? spread : 0.0) + n * kPrior);
+    *offset = (sy - *gain * sx) / n;
+  }
+}
+
+// Chroma takes the gain of luma unless it shows another one.
+void fitDrift(Drift* drift, const Laid& laid, DriftSquare* squares) {
+  const int32_t count = collectSquares(squares, laid);
+  double usual = 0.0;
+  for (int32_t channel = 0; channel < 3; ++channel) {
+    double gain, offset;
+    fitLine(&gain, &offset, squares, count, channel, usual,
+            laid.in->base->noise[channel] * kFrameKept / (kDriftSide * kDriftSide));
     gain = gain < -0.3 ? -0.3 : gain > 0.3 ? 0.3 : gain;
     offset = offset < -40 ? -40 : offset > 40 ? 40 : offset;
     drift->gain[channel] = static_cast<int16_t>(RawDouble_floor(gain * 32768.0 + 0.5));
     drift->offset[channel] = static_cast<int16_t>(RawDouble_floor(offset * 64.0 + 0.5));
+    if (channel == 0) usual = gain;
   }
 }
 
@@ -160,29 +209,76 @@ void prepareRows(const PrepareJob& job, int32_t begin, int32_t end) {
   }
 }
 
+// What the square of a sum of difference x certainty over 5x5 is to be multiplied with: 1 / its expectation.
+void prepareLeaning(const PrepareJob& job, int32_t begin, int32_t end) {
+  const Image& luma = *job.base->luma;
+  const int32_t width = luma.width;
+  const size_t area = static_cast<size_t>(width) * static_cast<size_t>(luma.height);
+  constexpr int32_t kPiece = 256;
+  float line[kPiece + 4];
+  for (int32_t channel = 0; channel < 3; ++channel) {
+    const float* plane = job.base->certainty[channel];
+    const float patches = job.base->coherence[channel];
+    for (int32_t y = begin; y < end; ++y) {
+      const float* rows[5];
+      for (int32_t j = 0; j < 5; ++j) {
+        rows[j] = plane + static_cast<ptrdiff_t>(clampInt(y + j - 2, 0, luma.height - 1)) * width;
+      }
+      const auto sumAt = [&](int32_t x) { return rows[0][x] + rows[1][x] + rows[2][x] + rows[3][x] + rows[4][x]; };
+      float* out = job.planes + static_cast<size_t>(3 + channel) * area + static_cast<ptrdiff_t>(y) * width;
+      for (int32_t x0 = 0; x0 < width; x0 += kPiece) {
+        const int32_t count = std::min(kPiece, width - x0);
+        const int32_t right = std::min(count + 2, width - x0);
+        for (int32_t i = x0 > 0 ? -2 : 0; i < right; ++i) line[i + 2] = sumAt(x0 + i);
+        if (x0 == 0) line[0] = line[1] = line[2];
+        for (int32_t i = right; i < count + 2; ++i) line[i + 2] = line[i + 1];
+        for (int32_t i = 0; i < count; ++i) {
+          const float sum = line[i] + line[i + 1] + line[i + 2] + line[i + 3] + line[i + 4];
+          out[x0 + i] = 1.0f / (sum * (patches + kSystematic * sum));
+        }
+      }
+    }
+  }
+}
+
 int16_t corrected(int16_t s, int16_t gain, int16_t offset) {
   return static_cast<int16_t>(s + static_cast<int16_t>((((int32_t{s} * gain) >> 14) + 1) >> 1) + offset);
 }
 
-// Mean of the three ratios.
-void ratioRow(float* __restrict out, const Laid& laid, const Drift& drift, int32_t y) {
+// Lines of a row: mean of the three ratios, and for each channel difference x certainty.
+enum Line : int32_t { RATIO, LEANING, kLines = LEANING + 3 };
+
+void compareRow(float* const* out, const Laid& laid, const Drift& drift, int32_t y) {
   const WeightBase& base = *laid.in->base;
   const size_t at = static_cast<size_t>(y) * static_cast<size_t>(laid.width);
   const int16_t* __restrict s = laid.luma + at;
   const int16_t* __restrict pairs = laid.pairs + 2 * at;
   const Byte* __restrict luma = imageRow(base.luma, y);
   const Byte* __restrict colour = imageRow(base.colour, y);
+  const Byte* __restrict covered = laid.covered + at;
   const float* __restrict cy = base.certainty[0] + at;
   const float* __restrict cu = base.certainty[1] + at;
   const float* __restrict cv = base.certainty[2] + at;
+  float* __restrict ratio = out[RATIO];
+  float* __restrict ly = out[LEANING];
+  float* __restrict lu = out[LEANING + 1];
+  float* __restrict lv = out[LEANING + 2];
   for (int32_t x = 0; x < laid.width; ++x) {
     const auto dy = static_cast<float>(corrected(s[x], drift.gain[0], drift.offset[0]) - (luma[x] - 128) * 64);
     const auto du =
         static_cast<float>(corrected(pairs[2 * x], drift.gain[1], drift.offset[1]) - (colour[2 * x] - 128) * 64);
     const auto dv = static_cast<float>(corrected(pairs[2 * x + 1], drift.gain[2], drift.offset[2]) -
                                        (colour[2 * x + 1] - 128) * 64);
-    const float sum = (dy * dy * cy[x] + du * du * cu[x] + dv * dv * cv[x]) * (1.0f / (3 * 4096));
-    out[x] = sum < 40.0f ? sum : 40.0f;  // what is far off is far off: one pixel shall not outvote 25
+    // Beyond the frame nothing speaks for or against it.
+    const float inside = static_cast<float>(covered[x]) * (1.0f / (255 * 64));
+    const float y1 = dy * cy[x] * inside;
+    const float u1 = du * cu[x] * inside;
+    const float v1 = dv * cv[x] * inside;
+    const float sum = (dy * y1 + du * u1 + dv * v1) * (1.0f / (3 * 64)) + (1.0f - 64.0f * inside);
+    ratio[x] = sum < 40.0f ? sum : 40.0f;  // what is far off is far off: one pixel shall not outvote 25
+    ly[x] = y1;
+    lu[x] = u1;
+    lv[x] = v1;
   }
 }
 
@@ -203,10 +299,8 @@ void padLine(T* line, int32_t width) {
   line[width] = line[width + 1] = line[width - 1];
 }
 
-// The weight of a row: mean of 5x5 ratios, from near to far.
-void weightRow(Byte* __restrict out, const float* ratios, float* __restrict line, const Byte* __restrict covered,
-               int32_t y, int32_t width, int32_t height, float far, float scale) {
-  const Rows<float, 2> r(y, height, [&](int32_t j) { return ratios + static_cast<ptrdiff_t>(j) * width; });
+// Sums over 5x5, edges repeated. line: room for two items on each side.
+void boxRow(float* __restrict out, const Rows<float, 2>& r, float* __restrict line, int32_t width) {
   const float* __restrict a = r.row[0];
   const float* __restrict b = r.row[1];
   const float* __restrict c = r.row[2];
@@ -214,22 +308,50 @@ void weightRow(Byte* __restrict out, const float* ratios, float* __restrict line
   const float* __restrict e = r.row[4];
   for (int32_t x = 0; x < width; ++x) line[x] = a[x] + b[x] + c[x] + d[x] + e[x];
   padLine(line, width);
+  for (int32_t x = 0; x < width; ++x) out[x] = line[x - 2] + line[x - 1] + line[x] + line[x + 1] + line[x + 2];
+}
+
+struct Limits {
+  float far;  // mean ratio of weight zero
+  float scale;
+  float leaningFar;
+  float leaningScale;
+};
+
+// The weight of a row from the sums of its lines: the lesser of what both tests say.
+void weightRow(Byte* __restrict out, const float* const* sums, const WeightBase& base, const Byte* __restrict covered,
+               int32_t y, int32_t width, const Limits& limits) {
+  const size_t at = static_cast<size_t>(y) * static_cast<size_t>(width);
+  const float* __restrict ratio = sums[RATIO];
+  const float* __restrict ly = sums[LEANING];
+  const float* __restrict lu = sums[LEANING + 1];
+  const float* __restrict lv = sums[LEANING + 2];
+  const float* __restrict ey = base.leaning[0] + at;
+  const float* __restrict eu = base.leaning[1] + at;
+  const float* __restrict ev = base.leaning[2] + at;
   for (int32_t x = 0; x < width; ++x) {
-    const float mean = (line[x - 2] + line[x - 1] + line[x] + line[x + 1] + line[x + 2]) * 0.04f;
-    const float t = (far - mean) * scale;
+    const float ty = ly[x] * ly[x] * ey[x];
+    const float tu = lu[x] * lu[x] * eu[x];
+    const float tv = lv[x] * lv[x] * ev[x];
+    const float chroma = tu > tv ? tu : tv;
+    const float leaning = (limits.leaningFar - (ty > chroma ? ty : chroma)) * limits.leaningScale;
+    const float spread = (limits.far - ratio[x] * 0.04f) * limits.scale;
+    const float t = leaning < spread ? leaning : spread;
     const float weight = t < 0.0f ? 0.0f : t > 1.0f ? 255.0f : 255.0f * t;
-    out[x] = static_cast<Byte>(static_cast<int32_t>(weight)) & covered[x];
+    // What lies beyond the frame must not take from its neighbours: it goes last.
+    out[x] = static_cast<Byte>(static_cast<int32_t>(weight)) | static_cast<Byte>(~covered[x]);
   }
 }
 
-// Least of the 3x3 neighbours.
-void leastRow(Byte* __restrict out, const Rows<Byte, 1>& r, Byte* __restrict line, int32_t width) {
+// Least of the 3x3 neighbours, nothing beyond the frame.
+void leastRow(Byte* __restrict out, const Rows<Byte, 1>& r, Byte* __restrict line, const Byte* __restrict covered,
+              int32_t width) {
   const Byte* __restrict a = r.row[0];
   const Byte* __restrict b = r.row[1];
   const Byte* __restrict c = r.row[2];
   for (int32_t x = 0; x < width; ++x) line[x] = std::min(std::min(a[x], b[x]), c[x]);
   padLine(line, width);
-  for (int32_t x = 0; x < width; ++x) out[x] = std::min(std::min(line[x - 1], line[x]), line[x + 1]);
+  for (int32_t x = 0; x < width; ++x) out[x] = std::min(std::min(line[x - 1], line[x]), line[x + 1]) & covered[x];
 }
 
 // Mean of the 3x3 neighbours, but never above the place itself: a hole of the map stays a hole.
@@ -251,14 +373,22 @@ void softRow(Byte* __restrict out, const Rows<Byte, 1>& r, uint16_t* __restrict 
 void prepareWeights(WeightBase* base, float* planes, Pel* pel, const Image& luma, const Image& colour,
                     const Noise& noise) {
   const size_t area = static_cast<size_t>(luma.width) * static_cast<size_t>(luma.height);
-  *base = {&luma, &colour, {planes, planes + area, planes + 2 * area}};
+  *base = {&luma,
+           &colour,
+           {planes, planes + area, planes + 2 * area},
+           {planes + 3 * area, planes + 4 * area, planes + 5 * area},
+           {},
+           {}};
   float expected[3 * 256];
   for (int32_t k = 0; k < 3; ++k) {
+    base->coherence[k] = noise.coherence[k];
     for (int32_t v = 0; v < 256; ++v) {
       expected[256 * k + v] = noise.map[k].at(v) * static_cast<float>(1.0 + kFrameKept) + kQuantisation;
+      base->noise[k] += noise.map[k].at(v) * (1.0f / 256);
     }
   }
   executeRows<PrepareJob, prepareRows>(pel, {base, planes, expected}, luma.height);
+  executeRows<PrepareJob, prepareLeaning>(pel, {base, planes, expected}, luma.height);
 }
 
 Status makeWeights(Image* map, Drift* drift, float* share, Env* env, const WeightInput& input) {
@@ -268,9 +398,11 @@ Status makeWeights(Image* map, Drift* drift, float* share, Env* env, const Weigh
   const ScopedBlock<int16_t> luma(env, area + kSampleSlack);
   const ScopedBlock<int16_t> pairs(env, 2 * (area + kSampleSlack));
   const ScopedBlock<Byte> covered(env, area);
-  const ScopedBlock<float> ratios(env, area);
-  const ScopedBlock<float> lines(env, static_cast<size_t>(width) + 4);
-  if (!luma || !pairs || !covered || !ratios || !lines) return ZELVAN_ERROR_NOMEM;
+  const ScopedBlock<Byte> least(env, area);
+  // Of the five rows round a row all lines, then their sums, then scratch for one.
+  const size_t padded = static_cast<size_t>(width) + 4;
+  const ScopedBlock<float> lines(env, (6 * kLines + 1) * padded);
+  if (!luma || !pairs || !covered || !least || !lines) return ZELVAN_ERROR_NOMEM;
   const Laid laid = {&input, width, height, luma.data(), pairs.data(), covered.data()};
   const auto rowOf = [&](auto* plane, int32_t y) {
     return plane + static_cast<size_t>(y) * static_cast<size_t>(width);
@@ -281,27 +413,47 @@ Status makeWeights(Image* map, Drift* drift, float* share, Env* env, const Weigh
               input.frame->colour, *input.mapMesh, y, width);
     coverRow(rowOf(laid.covered, y), *input.mapMesh, y, width, height);
   }
-  fitDrift(drift, laid);
+  {
+    const ScopedBlock<DriftSquare> squares(env, kMostDriftSquares);
+    if (!squares) return ZELVAN_ERROR_NOMEM;
+    fitDrift(drift, laid, squares.data());
+  }
 
   const double strictness = input.strictness > 0.01 ? input.strictness : 0.01;
-  const auto near = static_cast<float>(1.0 + (kNear - 1.0) / strictness);
-  const auto far = static_cast<float>(1.0 + (kFar - 1.0) / strictness);
-  for (int32_t y = 0; y < height; ++y) ratioRow(rowOf(ratios.data(), y), laid, *drift, y);
-  float* line = lines.data() + 2;
-  for (int32_t y = 0; y < height; ++y) {
-    weightRow(imageRow(map, y), ratios.data(), line, rowOf(laid.covered, y), y, width, height, far,
-              1.0f / (far - near));
+  const auto limitsOf = [&](float near, float far) {
+    return std::pair{static_cast<float>(1.0 + (far - 1.0) / strictness),
+                     static_cast<float>(strictness / (double{far} - double{near}))};
+  };
+  const auto [far, scale] = limitsOf(kNear, kFar);
+  const auto [leaningFar, leaningScale] = limitsOf(kLeaning, kLeaningFar);
+  const Limits limits = {far, scale, leaningFar, leaningScale};
+  const auto lineOf = [&](int32_t slot, int32_t i) {
+    return lines.data() + static_cast<size_t>(slot * kLines + i) * padded + 2;
+  };
+  float* sums[kLines];
+  for (int32_t i = 0; i < kLines; ++i) sums[i] = lineOf(5, i);
+  float* line = lineOf(6, 0);
+  for (int32_t y = 0; y < height + 2; ++y) {
+    if (y < height) {
+      float* out[kLines];
+      for (int32_t i = 0; i < kLines; ++i) out[i] = lineOf(y % 5, i);
+      compareRow(out, laid, *drift, y);
+    }
+    if (y < 2) continue;
+    for (int32_t i = 0; i < kLines; ++i) {
+      boxRow(sums[i], Rows<float, 2>(y - 2, height, [&](int32_t j) { return lineOf(j % 5, i); }), line, width);
+    }
+    weightRow(imageRow(map, y - 2), sums, *input.base, rowOf(laid.covered, y - 2), y - 2, width, limits);
   }
-  // The ratios have done their work: their place takes the map in between.
-  Byte* least = reinterpret_cast<Byte*>(ratios.data());
   Byte* byteLine = reinterpret_cast<Byte*>(line);
   for (int32_t y = 0; y < height; ++y) {
-    leastRow(rowOf(least, y), Rows<Byte, 1>(y, height, [&](int32_t j) { return imageRow(map, j); }), byteLine, width);
+    leastRow(rowOf(least.data(), y), Rows<Byte, 1>(y, height, [&](int32_t j) { return imageRow(map, j); }), byteLine,
+             rowOf(laid.covered, y), width);
   }
   int64_t sum = 0;
   int64_t seen = 0;
   for (int32_t y = 0; y < height; ++y) {
-    softRow(imageRow(map, y), Rows<Byte, 1>(y, height, [&](int32_t j) { return rowOf(least, j); }),
+    softRow(imageRow(map, y), Rows<Byte, 1>(y, height, [&](int32_t j) { return rowOf(least.data(), j); }),
             reinterpret_cast<uint16_t*>(line), width);
     const Byte* row = imageRow(map, y);
     const Byte* inside = rowOf(laid.covered, y);

@@ -1,0 +1,79 @@
+#include "fine/noise.h"
+
+#include "fine/frame_rig.h"
+#include "fine/sharpness.h"
+
+namespace {
+
+using fine::Noise;
+
+Noise estimate(Env* env, const FrameOptions& base, FrameOptions other) {
+  const TestFrame a(env, base), b(env, other);
+  const TestMeshes meshes(-other.dx);
+  const fine::NoisePair pair = {&a, &b, &a.pyramid, &b.pyramid, &meshes.full, &meshes.map};
+  Noise noise;
+  EXPECT_EQ(fine::estimateNoise(&noise, env, *fine::samplersBest(), &pair, 1), ZELVAN_OK);
+  return noise;
+}
+
+// Standard deviations within 15 %, the noise of rounding included.
+void expectCurve(const fine::NoiseCurve& curve, const FrameOptions& o, double share, const char* what) {
+  for (int32_t luma = 56; luma <= 200; luma += 16) {
+    const double truth = std::sqrt((o.still + o.byLight * luma) * share + 1.0 / 12);
+    EXPECT_NEAR(std::sqrt(curve.at(luma)) / truth, 1.0, 0.15) << what << " at " << luma;
+  }
+}
+
+TEST(Noise, FollowsBrightnessWhateverTheDriftAndTheMotion) {
+  TestArena arena(16u << 20);
+  for (const double byLight : {0.03, 0.3, 1.2}) {
+    FrameOptions base = {.still = 1, .byLight = byLight};
+    FrameOptions other = base;
+    other.seed = 2;
+    other.dx = 5.3;
+    other.gain = 1.04;
+    other.offset = -3;
+    const Noise noise = estimate(arena.env(), base, other);
+    for (int32_t c = 0; c < 3; ++c) {
+      expectCurve(noise.full[c], base, 1.0, "full size");
+      expectCurve(noise.map[c], base, c == 0 ? 1.0 / 16 : 1.0 / 4, "level of the maps");
+      EXPECT_LT(noise.coherence[c], 2.0f);
+    }
+    const TestFrame frame(arena.env(), base);
+    Noise alone;
+    ASSERT_EQ(fine::estimateAlone(&alone, arena.env(), frame, frame.pyramid), ZELVAN_OK);
+    for (int32_t c = 0; c < 3; ++c) expectCurve(alone.full[c], base, 1.0, "alone");
+  }
+}
+
+TEST(Noise, FindsPatches) {
+  TestArena arena(16u << 20);
+  FrameOptions base = {.still = 16, .patch = 12}, other = base;
+  other.seed = 2;
+  const Noise noise = estimate(arena.env(), base, other);
+  EXPECT_GT(noise.coherence[0], 4.0f);
+}
+
+// A wave of lines; blurred to what a box of 10 pixels leaves of it.
+double lines(double contrast, double x) {
+  return 120 + 40 * contrast * std::sin(x * 0.4);
+}
+
+TEST(Sharpness, SeesBlurAndNotNoise) {
+  TestArena arena(16u << 20);
+  const auto of = [&](double contrast, double variance) {
+    FrameOptions o = {.still = variance};
+    o.scene = [=](int32_t c, double x, double) { return c == 0 ? (x < 480 ? 120 : lines(contrast, x)) : 128; };
+    const TestFrame frame(arena.env(), o);
+    return fine::sharpness(arena.env(), frame.pyramid, {0, 0, kWidth, kHeight});
+  };
+  const fine::Sharpness clean = of(1, 0), noisy = of(1, 200), blurred = of(0.4, 200);
+  EXPECT_NEAR(static_cast<double>(noisy.score) / clean.score, 1.0, 0.1);
+  EXPECT_LT(fine::sharpnessRatio(blurred, clean), 0.35);
+  EXPECT_GT(fine::sharpnessRatio(noisy, clean), 0.9);
+  // Where there is nothing to see, nothing is blurred.
+  EXPECT_NEAR(fine::sharpnessRatio(of(0, 200), of(0.05, 200)), 1.0, 0.15);
+  EXPECT_EQ(fine::sharpness(arena.env(), TestFrame(arena.env(), {}).pyramid, {300, 300, 310, 460}).score, 0);
+}
+
+}  // namespace
