@@ -56,10 +56,12 @@ constexpr IntSetting kInts[] = {
     {zelvan_Tessaline4_setChromaNoiseReductionTimes_internal, zelvan_Tessaline4_getChromaNoiseReductionTimes_internal,
      0, kAny},
     {zelvan_Tessaline4_setRemoveSpikeNoiseLevel_internal, zelvan_Tessaline4_getRemoveSpikeNoiseLevel_internal, 0, kAny},
+    {zelvan_Tessaline4_setFineMode, zelvan_Tessaline4_getFineMode, 0, 1},
 };
 constexpr size_t kIntCount = std::size(kInts);
 constexpr size_t kMergeCount = 0;    // place of the number of frames to merge
 constexpr size_t kChromaTimes = 12;  // and of the chroma passes, each of which costs
+constexpr size_t kFineMode = 14;
 
 struct DoubleSetting {
   uint32_t (*set)(zelvan_Tessaline4*, double);
@@ -483,6 +485,7 @@ class Session {
     REQUIRE(asked == kOk || !promised);
     if (asked == kState) return;  // the finish broke off, and the burst stays open
     model_.flags |= kDone;
+    promised_ = promised;
     if (promised) checkReport();
   }
 
@@ -540,6 +543,35 @@ class Session {
       REQUIRE(status == (model_.is(kDone, kDone) ? kOk : kState));
     }
     if (status != kOk) REQUIRE(std::memcmp(&info, &before, sizeof(info)) == 0);
+    fineInfo(index);
+  }
+
+  void fineInfo(int32_t index) {
+    zelvan_FineInfo info = {};
+    zelvan_FineFrameInfo frame = {};
+    const uint32_t status = zelvan_Tessaline4_getFineInfo(&handle_, &info);
+    const uint32_t frameStatus = zelvan_Tessaline4_getFineFrameInfo(&handle_, index, &frame);
+    if (model_.flags == 0) return REQUIRE(status == kParam && frameStatus == kParam);
+    const bool known = status == kOk;
+    REQUIRE(known || status == kState);
+    if (model_.is(kDone, kDone) && model_.ints[kFineMode] == 1) {
+      REQUIRE(known || !promised_);
+    } else {
+      REQUIRE(!known);
+    }
+    const bool legal = index >= 0 && (!known || index < model_.added);
+    REQUIRE(frameStatus == (legal ? status : kParam));
+    if (!known) return;
+    for (const double noise : info.noise) REQUIRE(std::isfinite(noise) && noise >= 0.0);
+    REQUIRE(std::isfinite(info.lumaStrength) && std::isfinite(info.chromaStrength));
+    REQUIRE(info.mapWidth > 0 && info.mapWidth <= kWidth && info.mapHeight > 0 && info.mapHeight <= kHeight);
+    if (legal) REQUIRE(frame.share >= 0.0 && frame.share <= 1.0 && std::isfinite(frame.residual));
+    Guarded map(static_cast<size_t>(info.mapWidth) * static_cast<size_t>(info.mapHeight));
+    for (const int32_t of : {index, -1}) {
+      const bool mapped = of == -1 || (of >= 0 && of < model_.added);
+      REQUIRE(zelvan_Tessaline4_getFineMap(&handle_, of, map.data()) == (mapped ? kOk : kParam));
+    }
+    map.check();
   }
 
   void reset() {
@@ -599,6 +631,8 @@ class Session {
     float level = 1.0f;
     char text[8];
     zelvan_FrameInfo info;
+    zelvan_FineInfo fine;
+    zelvan_FineFrameInfo fineFrame;
     // With a live handle it is the other pointer that is missing.
     for (const IntSetting& s : kInts) {
       REQUIRE(s.get(handle, live ? nullptr : &number) == kParam);
@@ -615,6 +649,9 @@ class Session {
     REQUIRE(zelvan_Tessaline4_getImageFormat(handle, live ? nullptr : text, 8) == kParam);
     REQUIRE(zelvan_Tessaline4_getMergeStatus(handle, live ? nullptr : &number, 0) == kParam);
     REQUIRE(zelvan_Tessaline4_getFrameInfo(handle, 0, live ? nullptr : &info) == kParam);
+    REQUIRE(zelvan_Tessaline4_getFineInfo(handle, live ? nullptr : &fine) == kParam);
+    REQUIRE(zelvan_Tessaline4_getFineFrameInfo(handle, 0, live ? nullptr : &fineFrame) == kParam);
+    REQUIRE(zelvan_Tessaline4_getFineMap(handle, 0, live ? nullptr : reinterpret_cast<uint8_t*>(text)) == kParam);
     REQUIRE(zelvan_Tessaline4_setNoiseReductionLevels(handle, live ? nullptr : &level, 0) == kParam);
     REQUIRE(zelvan_Tessaline4_setUvNoiseReductionThres(handle, live ? nullptr : &number, 0) == kParam);
     REQUIRE(zelvan_Tessaline4_start(handle, nullptr, 2) == kParam);
@@ -676,6 +713,7 @@ class Session {
   bool mayMerge_;
   Model model_;
   bool shownUnsure_ = false;  // a record that was refused leaves an output without format
+  bool promised_ = false;     // of the merge that was last
   int32_t merges_ = 0;
   zelvan_Tessaline4 handle_ = {nullptr};
 };

@@ -68,6 +68,8 @@ void makeApi() {
       {"auto-scaling", 0, {2, 1, 0, 1, 0}, 1, {20}},
       {"levels", 0, {2, 3, 0, 7, 0, 2, 4, 0, 5, 0, 2, 5, 0, 3, 0}, 1, {}},
       {"curve", 0, {2, 7, 0, 5, 0}, 1, {}},
+      {"fine", 0, {2, 14, 0, 1, 0}, 1, {19, 0, 1}},
+      {"fine-enhance", 3, {2, 14, 0, 1, 0, 2, 1, 0, 1, 0, 2, 13, 0, 3, 0}, 0, {17, 19, 0, 0, 20}},
   };
   for (const Seed& seed : seeds) {
     Bytes bytes = {kMayMerge, kStay, kStay};
@@ -312,23 +314,29 @@ void makeMetadata() {
 
 void makeTruths() {
   const std::string unit = "[[1,0,0],[0,1,0],[0,0,1]]";
-  const auto frame = [&](const std::string& file, const std::string& clean) {
-    return R"({"file":")" + file + R"(","clean":")" + clean + R"(","homography":)" + unit + "}";
+  const auto frame = [&](const std::string& file, const std::string& clean, const std::string& more = "") {
+    return R"({"file":")" + file + R"(","clean":")" + clean + R"(","homography":)" + unit + more + "}";
   };
-  const auto truth = [&](const std::string& format, const std::string& frames) {
-    return R"({"width":24,"height":20,"frameFormat":")" + format + R"(","frames":[)" + frames + "]}";
+  const auto truth = [&](const std::string& format, const std::string& frames, const std::string& grain = "0") {
+    return R"({"seed":1,"width":24,"height":20,"frameFormat":")" + format +
+           R"(","jpegQuality":90,"noise":{"shot":0.7,"read":4,"grain":)" + grain + R"(},"frames":[)" + frames + "]}";
   };
   const auto entry = [&](const std::string& status, const std::string& motion) {
     return R"({"status":")" + status + R"(","motion":)" + motion + "}";
   };
   const auto report = [](const std::string& base, const std::string& frames) {
-    return std::string(1, '\0') + R"({"base":)" + base + R"(,"frames":[)" + frames + "]}";
+    return std::string(1, '\0') + R"({"width":24,"height":20,"base":)" + base + R"(,"frames":[)" + frames + "]}";
   };
   const std::string two = truth("png", frame("a.png", "b.png") + "," + frame("b.png", "a.png"));
   put("truth", "plain", two);
   put("truth", "nv21", truth("nv21", frame("a.nv21", "a.png")));
   put("truth", "small", truth("png", frame("a.png", "s.png")));
   put("truth", "missing", truth("png", frame("a.png", "none.png")));
+  put("truth", "faults",
+      truth("jpg",
+            frame("a.png", "b.png", R"(,"sharp":"a.png","blurred":9,"mask":"b.png","average":"c.png")") + "," +
+                frame("b.png", "a.png", R"(,"foreign":true,"mask":"s.png")"),
+            "0.8"));
   put("truth", "report", two + report("0", entry("merged", unit) + "," + entry("merged", unit)));
   put("truth", "cropped",
       two + report("1", entry("merged", unit) + "," + entry("merged", "[[0.9,0,1],[0,0.9,1],[0,0,1]]")));

@@ -4,7 +4,6 @@
 #include <memory>
 
 #include "commands.h"
-#include "file_io.h"
 #include "image_file.h"
 #include "json_numbers.h"
 #include "options.h"
@@ -81,15 +80,9 @@ Yardstick printedYardstick(const Picture& result, const Picture& noisy, const Pi
   return y;
 }
 
-// The pixels of the result that count; empty: all.
-Mask readMask(const Truth& truth, const std::string& name, const Homography& crop) {
-  if (name.empty()) return {};
-  const std::string path = truth.folder + "/" + name;
-  Picture picture = readPicture(path);
-  if (picture.width != truth.width || picture.height != truth.height) {
-    throw Error(path, "is not of the size of the burst");
-  }
-  picture = resample(picture, crop);
+// The pixels of the result that count.
+Mask countedOf(const Picture& white, const Homography& crop) {
+  Picture picture = resample(white, crop);
   for (uint8_t& y : picture.y) y = y > 127 ? 1 : 0;
   return std::move(picture.y);
 }
@@ -115,10 +108,11 @@ void run(const Options& o) {
     }
     return picture;
   };
+  const auto inFolder = [&](const std::string& name) { return o.truthFolder + "/" + name; };
   const Picture result = read(o.result, o.raw.layout());
   const auto clean = [&](size_t i) {
     const TruthFrame& frame = truth.frames[i];
-    return read(o.truthFolder + "/" + (frame.sharp.empty() ? frame.clean : frame.sharp), std::nullopt);
+    return read(inFolder(frame.sharp.empty() ? frame.clean : frame.sharp), std::nullopt);
   };
 
   size_t base = 0;
@@ -141,7 +135,7 @@ void run(const Options& o) {
   const RawLayout own = {truth.width, truth.height, truth.storage.format};
   const bool rawFrames = truth.storage.format == "nv21";
   const Picture noisy =
-      read(o.truthFolder + "/" + truth.frames[base].file, rawFrames ? std::optional<RawLayout>(own) : std::nullopt);
+      read(inFolder(truth.frames[base].file), rawFrames ? std::optional<RawLayout>(own) : std::nullopt);
   const Quality before = compareWithTruth(noisy, reference);
   const bool isCropped = !o.report.empty() && report.isCropped();
   const Picture shown = isCropped ? resample(reference, report.crop()) : reference;
@@ -158,8 +152,11 @@ void run(const Options& o) {
   std::printf("%-16s %+6.2f dB    %+6.2f dB\n", "gain", after.lumaPsnr - before.lumaPsnr,
               after.chromaPsnr - before.chromaPsnr);
 
-  const Mask mask =
-      readMask(truth, truth.frames[base].mask, isCropped ? report.crop() : Homography{1, 0, 0, 0, 1, 0, 0, 0, 1});
+  Mask mask;  // empty: all pixels count
+  if (const std::string& name = truth.frames[base].mask; !name.empty()) {
+    mask = countedOf(read(inFolder(name), std::nullopt),
+                     isCropped ? report.crop() : Homography{1, 0, 0, 0, 1, 0, 0, 0, 1});
+  }
   Json json = {{"base", base}, {"noisy", qualityJson(before)}, {"result", qualityJson(after)}};
   json["yardstick"] = yardstickJson(printedYardstick(result, noisy, shown, truth, mask.empty() ? nullptr : &mask));
   if (!o.report.empty()) {

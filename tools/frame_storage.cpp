@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "image_file.h"
 #include "image_file_kinds.h"
 #include "output_file.h"
 
@@ -27,9 +26,14 @@ RgbPicture rgbOfPlanes(const Picture& picture) {
 
 }  // namespace
 
+const std::vector<std::string>& frameFormats() {
+  static const std::vector<std::string> formats = {"png", "jpg", "nv21"};
+  return formats;
+}
+
 void writeFrame(const std::string& path, const Picture& frame, const FrameStorage& storage) {
   if (storage.format == "png") {
-    writeFile(path, encodePng(path, rgbOfPlanes(frame), {}));
+    writeFile(path, encodePng(path, rgbOfPlanes(frame)));
   } else {
     WriteOptions options;
     options.jpegQuality = storage.jpegQuality;

@@ -3,15 +3,17 @@
 #define TESSALINE4_TOOLS_FRAME_STORAGE_H_
 
 #include <string>
+#include <vector>
 
 #include "picture.h"
 
 namespace tool {
 
 struct FrameStorage {
-  std::string format = "png";  // the ending: png, jpg or nv21
+  std::string format = "png";  // the ending, one of frameFormats
   int32_t jpegQuality = 95;
 };
+const std::vector<std::string>& frameFormats();
 
 // A PNG reads back as the same 4:2:0 planes, but for rounding and clipping: the usual way to RGB blends each chroma
 // sample with its neighbours, which would take half of the chroma noise away.

@@ -57,17 +57,15 @@ Bytes inflated(const uint8_t* data, size_t length) {
   stream.next_in = const_cast<uint8_t*>(data);
   stream.avail_in = static_cast<uInt>(length);
   Bytes out;
-  for (int status = Z_OK; status == Z_OK;) {
-    if (out.size() == kMost) return {};
-    const size_t held = out.size();
-    out.resize(std::clamp<size_t>(2 * held, 1 << 12, kMost));
-    stream.next_out = out.data() + held;
-    stream.avail_out = static_cast<uInt>(out.size() - held);
+  int status = Z_OK;
+  while (status == Z_OK && out.size() <= kMost) {
+    uint8_t part[1 << 14];
+    stream.next_out = part;
+    stream.avail_out = sizeof(part);
     status = inflate(&stream, Z_NO_FLUSH);
-    out.resize(out.size() - stream.avail_out);
-    if (status == Z_STREAM_END) return out;
+    out.insert(out.end(), part, stream.next_out);
   }
-  return {};
+  return status == Z_STREAM_END && out.size() <= kMost ? out : Bytes();
 }
 
 // name\0 method profile

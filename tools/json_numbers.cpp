@@ -1,6 +1,7 @@
 #include "json_numbers.h"
 
 #include <filesystem>
+#include <sstream>
 
 #include "file_io.h"
 
@@ -21,7 +22,11 @@ int64_t wholeNumber(const Json& parent, const char* key, int64_t least, int64_t 
 double realNumber(const Json& parent, const char* key, double least, double most) {
   const Json& number = parent.at(key);
   const double value = number.is_number() ? number.get<double>() : least - 1;
-  if (!(value >= least && value <= most)) throw BadJson(std::string(key) + " is out of range");
+  if (!(value >= least && value <= most)) {
+    std::ostringstream range;
+    range << key << " is not a number from " << least << " to " << most;
+    throw BadJson(range.str());
+  }
   return value;
 }
 
@@ -52,7 +57,8 @@ std::string fileNameAt(const Json& parent, const char* key) {
 
 std::string readJsonFile(const std::string& path) {
   constexpr size_t kMostBytes = 1 << 20;
-  const std::vector<uint8_t> bytes = readFile(path, [](const std::vector<uint8_t>&) { return kMostBytes; });
+  const std::vector<uint8_t> bytes =
+      readFile(path, [](const std::vector<uint8_t>& read) { return kMostBytes + 1 - read.size(); });
   if (bytes.size() > kMostBytes) throw Error(path, "is too long to tell of a burst");
   return std::string(bytes.begin(), bytes.end());
 }

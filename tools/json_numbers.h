@@ -24,7 +24,7 @@ class BadJson : public std::runtime_error {
 
 // A whole number from least to most, or BadJson.
 int64_t wholeNumber(const Json& parent, const char* key, int64_t least, int64_t most);
-// A number from least to most, or BadJson.
+// Any number from least to most, or BadJson.
 double realNumber(const Json& parent, const char* key, double least, double most);
 // Three rows of three numbers that are a motion of frames of this size, or BadJson.
 Homography motionAt(const Json& parent, const char* key, int32_t width, int32_t height);

@@ -40,7 +40,8 @@ std::vector<float> grainPlane(int32_t width, int32_t height, double sigma, Rando
   std::vector<float> taps;
   double squares = 0;
   for (int32_t i = -radius; i <= radius; ++i) {
-    taps.push_back(static_cast<float>(std::exp(-i * i / (2 * sigma * sigma))));
+    // The square of the smallest sigmas is 0.
+    taps.push_back(i == 0 ? 1.0f : static_cast<float>(std::exp(-i * i / (2 * sigma * sigma))));
     squares += double{taps.back()} * taps.back();
   }
   for (float& tap : taps) tap = static_cast<float>(tap / std::sqrt(squares));

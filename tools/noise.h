@@ -31,6 +31,8 @@ struct NoiseModel {
   // back to its variance. 0: every sample for itself.
   double grain = 0.0;
 };
+inline constexpr double kMostNoise = 100.0;  // of shot and of read
+inline constexpr double kMostGrain = 10.0;
 
 // Poisson noise of the light and Gaussian noise of the reading, rounded and clipped to 8 bits. The colour gains and the
 // demosaicing of a camera leave the chroma of a pixel as noisy as its luma.

@@ -5,7 +5,6 @@
 
 #include "burst_folder.h"
 #include "commands.h"
-#include "file_io.h"
 #include "image_file.h"
 #include "options.h"
 #include "output_file.h"
@@ -40,6 +39,28 @@ std::string numbered(const char* stem, size_t i, const std::string& ending) {
   return name;
 }
 
+// The files of frame i.
+TruthFrame filesOf(size_t i, bool blurred, bool masked, const Options& o) {
+  TruthFrame told;
+  told.file = numbered("frame", i, o.storage.format);
+  told.clean = numbered("clean", i, "png");
+  if (blurred) told.sharp = numbered("sharp", i, "png");
+  if (masked) told.mask = numbered("mask", i, "png");
+  if (o.averages) told.average = numbered("average", i, "png");
+  return told;
+}
+
+// All files that the folder gets.
+std::vector<std::string> namesOf(const std::vector<TruthFrame>& frames) {
+  std::vector<std::string> names = {"truth.json"};
+  for (const TruthFrame& frame : frames) {
+    for (const std::string& name : {frame.file, frame.clean, frame.sharp, frame.mask, frame.average}) {
+      if (!name.empty()) names.push_back(name);
+    }
+  }
+  return names;
+}
+
 void run(const Options& o, const CLI::App& command) {
   Simulation s = o.simulation;
   const PictureSize size = parseSize(o.size);
@@ -53,14 +74,14 @@ void run(const Options& o, const CLI::App& command) {
     if (special && *special >= s.frames) throw Error("there is no frame " + std::to_string(*special) + " to change");
   }
 
-  // All names that a burst of these options may need.
-  std::vector<std::string> names = {"truth.json"};
-  for (size_t i = 0; i < static_cast<size_t>(s.frames); ++i) {
-    names.insert(names.end(), {numbered("frame", i, o.storage.format), numbered("clean", i, "png")});
-    names.insert(names.end(), {numbered("sharp", i, "png"), numbered("mask", i, "png")});
-    if (o.averages) names.push_back(numbered("average", i, "png"));
+  // Which frame would be the sharpest is not known yet.
+  std::vector<TruthFrame> possible;
+  for (int32_t i = 0; i < s.frames; ++i) {
+    possible.push_back(
+        filesOf(static_cast<size_t>(i), s.blurSharpest || s.blurredFrame == i, s.layers > 0 && s.foreignFrame != i, o));
   }
-  checkBurstFolder(o.folder, names, o.builtIn ? std::vector<std::string>() : std::vector{o.scene}, o.existing);
+  checkBurstFolder(o.folder, namesOf(possible), o.builtIn ? std::vector<std::string>() : std::vector{o.scene},
+                   o.existing);
 
   const RgbPicture scene = o.builtIn ? builtInScene(s.width, s.height, s.seed) : readRgb(o.scene);
   if (scene.width < s.width || scene.height < s.height) {
@@ -69,14 +90,6 @@ void run(const Options& o, const CLI::App& command) {
   const RgbPicture foreign = s.foreignFrame ? builtInScene(s.width, s.height, s.seed + 7919) : RgbPicture{};
   const SimulatedBurst burst = simulateBurst(scene, foreign, s);
 
-  names = {"truth.json"};
-  for (size_t i = 0; i < burst.frames.size(); ++i) {
-    names.insert(names.end(), {numbered("frame", i, o.storage.format), numbered("clean", i, "png")});
-    if (!burst.frames[i].sharp.y.empty()) names.push_back(numbered("sharp", i, "png"));
-    if (!burst.frames[i].seenByAll.empty()) names.push_back(numbered("mask", i, "png"));
-    if (o.averages) names.push_back(numbered("average", i, "png"));
-  }
-  prepareBurstFolder(o.folder, names);
   Truth truth;
   truth.folder = o.folder;
   truth.width = s.width;
@@ -86,27 +99,31 @@ void run(const Options& o, const CLI::App& command) {
   truth.storage = o.storage;
   for (size_t i = 0; i < burst.frames.size(); ++i) {
     const SimulatedFrame& frame = burst.frames[i];
-    TruthFrame told = {numbered("frame", i, o.storage.format), numbered("clean", i, "png"), "", "", "", frame.motion};
+    TruthFrame told = filesOf(i, !frame.sharp.y.empty(), !frame.seenByAll.empty(), o);
+    told.motion = frame.motion;
+    told.usable = !frame.foreign && frame.sharp.y.empty();
+    truth.frames.push_back(told);
+  }
+  const std::vector<std::string> names = namesOf(truth.frames);
+  prepareBurstFolder(o.folder, names);
+  for (size_t i = 0; i < burst.frames.size(); ++i) {
+    const SimulatedFrame& frame = burst.frames[i];
+    const TruthFrame& told = truth.frames[i];
     const auto put = [&](const std::string& name, const Picture& picture, const FrameStorage& storage) {
       writeFrame(o.folder + "/" + name, picture, storage);
     };
     put(told.file, frame.noisy, o.storage);
     put(told.clean, frame.clean, {});
-    if (!frame.sharp.y.empty()) put(told.sharp = numbered("sharp", i, "png"), frame.sharp, {});
-    if (!frame.seenByAll.empty()) {
+    if (!told.sharp.empty()) put(told.sharp, frame.sharp, {});
+    if (!told.mask.empty()) {
       Picture mask(s.width, s.height);
       mask.y = frame.seenByAll;
-      put(told.mask = numbered("mask", i, "png"), mask, {});
+      put(told.mask, mask, {});
     }
-    told.usable = !frame.foreign && frame.sharp.y.empty();
-    if (o.averages) told.average = numbered("average", i, "png");
-    truth.frames.push_back(told);
-  }
-  for (size_t i = 0; o.averages && i < truth.frames.size(); ++i) {
-    const SimulatedFrame& frame = burst.frames[i];
-    const Picture& shown = frame.sharp.y.empty() ? frame.clean : frame.sharp;
-    writeFrame(o.folder + "/" + truth.frames[i].average,
-               alignedAverage(shown, truth.noise, truth.storage, truth.framesToAverage(), truth.seed), {});
+    if (!told.average.empty()) {
+      const Picture& shown = told.sharp.empty() ? frame.clean : frame.sharp;
+      put(told.average, alignedAverage(shown, truth.noise, truth.storage, truth.framesToAverage(), truth.seed), {});
+    }
   }
   writeTruth(truth, o.builtIn ? "built-in" : o.scene, s, burst);
   recordBurstFolder(o.folder, names);
@@ -130,16 +147,16 @@ void addSimulateCommand(CLI::App& app) {
       ->check(CLI::IsMember({"none", "low", "medium", "high"}))
       ->type_name("LEVEL");
   command->add_option("--shot-noise", o->simulation.noise.shot, "Variance of the noise per unit of brightness")
-      ->check(CLI::Range(0.0, 100.0));
+      ->check(CLI::Range(0.0, kMostNoise));
   command->add_option("--read-noise", o->simulation.noise.read, "Standard deviation of the noise of black")
-      ->check(CLI::Range(0.0, 100.0));
+      ->check(CLI::Range(0.0, kMostNoise));
   command
       ->add_option("--grain", o->simulation.noise.grain,
                    "Noise of neighbours is alike over so many pixels, as blurred by a Gaussian (0.8 unless told)")
       ->expected(0, 1)
       ->default_str("0.8")
       ->type_name("PIXELS")
-      ->check(CLI::Range(0.0, 10.0));
+      ->check(CLI::Range(0.0, kMostGrain));
   command->add_option("--shift", o->simulation.shift, "Shake: largest shift from frame to frame, share of the width")
       ->check(CLI::Range(0.0, 0.1));
   command
@@ -185,7 +202,7 @@ void addSimulateCommand(CLI::App& app) {
       ->default_str("3")
       ->check(CLI::Range(0, 9));
   command->add_option("--frame-format", o->storage.format, "png, jpg or nv21 (default png)")
-      ->check(CLI::IsMember({"png", "jpg", "nv21"}))
+      ->check(CLI::IsMember(frameFormats()))
       ->type_name("FORMAT");
   command->add_option("--jpeg-quality", o->storage.jpegQuality, "Quality of JPEG frames (default 95)")
       ->check(CLI::Range(1, 100));

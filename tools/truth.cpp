@@ -1,6 +1,7 @@
 #include "truth.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "burst.h"
 #include "json_numbers.h"
@@ -70,24 +71,34 @@ Truth parseTruth(const std::string& name, const std::string& folder, const std::
     truth.folder = folder;
     truth.width = static_cast<int32_t>(wholeNumber(root, "width", 1, kMostPixels));
     truth.height = static_cast<int32_t>(wholeNumber(root, "height", 1, kMostPixels / truth.width));
-    truth.seed = static_cast<uint32_t>(wholeNumber(root, "seed", 0, UINT32_MAX));
+    truth.seed = static_cast<uint32_t>(wholeNumber(root, "seed", 0, std::numeric_limits<uint32_t>::max()));
     truth.storage.format = root.at("frameFormat");
+    const auto& formats = frameFormats();
+    if (std::find(formats.begin(), formats.end(), truth.storage.format) == formats.end()) {
+      throw BadJson("frameFormat is none that frames are stored in");
+    }
     if (root.contains("jpegQuality")) {
-      truth.storage.jpegQuality = static_cast<int>(wholeNumber(root, "jpegQuality", 1, 100));
+      truth.storage.jpegQuality = static_cast<int32_t>(wholeNumber(root, "jpegQuality", 1, 100));
     }
     const Json& noise = root.at("noise");
-    truth.noise = {realNumber(noise, "shot", 0, 100), realNumber(noise, "read", 0, 100),
-                   noise.contains("grain") ? realNumber(noise, "grain", 0, 10) : 0.0};
+    truth.noise.shot = realNumber(noise, "shot", 0, kMostNoise);
+    truth.noise.read = realNumber(noise, "read", 0, kMostNoise);
+    if (noise.contains("grain")) truth.noise.grain = realNumber(noise, "grain", 0, kMostGrain);
     const Json& frames = root.at("frames");
     if (!frames.is_array() || frames.empty() || frames.size() > kMostFrames) {
       throw BadJson("frames is not a list of 1 to " + std::to_string(kMostFrames));
     }
     for (const Json& entry : frames) {
-      const auto optional = [&](const char* key) { return entry.contains(key) ? fileNameAt(entry, key) : ""; };
-      truth.frames.push_back({fileNameAt(entry, "file"), fileNameAt(entry, "clean"), optional("sharp"),
-                              optional("mask"), optional("average"),
-                              motionAt(entry, "homography", truth.width, truth.height),
-                              !entry.contains("foreign") && !entry.contains("blurred")});
+      TruthFrame frame;
+      frame.file = fileNameAt(entry, "file");
+      frame.clean = fileNameAt(entry, "clean");
+      frame.motion = motionAt(entry, "homography", truth.width, truth.height);
+      for (const auto& [key, name] :
+           {std::pair{"sharp", &frame.sharp}, std::pair{"mask", &frame.mask}, std::pair{"average", &frame.average}}) {
+        if (entry.contains(key)) *name = fileNameAt(entry, key);
+      }
+      frame.usable = !entry.contains("foreign") && !entry.contains("blurred");
+      truth.frames.push_back(frame);
     }
     return truth;
   });

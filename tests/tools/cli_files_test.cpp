@@ -141,9 +141,11 @@ class CliFiles : public ::testing::Test {
     EXPECT_NE(line.find(words), std::string::npos) << line;
   }
   static std::string work(const std::string& name) { return textOf(root_ / "work" / name); }
-  static std::set<std::string> files() {
+  static std::set<std::string> files(const std::string& folder = "") {
     std::set<std::string> names;
-    for (const auto& entry : fs::directory_iterator(root_ / "work")) names.insert(entry.path().filename().string());
+    for (const auto& entry : fs::directory_iterator(root_ / "work" / folder)) {
+      names.insert(entry.path().filename().string());
+    }
     return names;
   }
   static mode_t bits(const std::string& name) {
@@ -297,6 +299,8 @@ TEST_F(CliFiles, EndlessInputsEnd) {
   expectError(limited + "$T merge /dev/zero ../in/frame01.png -o o.png", "/dev/zero: not a JPEG");
   expectError(limited + "$T merge /dev/zero --format nv21" + rest, "/dev/zero: more bytes");
   expectError(limited + "$T simulate /dev/zero -o s", "/dev/zero: not a JPEG");
+  expectError("mkdir -p e; ln -sf /dev/zero e/truth.json; " + limited + "$T compare ../in/frame00.png e",
+              "e/truth.json: is too long");
   expectError(limited + "(head -c 3000 ../in/frame00.y4m; cat /dev/zero) | $T merge - -o o.png", "standard input");
   expectError(limited +
                   "(head -n 1 ../in/frame00.y4m; while tail -n +2 ../in/frame00.y4m; do :; done) 2>/dev/null | "
@@ -383,13 +387,22 @@ TEST_F(CliFiles, NumbersThatAreNoneAreRefusedByEveryOption) {
 
 TEST_F(CliFiles, SimulateRemovesItsOwnFramesOnly) {
   const std::string again = "$T simulate --built-in --size 640x480 -o s --frame-format nv21 --frames ";
-  ASSERT_EQ(shell(again + "4"), 0) << err();
+  ASSERT_EQ(shell(again + "4 --averages --layers 1 --blur-base --blurred-frame 0 --foreign-frame 1"), 0) << err();
+  for (const char* name : {"sharp00.png", "mask00.png", "average03.png"}) {
+    EXPECT_TRUE(fs::exists(root_ / "work/s" / name)) << name;
+  }
   ASSERT_EQ(shell("echo mine >s/frame03.nv21; echo mine >s/mine.png; sed -i 's/frame02.nv21/mine.png/' s/truth.json"),
             0);
   ASSERT_EQ(shell(again + "2"), 0) << err();
   EXPECT_FALSE(fs::exists(root_ / "work/s/frame02.nv21") || fs::exists(root_ / "work/s/clean03.png"));
   EXPECT_EQ(work("s/frame03.nv21") + work("s/mine.png"), "mine\nmine\n");
   EXPECT_NE(err().find("s/frame03.nv21: left alone"), std::string::npos) << err();
+  EXPECT_EQ(files("s"), (std::set<std::string>{".simulated", "clean00.png", "clean01.png", "frame00.nv21",
+                                               "frame01.nv21", "frame03.nv21", "mine.png", "truth.json"}));
+  // A file is in the way only of a burst that would write it.
+  ASSERT_EQ(shell("$T simulate --built-in --size 64x48 -o n -n; rm -r n; mkdir n; echo mine >n/sharp00.png"), 0);
+  expectError("$T simulate --built-in --size 64x48 -o n -n --blur-base", "File exists");
+  EXPECT_EQ(shell("$T simulate --built-in --size 64x48 -o n -n"), 0) << err();
 }
 
 }  // namespace

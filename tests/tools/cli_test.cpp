@@ -186,7 +186,9 @@ TEST_F(Cli, CompareTrustsNoFolder) {
         edited(truth, matrix, after, flat, 1), edited(truth, matrix, after, horizon, 1),
         edited(truth, matrix, after, huge, 2), edited(truth, matrix, after, "[[1,0],[0,1]]", 0),
         edited(truth, "\"clean\":", ",", "\"../burst/clean00.png\""), edited(truth, "\"frames\":", "\n}", " []"),
-        std::string(3 << 20, ' ')}) {
+        edited(truth, "\"clean\":", ",", "\"clean00.png\", \"mask\": \"../odd\""),
+        edited(truth, "\"seed\":", ",", "4294967296"), edited(truth, "\"shot\":", ",", "1e300"),
+        edited(truth, "\"frameFormat\":", ",", "\"gif\""), std::string(3 << 20, ' ')}) {
     write("odd/truth.json", odd);
     expectRefused("compare t.png odd", "odd/truth.json");
   }
