@@ -37,8 +37,8 @@ struct Settings {
 };
 
 // What is chosen when a caller does not say.
-inline constexpr double kUsualLumaStrength = 1.5;
-inline constexpr double kUsualChromaStrength = 1.5;
+inline constexpr double kUsualLumaStrength = 1.8;
+inline constexpr double kUsualChromaStrength = 2.0;
 
 struct FrameRecord {
   Image image;

@@ -195,13 +195,18 @@ void fillRoots(uint8_t* roots) {
   }
 }
 
-void narrow(int16_t* __restrict to, const int16_t* __restrict from, int32_t count) {
-  for (int32_t x = 0; x < count; ++x) to[x] = static_cast<int16_t>((from[x] + 4) >> 3);
+// Halves go up in one row and down in the next: always up would lift a plane of few fraction bits by 1/16 level.
+int32_t half8(int32_t y) {
+  return 3 + (y & 1);
 }
-void narrowPairs(int16_t* __restrict a, int16_t* __restrict b, const int16_t* __restrict from, int32_t count) {
+void narrow(int16_t* __restrict to, const int16_t* __restrict from, int32_t count, int32_t half) {
+  for (int32_t x = 0; x < count; ++x) to[x] = static_cast<int16_t>((from[x] + half) >> 3);
+}
+void narrowPairs(int16_t* __restrict a, int16_t* __restrict b, const int16_t* __restrict from, int32_t count,
+                 int32_t half) {
   for (int32_t x = 0; x < count; ++x) {
-    a[x] = static_cast<int16_t>((from[2 * x] + 4) >> 3);
-    b[x] = static_cast<int16_t>((from[2 * x + 1] + 4) >> 3);
+    a[x] = static_cast<int16_t>((from[2 * x] + half) >> 3);
+    b[x] = static_cast<int16_t>((from[2 * x + 1] + half) >> 3);
   }
 }
 void storeFrom64(uint8_t* __restrict to, const int16_t* __restrict from, int32_t count) {
@@ -210,16 +215,17 @@ void storeFrom64(uint8_t* __restrict to, const int16_t* __restrict from, int32_t
     to[x] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
   }
 }
-void storeFrom8(uint8_t* __restrict to, const int16_t* __restrict from, int32_t count) {
+void storeFrom8(uint8_t* __restrict to, const int16_t* __restrict from, int32_t count, int32_t half) {
   for (int32_t x = 0; x < count; ++x) {
-    const int32_t v = (from[x] + 1024 + 4) >> 3;
+    const int32_t v = (from[x] + 1024 + half) >> 3;
     to[x] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
   }
 }
-void storePairsFrom8(uint8_t* __restrict to, const int16_t* __restrict a, const int16_t* __restrict b, int32_t count) {
+void storePairsFrom8(uint8_t* __restrict to, const int16_t* __restrict a, const int16_t* __restrict b, int32_t count,
+                     int32_t half) {
   for (int32_t x = 0; x < count; ++x) {
-    const int32_t u = (a[x] + 1024 + 4) >> 3;
-    const int32_t v = (b[x] + 1024 + 4) >> 3;
+    const int32_t u = (a[x] + 1024 + half) >> 3;
+    const int32_t v = (b[x] + 1024 + half) >> 3;
     to[2 * x] = static_cast<uint8_t>(u < 0 ? 0 : u > 255 ? 255 : u);
     to[2 * x + 1] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
   }
@@ -275,12 +281,13 @@ void lumaBand(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
       continue;
     }
     mergeLumaRow(w->result, f, w, std::max(y, 0), width);
-    narrow(row + kDctPad, w->result, width);
+    narrow(row + kDctPad, w->result, width, half8(y));
     padRow(row, width, stride);
   }
   shrinkBand(f, shrink, job.roots, w->band, w->result, w, y0, rows, width, 4);
   for (int32_t y = y0; y < y1; ++y) {
-    storeFrom8(imageRow(job.output, y), w->result + static_cast<ptrdiff_t>(y - y0 + kHalo) * stride + kDctPad, width);
+    storeFrom8(imageRow(job.output, y), w->result + static_cast<ptrdiff_t>(y - y0 + kHalo) * stride + kDctPad, width,
+               half8(y));
   }
 }
 
@@ -319,7 +326,7 @@ void chromaBand(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
       continue;
     }
     mergeChromaRow(w->result, f, w, std::max(y, 0), width);
-    narrowPairs(row + kDctPad, row + plane + kDctPad, w->result, width);
+    narrowPairs(row + kDctPad, row + plane + kDctPad, w->result, width, half8(y));
     padRow(row, width, stride);
     padRow(row + plane, width, stride);
   }
@@ -328,7 +335,7 @@ void chromaBand(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
   }
   for (int32_t y = y0; y < y1; ++y) {
     const int16_t* from = w->result + static_cast<ptrdiff_t>(y - y0 + kHalo) * stride + kDctPad;
-    storePairsFrom8(imageChromaRow(job.output, y), from, from + plane, width);
+    storePairsFrom8(imageChromaRow(job.output, y), from, from + plane, width, half8(y));
     finishChromaRow(job, imageChromaRow(job.output, y), width);
   }
 }
