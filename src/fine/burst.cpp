@@ -438,7 +438,10 @@ void fillFusion(Fusion* fusion, const Burst& burst) {
     f.shares = k == 0 ? nullptr : &frame.shares;
     f.drift = frame.drift;
   }
-  const double strengths[3] = {burst.settings.lumaStrength, burst.settings.chromaStrength,
+  // Where much noise is left, thresholds take from strong edges, too: a little less of them, and more given back.
+  const double left = burst.noise.level[0] / root(fusion->count);
+  const double much = std::clamp((left - 3.2) / 1.6, 0.0, 1.0);
+  const double strengths[3] = {burst.settings.lumaStrength * (1.0 - much / 6.0), burst.settings.chromaStrength,
                                burst.settings.chromaStrength};
   for (int32_t c = 0; c < 3; ++c) {
     FusionShrink& shrink = fusion->shrink[c];
@@ -451,7 +454,7 @@ void fillFusion(Fusion* fusion, const Burst& burst) {
       map += burst.noise.map[c].at(v) - 1.0 / 12;
     }
     const double colour = full > 0.0 ? std::max(1.0, area * map / full) : 1.0;
-    const double sharpen = c == 0 ? burst.settings.sharpen : 0.0;
+    const double sharpen = c == 0 ? burst.settings.sharpen * (1.0 + much / 2.0) : 0.0;
     shrink.on = strengths[c] > 0.0 || (sharpen > 0.0 && fusion->count > 1);
     fillTable(&shrink.table, strengths[c], sharpen, 1.0 / fusion->count, fusion->count, colour);
   }
