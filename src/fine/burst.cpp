@@ -20,7 +20,6 @@ constexpr double kSharp = 0.9;
 constexpr int32_t kLeastStrength = 8;
 constexpr float kLeastShare = 0.08f;  // a frame that adds less is refused
 constexpr int32_t kNoisePairs = 3;
-constexpr uint8_t kSpikeMap = 8;
 
 struct AlignJob {
   Burst* burst;
@@ -285,58 +284,6 @@ Status measureNoise(Burst* burst) {
   return estimateNoise(&burst->noise, env, *samplersBest(), pairs, count);
 }
 
-double root(double v) {
-  return v > 0.0 ? RawDouble_sqrt(v) : 0.0;
-}
-
-// Power and amplitude of the bicubic taps at frequency k / 16 cycles a pixel, mean over fractions.
-void tapResponse(int32_t k, double* power, double* amplitude) {
-  constexpr int32_t kSteps = 16;
-  const double omega = k * 3.141592653589793 / 8.0;
-  *power = *amplitude = 0.0;
-  for (int32_t i = 0; i < kSteps; ++i) {
-    const double f = (i + 0.5) / kSteps;
-    const double w[4] = {(-f + 2 * f * f - f * f * f) / 2, (2 - 5 * f * f + 3 * f * f * f) / 2,
-                         (f + 4 * f * f - 3 * f * f * f) / 2, (f * f * f - f * f) / 2};
-    double re = 0.0, im = 0.0;
-    for (int32_t t = 0; t < 4; ++t) {
-      re += w[t] * RawDouble_cos(omega * (t - 1 - f));
-      im += w[t] * RawDouble_sin(omega * (t - 1 - f));
-    }
-    *power += (re * re + im * im) / kSteps;
-    *amplitude += re / kSteps;
-  }
-}
-
-// Thresholds and gains by frequency. baseShare: typical share of the base; colour: noise of level kMapLevel by what
-// white noise would leave there, at least 1.
-void fillTable(ShrinkTable* table, double strength, double sharpen, double baseShare, int32_t frames, double colour) {
-  double power[8], amplitude[8];
-  for (int32_t k = 0; k < 8; ++k) tapResponse(k, &power[k], &amplitude[k]);
-  const double others = frames > 1 ? (1.0 - baseShare) * (1.0 - baseShare) / (frames - 1) : 0.0;
-  const double whole = baseShare * baseShare + others * 0.745;
-  // Noise of a colour of its own: more of it below.
-  double shape[8][8];
-  double mean = 0.0;
-  for (int32_t v = 0; v < 8; ++v) {
-    for (int32_t u = 0; u < 8; ++u) {
-      shape[v][u] = 1.0 + (colour - 1.0) * RawDouble_exp(-(u * u + v * v) / 6.0);
-      mean += shape[v][u] / 64.0;
-    }
-  }
-  for (int32_t v = 0; v < 8; ++v) {
-    for (int32_t u = 0; u < 8; ++u) {
-      const double noise = (baseShare * baseShare + others * power[u] * power[v]) / whole * shape[v][u] / mean;
-      table->threshold[v][u] = static_cast<int16_t>(clampInt(truncToInt32(2048.0 * strength * root(noise)), 0, 32767));
-      const double kept = baseShare + (1.0 - baseShare) * amplitude[u] * amplitude[v];
-      const double gain = sharpen * (1.0 / (kept < 0.5 ? 0.5 : kept) - 1.0);
-      table->gain[v][u] = static_cast<int16_t>(clampInt(truncToInt32(32768.0 * gain), 0, 32767));
-    }
-  }
-  table->threshold[0][0] = 0;
-  table->gain[0][0] = 0;
-}
-
 // How sharp a frame is by the base, over what both show: a motion brings other things into view.
 double relativeSharpness(const Burst& burst, const FrameRecord& frame, const FrameRecord& base) {
   const double whole = sharpnessRatio(frame.sharpness, base.sharpness);
@@ -413,81 +360,6 @@ Status shareOut(Burst* burst) {
   burst->merged = count + 1;
   normaliseShares(shares, &burst->left, weights, strengths, count);
   return ZELVAN_OK;
-}
-
-void fillFusion(Fusion* fusion, const Burst& burst) {
-  *fusion = {};
-  fusion->env = burst.env;
-  fusion->pel = burst.pel;
-  fusion->samplers = samplersBest();
-  fusion->dct = dctRowsBest();
-  fusion->cubic = true;
-  fusion->baseMoves = burst.cropped != 0;
-  fusion->mapLuma = &burst.mapLuma;
-  fusion->left = &burst.left;
-  fusion->saturation = burst.settings.saturation;
-  for (int32_t k = 0; k < burst.added; ++k) {
-    const FrameRecord& frame = burst.frames[burst.order[k]];
-    if (frame.status != MERGED) continue;
-    FusionFrame& f = fusion->frames[fusion->count++];
-    construct_Image(&f.luma, burst.env);
-    construct_Image(&f.pairs, burst.env);
-    Image_initSubImageY(&f.luma, &frame.image, 0, 0, burst.width, burst.height);
-    Image_initSubImageUV(&f.pairs, &frame.image, 0, 0, burst.width, burst.height);
-    f.mesh = frame.mesh;
-    f.shares = k == 0 ? nullptr : &frame.shares;
-    f.drift = frame.drift;
-  }
-  // Where much noise is left, thresholds take from strong edges, too: a little less of them, and more given back.
-  const double left = burst.noise.level[0] / root(fusion->count);
-  const double much = std::clamp((left - 3.2) / 1.6, 0.0, 1.0);
-  const double strengths[3] = {burst.settings.lumaStrength * (1.0 - much / 6.0), burst.settings.chromaStrength,
-                               burst.settings.chromaStrength};
-  for (int32_t c = 0; c < 3; ++c) {
-    FusionShrink& shrink = fusion->shrink[c];
-    const double area = c == 0 ? 16.0 : 4.0;
-    double full = 0.0, map = 0.0;
-    for (int32_t v = 0; v < 256; ++v) {
-      const double variance = burst.noise.full[c].at(v);
-      shrink.byLuma[v] = static_cast<uint16_t>(clampInt(truncToInt32(128.0 * root(variance)), 0, 65535));
-      full += variance;
-      map += burst.noise.map[c].at(v) - 1.0 / 12;
-    }
-    const double colour = full > 0.0 ? std::max(1.0, area * map / full) : 1.0;
-    const double sharpen = c == 0 ? burst.settings.sharpen * (1.0 + much / 2.0) : 0.0;
-    shrink.on = strengths[c] > 0.0 || (sharpen > 0.0 && fusion->count > 1);
-    fillTable(&shrink.table, strengths[c], sharpen, 1.0 / fusion->count, fusion->count, colour);
-  }
-}
-
-// Specks and the adaptive sharpening, on the luma of the result, where a caller asks for them.
-Status finishAsAsked(const Burst& burst, ParallelExecutor* executor, Image* output) {
-  const Settings& settings = burst.settings;
-  if (settings.spikeLevel <= 0 && settings.sharpnessLevel <= 0) return ZELVAN_OK;
-  ScopedImage luma(burst.env), copy(burst.env);
-  Status status = Image_initSubImageY(&luma, output, 0, 0, output->width, output->height);
-  if (status == ZELVAN_OK) status = Image_init(&copy, output->width, output->height, nullptr, IMAGE_UINT8);
-  if (status == ZELVAN_OK && settings.spikeLevel > 0) {
-    // Everywhere as strong as where all frames agree.
-    ScopedImage map(burst.env);
-    status = Image_init(&map, output->width, output->height, nullptr, IMAGE_UINT8);
-    if (status == ZELVAN_OK) {
-      for (int32_t y = 0; y < map.height; ++y) std::fill_n(imageRow(&map, y), map.width, kSpikeMap);
-      status = Image_copy(&copy, &luma);
-    }
-    if (status == ZELVAN_OK) {
-      status = Tessal4Denoiser_removeSpikePEL(burst.pel, &luma, &copy, &map, settings.spikeLevel);
-    }
-  }
-  if (status == ZELVAN_OK && settings.sharpnessLevel > 0) {
-    status = Image_copy(&copy, &luma);
-    if (status == ZELVAN_OK) {
-      status = Tessal4ImageFunc_adaSharp5x5_uint8(executor, burst.env, &luma, &copy, settings.sharpnessSigmas[1],
-                                                  settings.sharpnessSigmas[0], settings.sharpnessLevel,
-                                                  settings.sharpnessCoring);
-    }
-  }
-  return status;
 }
 
 }  // namespace
@@ -593,16 +465,6 @@ Status align(Burst* burst) {
   }
   if (const Status s = makeMapBase(burst); s != ZELVAN_OK) return s;
   return shareOut(burst);
-}
-
-Status render(Burst* burst, ParallelExecutor* executor, Image* output) {
-  {
-    const ScopedBlock<Fusion> block(burst->env, 1);
-    if (!block) return ZELVAN_ERROR_NOMEM;
-    fillFusion(&block[0], *burst);
-    if (const Status s = fuse(block[0], output); s != ZELVAN_OK) return s;
-  }
-  return finishAsAsked(*burst, executor, output);
 }
 
 }  // namespace fine
