@@ -46,6 +46,23 @@ bool inside(const Image& image, const MeshNode& p) {
   return x >= 2 && y >= 2 && x < image.width - 3 && y < image.height - 3;
 }
 
+// A small map leaves of the noise at every brightness much the same share. Where it seems to leave far more, all that
+// has this brightness moved.
+void boundCurve(NoiseCurve* map, const NoiseCurve& full, const Windows& windows) {
+  constexpr double kMostAbove = 3.0;
+  double mapSum = 0.0, fullSum = 0.0;
+  for (int32_t i = 0; i < windows.count; ++i) {
+    const int32_t luma = windows.items[i].luma;
+    // A range that is far off shall not count much.
+    mapSum += std::min(map->at(luma), full.at(luma));
+    fullSum += full.at(luma);
+  }
+  const double share = fullSum > 0.0 ? std::min(1.0, kMostAbove * mapSum / fullSum) : 1.0;
+  for (int32_t bin = 0; bin < kNoiseBins; ++bin) {
+    map->variance[bin] = std::min(map->variance[bin], static_cast<float>(share * full.variance[bin] + 0.1));
+  }
+}
+
 float typicalLevel(const NoiseCurve& curve, Windows windows) {
   double sum = 0.0;
   for (int32_t i = 0; i < windows.count; ++i) sum += curve.at(windows.items[i].luma);
@@ -155,6 +172,7 @@ Status estimateNoise(Noise* noise, Env* env, const Samplers& samplers, const Noi
   keepFlattest(&windows, kFlattest, scratch.data());
   for (int32_t c = 0; c < 3; ++c) {
     fitCurve(&noise->map[c], windows, c, 0.5, kMapRatio, scratch.data());
+    boundCurve(&noise->map[c], noise->full[c], windows);
     const float patches = coherence(windows, noise->map[c], c, kMapWindow * kMapWindow, scratch.data());
     noise->coherence[c] = std::clamp(patches * static_cast<float>(1.0 / (1.0 + kCubicKept)), 1.0f, kMostCoherence);
   }

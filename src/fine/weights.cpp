@@ -92,37 +92,76 @@ int32_t collectSquares(DriftSquare* squares, const Laid& laid) {
   return count;
 }
 
-// A line change = gain x + offset through the squares of a channel, by iterated weights. Noise of x, which would
-// flatten the line, is taken out of the moments. usual: the gain where the squares have no range.
-void fitLine(double* gain, double* offset, const DriftSquare* squares, int32_t count, int32_t channel, double usual,
-             double variance) {
-  constexpr double kUnit = 1.0 / (64 * kDriftSide * kDriftSide);
+// A line change = gain x + offset of a channel, in levels.
+struct DriftLine {
+  double gain;
+  double offset;
+  bool known;
+};
+
+struct LineStep {
+  double limit;  // squares count fully up to this error, and not beyond three of it
+  bool bends;    // false: the gain stays
+};
+
+constexpr double kSquareUnit = 1.0 / (64 * kDriftSide * kDriftSide);
+
+double lineError(const DriftLine& line, const DriftSquare& square, int32_t channel) {
+  const double x = square.frame[channel] * kSquareUnit;
+  const double e = square.base[channel] * kSquareUnit - x - line.gain * x - line.offset;
+  return e < 0 ? -e : e;
+}
+
+// Fits anew by weights of the errors so far. Noise of x, which would flatten the line, is taken out of the moments.
+// usual: the gain where the squares have no range.
+void refit(DriftLine* line, const DriftSquare* squares, int32_t count, int32_t channel, double usual, double variance,
+           const LineStep& step) {
   constexpr double kPrior = 4.0;  // squared levels
-  // Wide at first, then near the noise.
-  constexpr double kLimits[] = {40.0, 12.0, 5.0, 3.0, 3.0};
-  *gain = usual;
-  *offset = 0.0;
-  for (const double limit : kLimits) {
-    double n = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
-    for (int32_t i = 0; i < count; ++i) {
-      const double x = squares[i].frame[channel] * kUnit;
-      const double change = squares[i].base[channel] * kUnit - x;
-      const double e = change - *gain * x - *offset;
-      const double size = e < 0 ? -e : e;
-      if (size > 3 * limit) continue;
-      const double w = size < limit ? 1.0 : limit / size;
-      n += w;
-      sx += w * x;
-      sy += w * change;
-      sxx += w * x * x;
-      sxy += w * x * change;
-    }
-    if (n < kLeastDriftSquares) return;
+  double n = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
+  for (int32_t i = 0; i < count; ++i) {
+    const double size = lineError(*line, squares[i], channel);
+    if (size > 3 * step.limit) continue;
+    const double x = squares[i].frame[channel] * kSquareUnit;
+    const double change = squares[i].base[channel] * kSquareUnit - x;
+    const double w = size < step.limit ? 1.0 : step.limit / size;
+    n += w;
+    sx += w * x;
+    sy += w * change;
+    sxx += w * x * x;
+    sxy += w * x * change;
+  }
+  line->known = line->known && n >= kLeastDriftSquares;
+  if (!line->known) return;
+  if (step.bends) {
     const double spread = sxx - sx * sx / n - n * variance;
     const double common = sxy - sx * sy / n + n * variance;
-    *gain = (common + n * kPrior * usual) / ((spread > 0.0 ? spread : 0.0) + n * kPrior);
-    *offset = (sy - *gain * sx) / n;
+    line->gain = (common + n * kPrior * usual) / ((spread > 0.0 ? spread : 0.0) + n * kPrior);
   }
+  line->offset = (sy - line->gain * sx) / n;
+}
+
+// The line that most squares agree to. What moved may be far from the rest in brightness or colour and bend a fit that
+// begins with wide limits; a fit that keeps the usual gain until the limits are narrow leaves it out, but does not find
+// a strong drift: so both are made, and the second has to be clearly better.
+DriftLine fitLine(const DriftSquare* squares, int32_t count, int32_t channel, double usual, double variance) {
+  constexpr int32_t kSteps = 5;
+  constexpr LineStep kFits[2][kSteps] = {{{40.0, false}, {8.0, false}, {2.0, false}, {2.0, true}, {1.5, true}},
+                                         {{40.0, true}, {12.0, true}, {5.0, true}, {3.0, true}, {3.0, true}}};
+  const double near = 0.3 + 3.0 * (variance > 0.0 ? RawDouble_sqrt(variance) : 0.0);
+  DriftLine best = {usual, 0.0, false};
+  int32_t most = -1;
+  for (const auto& fit : kFits) {
+    DriftLine line = {usual, 0.0, true};
+    for (const LineStep& step : fit) refit(&line, squares, count, channel, usual, variance, step);
+    if (!line.known) continue;
+    int32_t agreeing = 0;
+    for (int32_t i = 0; i < count; ++i) agreeing += lineError(line, squares[i], channel) < near ? 1 : 0;
+    if (agreeing > most + (most >= 0 ? count / 20 : 0)) {
+      most = agreeing;
+      best = line;
+    }
+  }
+  return best;
 }
 
 // Chroma takes the gain of luma unless it shows another one.
@@ -130,11 +169,10 @@ void fitDrift(Drift* drift, const Laid& laid, DriftSquare* squares) {
   const int32_t count = collectSquares(squares, laid);
   double usual = 0.0;
   for (int32_t channel = 0; channel < 3; ++channel) {
-    double gain, offset;
-    fitLine(&gain, &offset, squares, count, channel, usual,
-            laid.in->base->noise[channel] * kFrameKept / (kDriftSide * kDriftSide));
-    gain = gain < -0.3 ? -0.3 : gain > 0.3 ? 0.3 : gain;
-    offset = offset < -40 ? -40 : offset > 40 ? 40 : offset;
+    const DriftLine line =
+        fitLine(squares, count, channel, usual, laid.in->base->noise[channel] * kFrameKept / (kDriftSide * kDriftSide));
+    const double gain = std::clamp(line.gain, -0.3, 0.3);
+    const double offset = std::clamp(line.offset, -40.0, 40.0);
     drift->gain[channel] = static_cast<int16_t>(RawDouble_floor(gain * 32768.0 + 0.5));
     drift->offset[channel] = static_cast<int16_t>(RawDouble_floor(offset * 64.0 + 0.5));
     if (channel == 0) usual = gain;

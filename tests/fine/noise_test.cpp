@@ -54,6 +54,23 @@ TEST(Noise, FindsPatches) {
   EXPECT_GT(noise.coherence[0], 4.0f);
 }
 
+// All that is dark moved: nothing is known of the noise there but that it is like the rest's.
+TEST(Noise, DoesNotTakeTheOnlyDarkThingForNoise) {
+  TestArena arena(16u << 20);
+  const auto scene = [](double left, int32_t c, double x, double y) {
+    const bool object = x >= left && x < left + 240 && y >= 120 && y < 360;
+    const double dark = c == 0 ? 40 + 30 * std::sin(x / 9) * std::sin(y / 11) : 170;
+    return object ? dark : c == 0 ? 170 + 60 * y / kHeight + 3 * std::sin(x / 9) : 128;
+  };
+  FrameOptions base = {.still = 16}, other = {.still = 16, .seed = 2};
+  base.scene = [&](int32_t c, double x, double y) { return scene(200, c, x, y); };
+  other.scene = [&](int32_t c, double x, double y) { return scene(230, c, x, y); };
+  const Noise noise = estimate(arena.env(), base, other);
+  for (int32_t c = 0; c < 3; ++c) {
+    for (const int32_t luma : {16, 48, 80, 208}) EXPECT_LT(noise.map[c].at(luma), c == 0 ? 6.0f : 24.0f) << c << luma;
+  }
+}
+
 // A wave of lines; blurred to what a box of 10 pixels leaves of it.
 double lines(double contrast, double x) {
   return 120 + 40 * contrast * std::sin(x * 0.4);

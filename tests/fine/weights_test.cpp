@@ -56,6 +56,25 @@ TEST(Weights, TakeOutDriftThoughColourIsFaintAndNoisy) {
   }
 }
 
+// A dark red thing before a bright sky, the only one of its brightness and colour, is elsewhere in each frame.
+double loneObject(double left, int32_t c, double x, double y) {
+  const bool object = x >= left && x < left + 110 && y >= 160 && y < 270;
+  if (!object) return c == 0 ? 170 + 60 * y / kHeight + 3 * std::sin(x / 9) : 128 + 2 * std::sin(y / 90);
+  return c == 0 ? 40 + 30 * std::sin(x / 5) * std::sin(y / 7) : 128 + (c == 1 ? 60 : -30);
+}
+
+TEST(Weights, ALoneObjectThatMovedDoesNotPassForDrift) {
+  FrameOptions base = noisy(1), other = noisy(2);
+  base.scene = [](int32_t c, double x, double y) { return loneObject(200, c, x, y); };
+  for (const double moved : {30.0, 90.0, 240.0}) {
+    other.scene = [=](int32_t c, double x, double y) { return loneObject(200 + moved, c, x, y); };
+    const Weighed w = weigh(base, other);
+    for (int32_t c = 0; c < 3; ++c) EXPECT_NEAR(w.drift.gain[c] / 32768.0, 0, c == 0 ? 0.005 : 0.06) << moved << c;
+    // Twice the object is 8 % of the picture, with borders 12 %.
+    EXPECT_GT(w.share, 0.84f) << moved;
+  }
+}
+
 TEST(Weights, KeepOutWhatMovedHoweverFaint) {
   for (const double contrast : {80.0, -30.0, 4.0}) {
     FrameOptions other = noisy(2);
