@@ -46,20 +46,20 @@ bool inside(const Image& image, const MeshNode& p) {
   return x >= 2 && y >= 2 && x < image.width - 3 && y < image.height - 3;
 }
 
-// A small map leaves of the noise at every brightness much the same share. Where it seems to leave far more, all that
-// has this brightness moved.
-void boundCurve(NoiseCurve* map, const NoiseCurve& full, const Windows& windows) {
-  constexpr double kMostAbove = 3.0;
-  double mapSum = 0.0, fullSum = 0.0;
+// Another estimate of a curve is, at every brightness, much the same share of this one. Where this one is far above
+// it, all that has this brightness moved, or has texture. scratch: windows.count items.
+void boundCurve(NoiseCurve* curve, const NoiseCurve& other, const Windows& windows, float* scratch) {
+  constexpr float kMostAbove = 3.0f;
+  int32_t n = 0;
   for (int32_t i = 0; i < windows.count; ++i) {
-    const int32_t luma = windows.items[i].luma;
-    // A range that is far off shall not count much.
-    mapSum += std::min(map->at(luma), full.at(luma));
-    fullSum += full.at(luma);
+    const float v = other.at(windows.items[i].luma);
+    if (v > 0.0f) scratch[n++] = curve->at(windows.items[i].luma) / v;
   }
-  const double share = fullSum > 0.0 ? std::min(1.0, kMostAbove * mapSum / fullSum) : 1.0;
+  if (n == 0) return;
+  std::nth_element(scratch, scratch + n / 2, scratch + n);
   for (int32_t bin = 0; bin < kNoiseBins; ++bin) {
-    map->variance[bin] = std::min(map->variance[bin], static_cast<float>(share * full.variance[bin] + 0.1));
+    const float most = kMostAbove * scratch[n / 2] * other.variance[bin] + 0.1f;
+    curve->variance[bin] = std::min(curve->variance[bin], most);
   }
 }
 
@@ -163,8 +163,15 @@ Status estimateNoise(Noise* noise, Env* env, const Samplers& samplers, const Noi
   Windows windows = {items.data(), 0};
   for (int32_t i = 0; i < count; ++i) collectFull(&windows, samplers, pairs[i], kMostWindows / count);
   keepFlattest(&windows, kFlattest, scratch.data());
+  NoiseCurve alone = {};
+  if (count > 0) {
+    ScopedImage luma(env);
+    Image_initSubImageY(&luma, pairs[0].base, 0, 0, pairs[0].base->width, pairs[0].base->height);
+    if (const Status s = estimateCurve(&alone, env, luma); s != ZELVAN_OK) return s;
+  }
   for (int32_t c = 0; c < 3; ++c) {
     fitCurve(&noise->full[c], windows, c, 0.5, kFullRatio, scratch.data());
+    boundCurve(&noise->full[c], alone, windows, scratch.data());
     noise->level[c] = typicalLevel(noise->full[c], windows);
   }
   windows.count = 0;
@@ -172,7 +179,7 @@ Status estimateNoise(Noise* noise, Env* env, const Samplers& samplers, const Noi
   keepFlattest(&windows, kFlattest, scratch.data());
   for (int32_t c = 0; c < 3; ++c) {
     fitCurve(&noise->map[c], windows, c, 0.5, kMapRatio, scratch.data());
-    boundCurve(&noise->map[c], noise->full[c], windows);
+    boundCurve(&noise->map[c], noise->full[c], windows, scratch.data());
     const float patches = coherence(windows, noise->map[c], c, kMapWindow * kMapWindow, scratch.data());
     noise->coherence[c] = std::clamp(patches * static_cast<float>(1.0 / (1.0 + kCubicKept)), 1.0f, kMostCoherence);
   }
