@@ -54,15 +54,20 @@ Status startFine(Tessal4Handle* self) {
 Status mergeFine(Tessal4Handle* self) {
   const Status status = fine::align(&self->fine);
   Tessal4* engine = &self->engine;
+  int32_t last = self->fine.ranked;
   for (int32_t i = 0; i < self->frameCount; ++i) {
     const fine::FrameRecord& frame = self->fine.frames[i];
-    self->order[i] = i;
-    self->scores[i] = 0;
-    engine->mergeStatus[i] = i < self->fine.added ? static_cast<int32_t>(frame.status) : int32_t{TESSAL4_NOT_USED};
+    const bool ranked = i < self->fine.added && frame.pyramid.count > 0;
+    if (!ranked) {  // behind those that are
+      self->order[last] = i;
+      self->scores[last] = 0;
+      ++last;
+    }
+    engine->mergeStatus[i] = ranked ? static_cast<int32_t>(frame.status) : int32_t{TESSAL4_NOT_USED};
     engine->trackFailure[i] = frame.alignment.verdict;
     engine->motions[i] = fine::resultMotion(self->fine, i);
   }
-  for (int32_t k = 0; k < self->fine.added; ++k) {
+  for (int32_t k = 0; k < self->fine.ranked; ++k) {
     self->order[k] = self->fine.order[k];
     self->scores[k] = self->fine.frames[self->order[k]].score;
   }

@@ -21,6 +21,11 @@ constexpr int32_t kLeastStrength = 8;
 constexpr float kLeastShare = 0.08f;  // a frame that adds less is refused
 constexpr int32_t kNoisePairs = 3;
 
+// False for a frame that could not be taken in.
+bool isPresent(const FrameRecord& frame) {
+  return frame.pyramid.count > 0;
+}
+
 struct AlignJob {
   Burst* burst;
   const AlignBase* base;
@@ -31,7 +36,8 @@ struct AlignJob {
 Status alignOne(AlignJob* job, int32_t id, const PelContext*) {
   FrameRecord& frame = job->burst->frames[id];
   Match* matches = job->matches + static_cast<ptrdiff_t>(id) * kMostMatches;
-  if (id != job->baseId) alignFrame(&frame.alignment, *job->base, frame.pyramid, nullptr, 0, matches);
+  if (id != job->baseId && isPresent(frame))
+    alignFrame(&frame.alignment, *job->base, frame.pyramid, nullptr, 0, matches);
   return ZELVAN_OK;
 }
 
@@ -92,7 +98,8 @@ Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
   const double doubtful = 2.0 * medianCornerSigma(*burst, baseId);
   for (int32_t i = 0; i < burst->added; ++i) {
     Alignment& first = burst->frames[i].alignment;
-    if (i == baseId || (first.verdict == ALIGNED && first.quality.cornerSigma <= doubtful)) continue;
+    if (i == baseId || !isPresent(burst->frames[i])) continue;
+    if (first.verdict == ALIGNED && first.quality.cornerSigma <= doubtful) continue;
     Mvec8Real proposals[2];
     int32_t count = 0;
     for (int32_t step = -1; step <= 1; step += 2) {
@@ -137,15 +144,24 @@ Status placeFields(Burst* burst) {
   return ZELVAN_OK;
 }
 
-// Sharpest first, the earlier one on a tie.
+// Sharpest first, the earlier one on a tie. A frame that is not there is none.
 void rank(Burst* burst) {
+  burst->ranked = 0;
   for (int32_t i = 0; i < burst->added; ++i) {
-    int32_t at = i;
-    if (burst->settings.sorting != 0) {
-      while (at > 0 && burst->frames[burst->order[at - 1]].score < burst->frames[i].score) --at;
+    FrameRecord& frame = burst->frames[i];
+    if (!isPresent(frame)) {
+      frame.alignment.verdict = FEW_BLOCKS;
+      Mvec8Real_setIdentity(&frame.alignment.motion);
+      frame.status = NOT_USED;
+      continue;
     }
-    std::copy_backward(burst->order + at, burst->order + i, burst->order + i + 1);
+    int32_t at = burst->ranked;
+    if (burst->settings.sorting != 0) {
+      while (at > 0 && burst->frames[burst->order[at - 1]].score < frame.score) --at;
+    }
+    std::copy_backward(burst->order + at, burst->order + burst->ranked, burst->order + burst->ranked + 1);
     burst->order[at] = i;
+    ++burst->ranked;
   }
 }
 
@@ -153,7 +169,7 @@ Status chooseBase(Burst* burst) {
   int32_t best = burst->order[0];
   int32_t bestAccepted = -1;
   int32_t last = -1;
-  for (int32_t k = 0; k < burst->added; ++k) {
+  for (int32_t k = 0; k < burst->ranked; ++k) {
     int32_t accepted = 0;
     last = burst->order[k];
     if (const Status s = alignAll(burst, last, &accepted); s != ZELVAN_OK) return s;
@@ -161,14 +177,14 @@ Status chooseBase(Burst* burst) {
       bestAccepted = accepted;
       best = last;
     }
-    if (2 * accepted >= burst->added - 1 || burst->settings.sorting == 0) break;
+    if (2 * accepted >= burst->ranked - 1 || burst->settings.sorting == 0) break;
   }
   if (best != last) {
     int32_t accepted = 0;
     if (const Status s = alignAll(burst, best, &accepted); s != ZELVAN_OK) return s;
   }
   // The base leads; the others keep their order.
-  int32_t* at = std::find(burst->order, burst->order + burst->added, best);
+  int32_t* at = std::find(burst->order, burst->order + burst->ranked, best);
   std::rotate(burst->order, at, at + 1);
   return ZELVAN_OK;
 }
@@ -189,7 +205,7 @@ void chooseCrop(Burst* burst) {
   const double w = burst->width;
   const double h = burst->height;
   double left = 0.0, top = 0.0, right = w, bottom = h;
-  for (int32_t k = 1; k < burst->added; ++k) {
+  for (int32_t k = 1; k < burst->ranked; ++k) {
     const FrameRecord& frame = burst->frames[burst->order[k]];
     if (frame.status != MERGED) continue;
     Mvec8Real inverse;
@@ -272,7 +288,7 @@ Status measureNoise(Burst* burst) {
   const ScopedBlock<MeshNode> nodes(env, kNoisePairs * mapNodes);
   if (!nodes) return ZELVAN_ERROR_NOMEM;
   int32_t count = 0;
-  for (int32_t k = 1; k < burst->added && count < kNoisePairs; ++k) {
+  for (int32_t k = 1; k < burst->ranked && count < kNoisePairs; ++k) {
     const FrameRecord& frame = burst->frames[burst->order[k]];
     if (frame.status != MERGED) continue;
     mapMeshes[count].nodes = nodes.data() + static_cast<size_t>(count) * mapNodes;
@@ -299,7 +315,7 @@ double relativeSharpness(const Burst& burst, const FrameRecord& frame, const Fra
 // What becomes of each frame, before its pixels are compared.
 void judgeFrames(Burst* burst) {
   const FrameRecord& base = burst->frames[burst->order[0]];
-  for (int32_t k = 0; k < burst->added; ++k) {
+  for (int32_t k = 0; k < burst->ranked; ++k) {
     FrameRecord& frame = burst->frames[burst->order[k]];
     frame.status = MERGED;
     frame.drift = {};
@@ -327,7 +343,7 @@ void judgeFrames(Burst* burst) {
 Status shareOut(Burst* burst) {
   const Image& map = burst->mapLuma;
   Status status = Image_init(&burst->left, map.width, map.height, nullptr, IMAGE_UINT8);
-  for (int32_t k = 1; k < burst->added && status == ZELVAN_OK; ++k) {
+  for (int32_t k = 1; k < burst->ranked && status == ZELVAN_OK; ++k) {
     FrameRecord& frame = burst->frames[burst->order[k]];
     if (frame.status != MERGED) continue;
     status = Image_init(&frame.weights, map.width, map.height, nullptr, IMAGE_UINT8);
@@ -340,7 +356,7 @@ Status shareOut(Burst* burst) {
   prepareWeights(&weightBase, planes.data(), burst->pel, map, burst->mapColour, burst->noise);
   WeightJob job = {burst, &weightBase, {}};
   static constexpr PelKernel kKernel = pelIndexed<WeightJob, weighOne>();
-  status = executeToEnd(burst->pel, &kKernel, &job, burst->added);
+  status = executeToEnd(burst->pel, &kKernel, &job, burst->ranked);
   for (const Status s : job.status) status |= s;
   if (status != ZELVAN_OK) return status;
 
@@ -348,7 +364,7 @@ Status shareOut(Burst* burst) {
   const Image* weights[kMostFrames];
   int32_t strengths[kMostFrames];
   int32_t count = 0;
-  for (int32_t k = 1; k < burst->added; ++k) {
+  for (int32_t k = 1; k < burst->ranked; ++k) {
     FrameRecord& frame = burst->frames[burst->order[k]];
     if (frame.status == MERGED && frame.share < kLeastShare) frame.status = GHOST;
     if (frame.status != MERGED) continue;
@@ -421,7 +437,7 @@ void copyMap(const Burst& burst, int32_t id, uint8_t* out) {
   for (int32_t y = 0; y < map.height; ++y) {
     for (int32_t x = 0; x < map.width; ++x) {
       int32_t sum = 0;
-      for (int32_t k = 0; k < burst.added; ++k) {
+      for (int32_t k = 0; k < burst.ranked; ++k) {
         const FrameRecord& frame = burst.frames[burst.order[k]];
         if (frame.status != MERGED || (id >= 0 && burst.order[k] != id)) continue;
         sum += k == 0 ? 255 : imageRow(&frame.weights, y)[x];
@@ -443,6 +459,7 @@ Status align(Burst* burst) {
   Env* env = burst->env;
   if (burst->added < 1) return ZELVAN_ERROR_STATE;
   rank(burst);
+  if (burst->ranked < 1) return ZELVAN_ERROR_STATE;
   if (const Status s = placeFields(burst); s != ZELVAN_OK) return s;
   if (const Status s = chooseBase(burst); s != ZELVAN_OK) return s;
   judgeFrames(burst);

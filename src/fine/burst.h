@@ -66,7 +66,8 @@ struct Burst {
   int32_t added;
   Settings settings;
   FrameRecord frames[kMostFrames];
-  int32_t order[kMostFrames];  // the base first
+  int32_t ranked;              // frames that could be taken in
+  int32_t order[kMostFrames];  // of these, the base first
   Mvec8Real crop;              // result to base
   int32_t cropped;             // nonzero: crop is not the identity
   Noise noise;

@@ -77,7 +77,7 @@ void fillFusion(Fusion* fusion, const Burst& burst) {
   fusion->mapLuma = &burst.mapLuma;
   fusion->left = &burst.left;
   fusion->saturation = burst.settings.saturation;
-  for (int32_t k = 0; k < burst.added; ++k) {
+  for (int32_t k = 0; k < burst.ranked; ++k) {
     const FrameRecord& frame = burst.frames[burst.order[k]];
     if (frame.status != MERGED) continue;
     FusionFrame& f = fusion->frames[fusion->count++];
