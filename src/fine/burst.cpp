@@ -301,19 +301,23 @@ Status measureNoise(Burst* burst) {
 }
 
 // How sharp a frame is by the base, over what both show: a motion brings other things into view.
-double relativeSharpness(const Burst& burst, const FrameRecord& frame, const FrameRecord& base) {
-  const double whole = sharpnessRatio(frame.sharpness, base.sharpness);
-  if (whole >= kSharp || frame.alignment.verdict != ALIGNED) return whole;
+Status relativeSharpness(double* ratio, const Burst& burst, const FrameRecord& frame, const FrameRecord& base) {
+  *ratio = sharpnessRatio(frame.sharpness, base.sharpness);
+  if (*ratio >= kSharp || frame.alignment.verdict != ALIGNED) return ZELVAN_OK;
   const Mvec8Real& motion = frame.alignment.motion;
   Mvec8Real inverse;
   Mvec8Real_inv(&inverse, &motion);
   const Part seen = shownBy(inverse, burst.width, burst.height);
   const Part own = shownBy(motion, burst.width, burst.height);
-  return sharpnessRatio(sharpness(burst.env, frame.pyramid, own), sharpness(burst.env, base.pyramid, seen));
+  Sharpness of = {}, by = {};
+  Status status = measureSharpness(&of, burst.env, frame.pyramid, own);
+  if (status == ZELVAN_OK) status = measureSharpness(&by, burst.env, base.pyramid, seen);
+  *ratio = status == ZELVAN_OK ? sharpnessRatio(of, by) : 1.0;
+  return status;
 }
 
 // What becomes of each frame, before its pixels are compared.
-void judgeFrames(Burst* burst) {
+Status judgeFrames(Burst* burst) {
   const FrameRecord& base = burst->frames[burst->order[0]];
   for (int32_t k = 0; k < burst->ranked; ++k) {
     FrameRecord& frame = burst->frames[burst->order[k]];
@@ -324,7 +328,10 @@ void judgeFrames(Burst* burst) {
       frame.share = 1.0f;
       continue;
     }
-    const double sharp = burst->settings.sorting != 0 ? relativeSharpness(*burst, frame, base) : 1.0;
+    double sharp = 1.0;
+    if (burst->settings.sorting != 0) {
+      if (const Status s = relativeSharpness(&sharp, *burst, frame, base); s != ZELVAN_OK) return s;
+    }
     if (sharp < kSharp) {
       frame.strength = std::max(kLeastStrength, truncToInt32(256.0 * (sharp - kSoft) / (kSharp - kSoft)));
     }
@@ -337,6 +344,7 @@ void judgeFrames(Burst* burst) {
     }
     if (frame.alignment.verdict != ALIGNED) Mvec8Real_setIdentity(&frame.alignment.motion);
   }
+  return ZELVAN_OK;
 }
 
 // Weights of all frames, then their shares.
@@ -426,7 +434,11 @@ Status addFrame(Burst* burst, const Image& image, int32_t slot) {
   Status status = Image_initSubImage(&frame.image, &image, 0, 0, image.width, image.height);
   if (status == ZELVAN_OK) status = build(&frame.pyramid, burst->pel, &frame.image);
   if (status != ZELVAN_OK) return status;
-  frame.sharpness = sharpness(burst->env, frame.pyramid, {0, 0, burst->width, burst->height});
+  status = measureSharpness(&frame.sharpness, burst->env, frame.pyramid, {0, 0, burst->width, burst->height});
+  if (status != ZELVAN_OK) {
+    release(&frame.pyramid);
+    return status;
+  }
   frame.score = frame.sharpness.score;
   burst->added = std::max(burst->added, slot + 1);
   return ZELVAN_OK;
@@ -462,7 +474,7 @@ Status align(Burst* burst) {
   if (burst->ranked < 1) return ZELVAN_ERROR_STATE;
   if (const Status s = placeFields(burst); s != ZELVAN_OK) return s;
   if (const Status s = chooseBase(burst); s != ZELVAN_OK) return s;
-  judgeFrames(burst);
+  if (const Status s = judgeFrames(burst); s != ZELVAN_OK) return s;
   const size_t nodes = static_cast<size_t>(meshNodes(burst->width)) * static_cast<size_t>(meshNodes(burst->height));
   burst->nodes =
       static_cast<MeshNode*>(Heap2_malloc(&env->heap, static_cast<uint32_t>(nodes * kMostFrames * sizeof(MeshNode))));

@@ -96,18 +96,13 @@ void fillFusion(Fusion* fusion, const Burst& burst) {
                                burst.settings.chromaStrength};
   for (int32_t c = 0; c < 3; ++c) {
     FusionShrink& shrink = fusion->shrink[c];
-    const double area = c == 0 ? 16.0 : 4.0;
-    double full = 0.0, map = 0.0;
     for (int32_t v = 0; v < 256; ++v) {
-      const double variance = burst.noise.full[c].at(v);
-      shrink.byLuma[v] = static_cast<uint16_t>(clampInt(truncToInt32(128.0 * root(variance)), 0, 65535));
-      full += variance;
-      map += burst.noise.map[c].at(v) - 1.0 / 12;
+      const double deviation = root(burst.noise.full[c].at(v));
+      shrink.byLuma[v] = static_cast<uint16_t>(clampInt(truncToInt32(128.0 * deviation), 0, 65535));
     }
-    const double colour = full > 0.0 ? std::max(1.0, area * map / full) : 1.0;
     const double sharpen = c == 0 ? burst.settings.sharpen * (1.0 + much / 2.0) : 0.0;
     shrink.on = strengths[c] > 0.0 || (sharpen > 0.0 && fusion->count > 1);
-    fillTable(&shrink.table, strengths[c], sharpen, 1.0 / fusion->count, fusion->count, colour);
+    fillTable(&shrink.table, strengths[c], sharpen, 1.0 / fusion->count, fusion->count, noiseColour(burst.noise, c));
   }
 }
 

@@ -155,6 +155,16 @@ void collectMap(Windows* out, const Samplers& samplers, const NoisePair& pair, i
 
 }  // namespace
 
+double noiseColour(const Noise& noise, int32_t channel) {
+  double full = 0.0, map = 0.0;
+  for (int32_t v = 0; v < 256; ++v) {
+    full += noise.full[channel].at(v);
+    map += noise.map[channel].at(v) - 1.0 / 12;
+  }
+  const double area = channel == 0 ? 16.0 : 4.0;
+  return full > 0.0 ? std::max(1.0, area * map / full) : 1.0;
+}
+
 Status estimateNoise(Noise* noise, Env* env, const Samplers& samplers, const NoisePair* pairs, int32_t count) {
   *noise = {};
   const ScopedBlock<Window> items(env, kMostWindows);

@@ -36,6 +36,9 @@ struct NoisePair {
   const Mesh* mapMesh;  // of level kMapLevel
 };
 
+// How much more of a channel's variance level kMapLevel keeps than it would of white noise: 1 and more.
+double noiseColour(const Noise& noise, int32_t channel);
+
 // ZELVAN_ERROR_NOMEM. count 0: the curves of estimateAlone.
 Status estimateNoise(Noise* noise, Env* env, const Samplers& samplers, const NoisePair* pairs, int32_t count);
 // Of one frame: from the flattest windows of its luma and chroma, after the local mean. Texture everywhere counts as

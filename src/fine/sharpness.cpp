@@ -48,7 +48,8 @@ NoiseWindow measure(const Image& image, int32_t left, int32_t top, int32_t side)
 
 }  // namespace
 
-Sharpness sharpness(Env* env, const Pyramid& pyramid, const Part& part) {
+Status measureSharpness(Sharpness* sharpness, Env* env, const Pyramid& pyramid, const Part& part) {
+  *sharpness = {};
   const Image& half = pyramid.level[1];
   const int32_t left = std::max(0, part.left / 2);
   const int32_t top = std::max(0, part.top / 2);
@@ -58,10 +59,10 @@ Sharpness sharpness(Env* env, const Pyramid& pyramid, const Part& part) {
   while ((width / side) * (height / side) > kMostNoiseWindows) side += kStrip;
   const int32_t across = width / side;
   const int32_t down = height / side;
-  if (width < side || height < side) return {};
+  if (width < side || height < side) return ZELVAN_OK;
   const ScopedBlock<NoiseWindow> items(env, kMostNoiseWindows);
   const ScopedBlock<float> scratch(env, kMostNoiseWindows);
-  if (!items || !scratch) return {};
+  if (!items || !scratch) return ZELVAN_ERROR_NOMEM;
   NoiseWindows windows = {items.data(), 0};
   for (int32_t j = 0; j < down; ++j) {
     for (int32_t i = 0; i < across; ++i) {
@@ -75,7 +76,8 @@ Sharpness sharpness(Env* env, const Pyramid& pyramid, const Part& part) {
     sum += double{windows.items[i].variance[0]};
     floor += double{noise.at(windows.items[i].luma)};
   }
-  return {fixed((sum - floor) / windows.count), fixed(floor / windows.count)};
+  *sharpness = {fixed((sum - floor) / windows.count), fixed(floor / windows.count)};
+  return ZELVAN_OK;
 }
 
 double sharpnessRatio(const Sharpness& frame, const Sharpness& base) {

@@ -24,8 +24,8 @@ struct Sharpness {
   int32_t noise;  // what was taken off
 };
 
-// Zeros when the arena refuses scratch or the part has no whole window.
-Sharpness sharpness(Env* env, const Pyramid& pyramid, const Part& part);
+// Zeros when the part has no whole window. ZELVAN_ERROR_NOMEM.
+Status measureSharpness(Sharpness* sharpness, Env* env, const Pyramid& pyramid, const Part& part);
 
 // Sharpness of a frame by that of the base, both of what they share: near 1 where noise hides a difference.
 double sharpnessRatio(const Sharpness& frame, const Sharpness& base);

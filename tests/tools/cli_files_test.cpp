@@ -32,7 +32,7 @@ std::string textOf(const fs::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-#ifdef __SANITIZE_ADDRESS__
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kSanitized = true;
 #else
 constexpr bool kSanitized = false;
