@@ -7,14 +7,16 @@
 namespace fine {
 namespace {
 
-constexpr double kFloor = 0.05;        // standard deviation of a block's position that no structure lowers, in pixels
-constexpr double kScale = 3.0;         // k of the robust weight
-constexpr int32_t kBeside = 3;         // levels above the finest that the last fit hears, too
-constexpr double kSureSigma = 0.15;    // above that, in pixels of the finest level, a motion is found a second time
-constexpr double kAside = 1.5;         // from so far beside it at the corners by zoom, and by turn
-constexpr double kMostAside = 0.6;     // and must come as near
-constexpr double kBehind = 0.6;        // a candidate of a score below that share of the best one's is given up
-constexpr double kLeastInliers = 0.3;  // depth leaves many blocks off a single homography
+constexpr double kFloor = 0.05;      // standard deviation of a block's position that no structure lowers, in pixels
+constexpr double kScale = 3.0;       // k of the robust weight
+constexpr int32_t kBeside = 3;       // levels above the finest that the last fit hears, too
+constexpr double kSureSigma = 0.15;  // above that, in pixels of the finest level, a motion is found a second time
+constexpr double kAside = 1.5;       // from so far beside it at the corners by zoom, and by turn
+constexpr double kMostAside = 0.6;   // and must come as near
+constexpr double kAlike = 0.9;       // the score of a rival by the best one's that leaves doubt
+constexpr int32_t kFinalists = 4;
+constexpr double kBehind = 0.6;           // a candidate of a score below that share of the best one's is given up
+constexpr double kLeastInliers = 0.3;     // depth leaves many blocks off a single homography
 constexpr double kMostCornerSigma = 0.5;  // in pixels of the finest level
 
 Mvec8Real fullMotion(const Mvec8Real& motion, int32_t level) {
@@ -143,6 +145,10 @@ bool comesBack(const Mvec8Real& motion, const AlignBase& base, const Pyramid& fr
     }
   }
   return true;
+}
+
+double score(const Alignment& a) {
+  return a.quality.inliers * (1.0 - a.unexplained);
 }
 
 bool isHandMotion(const Mvec8Real& motion, int32_t width, int32_t height) {
@@ -284,27 +290,50 @@ void alignFrame(Alignment* out, const AlignBase& base, const Pyramid& frame, con
     out->verdict = FEW_BLOCKS;
     return;
   }
-  Mvec8Real best = tried[0].motion;
+  // Of those that are left the finest levels tell, and proposals have their say there, too; where two places are as
+  // good as each other, either may be the right one.
   const int32_t from = std::min(judge - 1, std::max(k, base.finest + kBeside));
-  const bool fitted = refine(&best, base, frame, from, scratch, &out->quality, &out->matches);
-  if (!fitted) {
+  const int32_t check = std::min(judge, std::max(kMapLevel, base.finest));
+  Alignment finals[kFinalists];
+  int32_t best = -1;
+  bool stale = false;  // the scratch holds what another motion left
+  count = 0;
+  left = std::min(left, 2);
+  for (int32_t i = 0; i < std::min(left + proposalCount, kFinalists); ++i) {
+    Alignment& a = finals[count];
+    a = {};
+    a.motion = i < left ? tried[i].motion : proposals[i - left];
+    stale = true;
+    if (!refine(&a.motion, base, frame, from, scratch, &a.quality, &a.matches)) continue;
+    a.unexplained = unexplainedShare(base, frame, check, levelMotion(a.motion, check));
+    if (best < 0 || score(a) > score(finals[best])) {
+      best = count;
+      stale = false;
+    }
+    ++count;
+  }
+  if (best < 0 || !(score(finals[best]) > 0.0)) {
     out->verdict = FEW_BLOCKS;
     return;
   }
-  out->motion = best;
-  const int32_t check = std::min(judge, std::max(kMapLevel, base.finest));
-  out->unexplained = unexplainedShare(base, frame, check, levelMotion(best, check));
+  *out = finals[best];
+  for (int32_t i = 0; i < count; ++i) {
+    const bool elsewhere = worstCorner(finals[i].motion, out->motion, base.pyramid->level[0]) > 2 << base.finest;
+    if (elsewhere && score(finals[i]) > kAlike * score(*out)) out->verdict |= NOT_DETERMINED;
+  }
   if (out->quality.inliers < kLeastInliers) out->verdict |= NO_AGREEMENT;
   if (out->quality.cornerSigma > kMostCornerSigma * (1 << base.finest)) out->verdict |= NOT_DETERMINED;
   if (out->unexplained > 0.6) out->verdict |= NOT_EXPLAINED;
   if (out->verdict == ALIGNED && out->quality.cornerSigma > kSureSigma * (1 << base.finest)) {
-    if (!comesBack(best, base, frame, scratch)) out->verdict |= NOT_DETERMINED;
-    // The test has used the scratch: the matches that a caller may ask for are those of the motion again.
+    if (!comesBack(out->motion, base, frame, scratch)) out->verdict |= NOT_DETERMINED;
+    stale = true;
+  }
+  if (stale && out->verdict == ALIGNED) {  // the matches that a caller may ask for are those of the motion again
     FitQuality again;
-    Mvec8Real same = best;
+    Mvec8Real same = out->motion;
     refine(&same, base, frame, from, scratch, &again, &out->matches);
   }
-  if (!isHandMotion(best, base.pyramid->level[0].width, base.pyramid->level[0].height)) out->verdict |= TOO_FAR;
+  if (!isHandMotion(out->motion, base.pyramid->level[0].width, base.pyramid->level[0].height)) out->verdict |= TOO_FAR;
 }
 
 }  // namespace fine

@@ -95,7 +95,8 @@ Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
   Status status = executeToEnd(burst->pel, &kKernel, &job, burst->added);
   *accepted = 0;
   // A frame that failed, or is far less certain than the others, is tried again from where its neighbours in time lie.
-  const double doubtful = 2.0 * medianCornerSigma(*burst, baseId);
+  const double usual = medianCornerSigma(*burst, baseId);
+  const double doubtful = 1.6 * usual;
   for (int32_t i = 0; i < burst->added; ++i) {
     Alignment& first = burst->frames[i].alignment;
     if (i == baseId || !isPresent(burst->frames[i])) continue;
@@ -120,7 +121,7 @@ Status alignAll(Burst* burst, int32_t baseId, int32_t* accepted) {
       std::copy(spare, spare + again.matches, job.matches + static_cast<ptrdiff_t>(i) * kMostMatches);
     }
     // Alone with its doubts: some other place looked right to it.
-    if (first.verdict == ALIGNED && first.quality.cornerSigma > 1.25 * doubtful) first.verdict = NOT_DETERMINED;
+    if (first.verdict == ALIGNED && first.quality.cornerSigma > 2.5 * usual) first.verdict = NOT_DETERMINED;
   }
   for (int32_t i = 0; i < burst->added; ++i) *accepted += i != baseId && burst->frames[i].alignment.verdict == ALIGNED;
   if (status != ZELVAN_OK) return status;
