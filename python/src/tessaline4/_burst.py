@@ -211,19 +211,28 @@ class Burst:
 
     def merge(self, frames: Sequence[Any]) -> Result:
         """A burst of this size: see the function merge. After an error the next one starts afresh."""
-        if self._memory is None:
-            raise ValueError("the burst is closed")
-        if not 2 <= len(frames) <= self._most:
-            raise ValueError(f"{len(frames)} frames; this burst has memory for 2 to {self._most}")
+        self._check_open(len(frames))
         layout = _frames.layout_of(frames[0], self._format)
         planes = []
         for i, frame in enumerate(frames):
             if _frames.layout_of(frame, self._format) != layout:
                 raise ValueError(f"frame {i} is of another kind than frame 0")
             planes.append(_frames.to_planes(frame, layout))
-            if planes[i].size != self._size:
-                raise ValueError(f"frame {i} is {planes[i].size}, not {self._size} as the burst: (width, height)")
+        return self.merge_planes(planes, layout)
+
+    def merge_planes(self, planes: list[Planes], layout: Layout = Layout("nv21", split=True)) -> Result:
+        """Of frames that are planes already; for this package's own use."""
+        self._check_open(len(planes))
+        for i, frame in enumerate(planes):
+            if frame.size != self._size:
+                raise ValueError(f"frame {i} is {frame.size}, not {self._size} as the burst: (width, height)")
         return self._run([self._held(p) for p in planes], layout)
+
+    def _check_open(self, count: int) -> None:
+        if self._memory is None:
+            raise ValueError("the burst is closed")
+        if not 2 <= count <= self._most:
+            raise ValueError(f"{count} frames; this burst has memory for 2 to {self._most}")
 
     def _held(self, planes: Planes) -> Planes:
         """Rows that are whole, and memory that may be changed where the library does."""
