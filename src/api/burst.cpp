@@ -9,6 +9,7 @@ namespace {
 
 constexpr int32_t kPoolThreads = 64;
 constexpr int32_t kPoolCapacity = 64;
+constexpr uint32_t kClosed = TESSAL4_DONE | TESSAL4_STOPPED;  // no more frames, and no merge
 
 Status flagsStatus(const zelvan_Tessaline4* handle, uint32_t mask, uint32_t wanted) {
   return (handle->pointer->stateFlags & mask) == wanted ? ZELVAN_OK : ZELVAN_ERROR_STATE;
@@ -54,6 +55,7 @@ Status start(zelvan_Tessaline4* handle, Data* output, int32_t frameCount, Status
   self->height = output->height;
   if (self->imageFormat < 0) self->imageFormat = IMAGE_YVU420_SEMIPLANAR;
   self->addedCount = 0;
+  self->progressPercent = 0;
   Status status = initOutput(self, output);
   startPools(self);
   zelvan_Tessaline4_setInternalParameter(handle);
@@ -65,7 +67,7 @@ Status start(zelvan_Tessaline4* handle, Data* output, int32_t frameCount, Status
 template <typename Data>
 Status addImage(zelvan_Tessaline4* handle, Data* frame, Status (*initFrame)(zelvan_Tessaline4*, Image*, Data*)) {
   if (handle == nullptr || frame == nullptr || handle->pointer == nullptr) return ZELVAN_ERROR_PARAM;
-  if (const Status s = flagsStatus(handle, TESSAL4_OPEN | TESSAL4_DONE, TESSAL4_OPEN); s != ZELVAN_OK) return s;
+  if (const Status s = flagsStatus(handle, TESSAL4_OPEN | kClosed, TESSAL4_OPEN); s != ZELVAN_OK) return s;
   Tessal4Handle* self = handle->pointer;
   if (self->addedCount >= self->frameCount) return ZELVAN_ERROR_PARAM;
   const int32_t slot = self->addedCount;
@@ -84,12 +86,16 @@ Status addImage(zelvan_Tessaline4* handle, Data* frame, Status (*initFrame)(zelv
   }
   ++self->addedCount;
   self->stateFlags |= TESSAL4_FILLED;
-  return status;
+  return status | tellProgress(self, PERCENT_TAKEN * self->addedCount / self->frameCount);
 }
 
-// Ranks, solves and merges; later steps run even if an earlier one failed.
+// Ranks, solves and merges; later steps run even if an earlier one failed, but not after a stop.
 Status mergeBurst(Tessal4Handle* self) {
-  if (self->fineMode != 0) return mergeFine(self);
+  if (const Status s = tellProgress(self, PERCENT_TAKEN); s != ZELVAN_OK) return s;
+  if (self->fineMode != 0) {
+    const Status status = mergeFine(self);
+    return status | tellProgress(self, PERCENT_ALIGNED);  // the pixels are merged as the result is rendered
+  }
   int32_t order[kTessal4Frames];
   int32_t scores[kTessal4Frames] = {};
   for (int32_t i = 0; i < kTessal4Frames; ++i) order[i] = i;
@@ -97,8 +103,9 @@ Status mergeBurst(Tessal4Handle* self) {
   std::memcpy(self->order, order, sizeof(self->order));
   std::memcpy(self->scores, scores, sizeof(self->scores));
   status |= Tessal4_solve(&self->engine, order[0]);
+  if (const Status s = tellProgress(self, PERCENT_ALIGNED); s != ZELVAN_OK) return status | s;
   status |= Tessal4_merge(&self->engine, self->frames, order, self->mergeCount);
-  return status;
+  return status | tellProgress(self, PERCENT_MERGED);
 }
 
 // Makes a packed buffer read as a semi-planar image: its chroma lies behind its luma.
@@ -108,6 +115,17 @@ void derivePlane1(const Tessal4Handle* self, zelvan_ImageData* data) {
 
 Status enhanceBurst(Tessal4Handle* self) {
   return self->fineMode != 0 ? enhanceFine(self) : Tessal4_noiseReduction(&self->engine);
+}
+
+bool isStopped(const Tessal4Handle* self) {
+  return (self->stateFlags & TESSAL4_STOPPED) != 0;
+}
+
+// Of a whole picture only: a caller that waits for the end must not be told of one that failed. Too late for a stop.
+void tellWhole(Tessal4Handle* self, Status status) {
+  if (status != ZELVAN_OK) return;
+  tellProgress(self, PERCENT_WHOLE);
+  self->stateFlags &= ~uint32_t{TESSAL4_STOPPED};
 }
 
 bool isWrapped(const Tessal4Handle* self) {
@@ -152,10 +170,13 @@ Status zelvan_Tessaline4_addImageEx(zelvan_Tessaline4* handle, zelvan_ImageDataE
 
 Status zelvan_Tessaline4_getResult(zelvan_Tessaline4* handle) {
   if (handle == nullptr || handle->pointer == nullptr) return ZELVAN_ERROR_PARAM;
-  if (const Status s = flagsStatus(handle, TESSAL4_FILLED | TESSAL4_DONE, TESSAL4_FILLED); s != ZELVAN_OK) return s;
+  if (const Status s = flagsStatus(handle, TESSAL4_FILLED | kClosed, TESSAL4_FILLED); s != ZELVAN_OK) return s;
   Tessal4Handle* self = handle->pointer;
   Status status = mergeBurst(self);
+  if (isStopped(self)) return status;
   status |= enhanceBurst(self);
+  status |= tellProgress(self, PERCENT_ENHANCED);
+  if (isStopped(self)) return status;
   if (self->weakUvNrParams.enable != 0 && self->fineMode == 0) {
     for (int32_t i = 0; i < self->weakUvNrTimes; ++i) {
       if (const Status s = zelvan_Tessaline4Internal_weakUvNr(&self->engine, &self->output, &self->output, nullptr,
@@ -169,14 +190,15 @@ Status zelvan_Tessaline4_getResult(zelvan_Tessaline4* handle) {
     zelvan_Tessaline4_convertOutput(handle, &self->output, self->imageFormat, self->wrappedFormat);
   }
   self->stateFlags |= TESSAL4_DONE;
+  tellWhole(self, status);
   return status;
 }
 
 Status zelvan_Tessaline4_merge(zelvan_Tessaline4* handle) {
   if (handle == nullptr || handle->pointer == nullptr) return ZELVAN_ERROR_PARAM;
-  if (const Status s = flagsStatus(handle, TESSAL4_FILLED | TESSAL4_DONE, TESSAL4_FILLED); s != ZELVAN_OK) return s;
+  if (const Status s = flagsStatus(handle, TESSAL4_FILLED | kClosed, TESSAL4_FILLED); s != ZELVAN_OK) return s;
   const Status status = mergeBurst(handle->pointer);
-  handle->pointer->stateFlags |= TESSAL4_DONE;
+  if (!isStopped(handle->pointer)) handle->pointer->stateFlags |= TESSAL4_DONE;
   return status;
 }
 
@@ -184,7 +206,9 @@ Status zelvan_Tessaline4_enhance(zelvan_Tessaline4* handle) {
   if (handle == nullptr || handle->pointer == nullptr) return ZELVAN_ERROR_PARAM;
   constexpr uint32_t kMerged = TESSAL4_FILLED | TESSAL4_DONE;
   if (const Status s = flagsStatus(handle, kMerged, kMerged); s != ZELVAN_OK) return s;
-  return enhanceBurst(handle->pointer);
+  const Status status = enhanceBurst(handle->pointer);
+  tellWhole(handle->pointer, status);
+  return status;
 }
 
 Status zelvan_Tessaline4_reset(zelvan_Tessaline4* handle) {
@@ -200,6 +224,7 @@ Status zelvan_Tessaline4_reset(zelvan_Tessaline4* handle) {
   std::memcpy(tables[1], engine->uvThresholdTable, sizeof(tables[1]));
   const float epsilonScale = engine->epsilonScale;
   self->addedCount = 0;
+  self->progressPercent = 0;
   fine::release(&self->fine);
   Status status = destruct_Tessal4(engine);
   status |= construct_Tessal4(engine, &self->env);

@@ -10,10 +10,11 @@ inline constexpr int32_t kMaxFrames = 10;
 inline constexpr int32_t kStrengthAnchors = 33;
 
 enum Tessal4StateFlag : uint32_t {
-  TESSAL4_EXISTS = 1,  // initialize
-  TESSAL4_OPEN = 2,    // start
-  TESSAL4_FILLED = 4,  // at least one frame taken
-  TESSAL4_DONE = 8,    // the merge has run
+  TESSAL4_EXISTS = 1,    // initialize
+  TESSAL4_OPEN = 2,      // start
+  TESSAL4_FILLED = 4,    // at least one frame taken
+  TESSAL4_DONE = 8,      // the merge has run
+  TESSAL4_STOPPED = 16,  // the progress callback wanted no more
 };
 
 struct Tessal4Handle {
@@ -65,7 +66,23 @@ struct Tessal4Handle {
   int32_t fineMode;
   int32_t sharpnessGiven;  // nonzero once a caller has set sharpnessLevel
   fine::Burst fine;
+  zelvan_ProgressCallback progress;  // may be null
+  void* progressUser;
+  int32_t progressPercent;  // the last that was told
 };
+
+// What each step leads to, by its usual share of the time.
+enum ProgressPercent : int32_t {
+  PERCENT_TAKEN = 15,  // all frames; each has its part of it
+  PERCENT_ALIGNED = ZELVAN_TESSALINE4_PERCENT_ALIGNED,
+  PERCENT_MERGED = 40,
+  PERCENT_ENHANCED = 90,
+  PERCENT_WHOLE = 100,
+};
+
+// Tells the caller, if it listens, how far the burst is. ZELVAN_ERROR_GENERAL: it wants no more, and the instance is
+// marked stopped.
+Status tellProgress(Tessal4Handle* self, int32_t percent);
 
 // The fine road in place of the engine's (api/fine_mode.cpp); what it finds out is told in the engine's record.
 Status startFine(Tessal4Handle* self);

@@ -30,7 +30,7 @@ extern "C" {
 
 /* Status words. The top bit marks a failure; functions of several steps return the bitwise OR of their steps. */
 #define ZELVAN_TESSALINE4_OK 0u
-#define ZELVAN_TESSALINE4_ERROR_GENERAL 0x80000000u
+#define ZELVAN_TESSALINE4_ERROR_GENERAL 0x80000000u /* a step failed, or the progress callback stopped the burst */
 #define ZELVAN_TESSALINE4_ERROR_PARAM 0x80000001u
 #define ZELVAN_TESSALINE4_ERROR_STATE 0x80000002u
 #define ZELVAN_TESSALINE4_ERROR_NOMEM 0x80000004u
@@ -72,6 +72,8 @@ typedef struct zelvan_ImageDataEx {
 #endif
 
 ZELVAN_TESSALINE4_API const char* zelvan_Tessaline4_getVersion(void);
+/* A status in English words, never null, valid for ever. Of several errors in one word the text names one. */
+ZELVAN_TESSALINE4_API const char* zelvan_Tessaline4_getStatusText(uint32_t status);
 /* Bytes of working memory for bursts of this size. 0 or less: too large, the bytes do not fit 31 bits (from about 160
  * megapixels on, 135 for YUV422_YUYV), or a negative side. */
 ZELVAN_TESSALINE4_API int32_t zelvan_Tessaline4_getBufferSize(int32_t width, int32_t height, int32_t frameCount,
@@ -166,6 +168,20 @@ ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getFineFrameInfo(zelvan_Tessali
 /* mapWidth x mapHeight bytes, row after row. index of a frame: its weight, 255 = whole; index -1: how many frames each
  * place got, in 1/16. */
 ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_getFineMap(zelvan_Tessaline4* handle, int32_t index, uint8_t* map);
+
+/* How far a burst is, in per cent: after each frame taken, and between the steps of getResult, merge and enhance. The
+ * number never decreases from start or reset to 100, which is told once the picture is whole.
+ *
+ * Called on the thread that calls the library, which waits for the answer: nonzero stops the burst, except at 100. The
+ * call then returns ZELVAN_TESSALINE4_ERROR_GENERAL, and only the getters, reset and finalize are open. A stop at
+ * up to ZELVAN_TESSALINE4_PERCENT_ALIGNED leaves the frames as they were, but for a gain, a gamma or a wrapped format,
+ * which work in place as frames are taken. The callback must not call functions of the same instance, and must return.
+ */
+#define ZELVAN_TESSALINE4_PERCENT_ALIGNED 30
+typedef int32_t (*zelvan_ProgressCallback)(void* user, int32_t percent);
+/* A null callback, the default: none. Open whenever the instance exists; it stays over a reset. */
+ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setProgress(zelvan_Tessaline4* handle,
+                                                             zelvan_ProgressCallback callback, void* user);
 
 /* The raw values behind the levels. */
 ZELVAN_TESSALINE4_API uint32_t zelvan_Tessaline4_setObjBlurCorrectionLevel_internal(zelvan_Tessaline4* handle,

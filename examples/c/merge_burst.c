@@ -10,8 +10,8 @@
 
 #define MAX_FRAMES 10
 
-static int fail(const char* what, unsigned status) {
-  fprintf(stderr, "merge_burst: %s (0x%08x)\n", what, status);
+static int fail(const char* what, const char* why) {
+  fprintf(stderr, "merge_burst: %s: %s\n", what, why);
   return EXIT_FAILURE;
 }
 
@@ -42,16 +42,16 @@ int main(int argc, char** argv) {
   width = atoi(argv[1]);
   height = atoi(argv[2]);
   count = argc - 4;
-  if (width < 2 || height < 2 || width % 2 != 0 || height % 2 != 0) return fail("even sizes only", 0);
+  if (width < 2 || height < 2 || width % 2 != 0 || height % 2 != 0) return fail("size", "even sides only");
   luma = (size_t)width * (size_t)height;
   size = luma + luma / 2;
 
   /* One buffer for all that the library needs, and the frames, whose pixels the library may change. */
   bytes = zelvan_Tessaline4_getBufferSize(width, height, count, format);
-  if (bytes <= 0) return fail("the frames are too large", 0);
+  if (bytes <= 0) return fail("frames", "too large");
   memory = malloc((size_t)bytes);
   pixels = malloc(size * (size_t)(count + 1));
-  if (memory == NULL || pixels == NULL) return fail("out of memory", 0);
+  if (memory == NULL || pixels == NULL) return fail("frames", "out of memory");
   output.width = width;
   output.height = height;
   output.plane0 = pixels;
@@ -59,29 +59,29 @@ int main(int argc, char** argv) {
   output.plane2 = NULL;
   for (i = 0; i < count; ++i) {
     unsigned char* at = pixels + size * (size_t)(i + 1);
-    if (!transfer(argv[4 + i], "rb", at, size)) return fail(argv[4 + i], 0);
+    if (!transfer(argv[4 + i], "rb", at, size)) return fail(argv[4 + i], "not a frame of this size");
     frame[i] = output;
     frame[i].plane0 = at;
     frame[i].plane1 = at + luma;
   }
 
   status = zelvan_Tessaline4_initialize(&handle, memory, bytes, width, height);
-  if (status != ZELVAN_TESSALINE4_OK) return fail("initialize", status);
+  if (status != ZELVAN_TESSALINE4_OK) return fail("initialize", zelvan_Tessaline4_getStatusText(status));
   status = zelvan_Tessaline4_setImageFormat(&handle, format);
   status |= zelvan_Tessaline4_setSharpnessEnhanceLevel(&handle, 0);
   status |= zelvan_Tessaline4_start(&handle, &output, count);
   for (i = 0; i < count; ++i) status |= zelvan_Tessaline4_addImage(&handle, &frame[i]);
   status |= zelvan_Tessaline4_getResult(&handle);
-  if (status != ZELVAN_TESSALINE4_OK) return fail("merge", status);
+  if (status != ZELVAN_TESSALINE4_OK) return fail("merge", zelvan_Tessaline4_getStatusText(status));
   for (i = 0; i < count; ++i) {
     int32_t fate = -1;
     zelvan_Tessaline4_getMergeStatus(&handle, &fate, i);
     printf("%s: %s\n", argv[4 + i], fate == ZELVAN_TESSALINE4_MERGED ? "merged" : "left out");
   }
   status = zelvan_Tessaline4_finalize(&handle);
-  if (status != ZELVAN_TESSALINE4_OK) return fail("finalize", status);
+  if (status != ZELVAN_TESSALINE4_OK) return fail("finalize", zelvan_Tessaline4_getStatusText(status));
 
-  if (!transfer(argv[3], "wb", pixels, size)) return fail(argv[3], 0);
+  if (!transfer(argv[3], "wb", pixels, size)) return fail(argv[3], "cannot be written");
   free(pixels);
   free(memory);
   return EXIT_SUCCESS;
