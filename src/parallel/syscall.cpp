@@ -23,3 +23,11 @@ Status Syscall_setThreadAffinityMask(Env*, uint32_t mask) {
   }
   return result == 0 ? ZELVAN_OK : ZELVAN_ERROR_RESOURCE;
 }
+
+int32_t Syscall_countUsableProcessors() {
+  unsigned long words[1024 / sizeof(unsigned long)] = {};  // 8192 processors
+  if (syscall(SYS_sched_getaffinity, 0, sizeof words, words) < 0) return 1;
+  int32_t count = 0;
+  for (const unsigned long word : words) count += __builtin_popcountl(word);
+  return count < 1 ? 1 : count;
+}
