@@ -17,5 +17,7 @@ Status Syscall_setThreadAffinityMask(Env* env, uint32_t mask) ZVT4_NAME(Syscall_
 
 // Processors that the calling thread may run on, at least 1: what its affinity and the container leave it.
 int32_t Syscall_countUsableProcessors();
+// Whether there are several, as found at the first call.
+bool Syscall_haveProcessors();
 
 #endif  // ZVT4_PARALLEL_SYSCALL_H_
