@@ -15,8 +15,9 @@ inline constexpr int64_t kSpinNanos = 40000;
 namespace spin_detail {
 
 inline int64_t nanosNow() {
-  timespec now;
-  return clock_gettime(CLOCK_MONOTONIC, &now) == 0 ? int64_t{now.tv_sec} * 1000000000 + now.tv_nsec : 0;
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
 }
 
 inline void pause() {
@@ -38,13 +39,15 @@ inline bool canSpin(int32_t workers) {
 template <typename Ready>
 void spinBriefly(const Ready& ready) {
   constexpr int32_t kLooksPerClock = 16;
+  constexpr int32_t kMostTurns = 2000;  // where the clock stands still
   const int64_t end = spin_detail::nanosNow() + kSpinNanos;
-  do {
+  for (int32_t turn = 0; turn < kMostTurns; ++turn) {
     for (int32_t i = 0; i < kLooksPerClock; ++i) {
       if (ready()) return;
       spin_detail::pause();
     }
-  } while (spin_detail::nanosNow() < end);
+    if (spin_detail::nanosNow() >= end) return;
+  }
 }
 
 #endif  // ZVT4_PARALLEL_SPIN_H_
