@@ -35,9 +35,26 @@ struct TileShared {
 struct TileTask {
   const TileShared* shared;
   Stage stage;
-  int32_t kind;  // of a luma pass; of a chroma pass its index
-  int32_t column;
+  int32_t kind;    // of a luma pass; of a chroma pass its index
+  int32_t column;  // the run's tiles: column to endColumn of a row
+  int32_t endColumn;
   int32_t row;
+};
+
+// What one task covers: runs of tiles of a row, long ones for few workers. A row's tiles wait for the row above as far
+// as the next run, so that workers in a pass find 20 * runs in a row / (40 + runs in a row) runs to do at a time.
+struct Runs {
+  int32_t tiles;  // in a run
+  int32_t inRow;
+  int32_t inPass;
+
+  explicit Runs(int32_t workers) : tiles(workers < 2 ? kGrid : workers < 3 ? 4 : workers < 5 ? 2 : 1) {
+    inRow = kGrid / tiles;
+    inPass = inRow * kGrid;
+  }
+  int32_t index(int32_t pass, int32_t row, int32_t column) const {
+    return pass * inPass + row * inRow + column / tiles;
+  }
 };
 
 // The part of a side that tile i covers begins at boundary i.
@@ -90,30 +107,31 @@ bool isInside(const TileTask& task) {
 }
 
 Status runTask(TileTask* task, const PelContext*) {
-  if (task->stage == STAGE_CHROMA) {
-    runChromaTile(*task);
-  } else if (isInside(*task)) {
-    runLumaTile<false>(*task);
-  } else {
-    runLumaTile<true>(*task);
+  for (; task->column < task->endColumn; ++task->column) {
+    if (task->stage == STAGE_CHROMA) {
+      runChromaTile(*task);
+    } else if (isInside(*task)) {
+      runLumaTile<false>(*task);
+    } else {
+      runLumaTile<true>(*task);
+    }
   }
   return ZELVAN_OK;
 }
 
-constexpr PelKernel kTile = pelTask<TileTask, runTask>();
+constexpr PelKernel kRun = pelTask<TileTask, runTask>();
 
-// Orders each tile behind all earlier tiles that it shares pixels with, so that the picture is that of the tasks run
-// one after the other. Left neighbour and the tile above at the end of the reach: with the same rule there, these
-// stand for all earlier tiles of the pass within reach. The tile of the previous pass at the lower right end of the
-// reach stands for that pass.
-int32_t dependencies(uint32_t* list, const uint32_t* events, const TileShared& shared, int32_t pass, int32_t row,
-                     int32_t column) {
+// Orders each run behind all earlier runs that it shares pixels with, so that the picture is that of the tiles filtered
+// one after the other. Left neighbour and the run above at the end of the reach: with the same rule there, these stand
+// for all earlier tiles of the pass within reach. The run of the previous pass at the lower right end of the reach
+// stands for that pass.
+int32_t dependencies(uint32_t* list, const uint32_t* events, const Runs& runs, int32_t pass, const TileTask& task) {
   int32_t n = 0;
-  const int32_t reachColumn = lastWithinReach(shared.boundX, column);
-  if (column > 0) list[n++] = events[pass * kTiles + row * kGrid + column - 1];
-  if (row > 0) list[n++] = events[pass * kTiles + (row - 1) * kGrid + reachColumn];
+  const int32_t reachColumn = lastWithinReach(task.shared->boundX, task.endColumn - 1);
+  if (task.column > 0) list[n++] = events[runs.index(pass, task.row, task.column - 1)];
+  if (task.row > 0) list[n++] = events[runs.index(pass, task.row - 1, reachColumn)];
   if (pass > 0) {
-    list[n++] = events[(pass - 1) * kTiles + lastWithinReach(shared.boundY, row) * kGrid + reachColumn];
+    list[n++] = events[runs.index(pass - 1, lastWithinReach(task.shared->boundY, task.row), reachColumn)];
   }
   return n;
 }
@@ -125,34 +143,30 @@ struct Pass {
 
 // Runs the passes tile by tile in the caller.
 void runInCaller(const TileShared& shared, const Pass* passes, int32_t count) {
-  for (int32_t i = 0; i < count * kTiles; ++i) {
-    const Pass& pass = passes[i / kTiles];
-    TileTask task = {&shared, pass.stage, pass.kind, i % kGrid, i % kTiles / kGrid};
+  for (int32_t i = 0; i < count * kGrid; ++i) {
+    const Pass& pass = passes[i / kGrid];
+    TileTask task = {&shared, pass.stage, pass.kind, 0, kGrid, i % kGrid};
     runTask(&task, nullptr);
   }
 }
 
 // Runs up to kPassesAtOnce passes as one graph of tasks.
 Status runPasses(Pel* pel, const TileShared& shared, const Pass* passes, int32_t count, TileTask* tasks,
-                 uint32_t* events) {
+                 uint32_t* events, const Runs& runs) {
   Status status = ZELVAN_OK;
   int32_t issued = 0;
-  for (int32_t pass = 0; pass < count && status == ZELVAN_OK; ++pass) {
-    for (int32_t i = 0; i < kTiles && status == ZELVAN_OK; ++i) {
-      const int32_t row = i / kGrid;
-      const int32_t column = i % kGrid;
-      TileTask* task = &tasks[pass * kTiles + i];
-      *task = {&shared, passes[pass].stage, passes[pass].kind, column, row};
-      uint32_t waits[3];
-      const int32_t n = dependencies(waits, events, shared, pass, row, column);
-      status = Pel_enqueueTask(pel, &kTile, task, n, n > 0 ? waits : nullptr, &events[issued]);
-      if (status == ZELVAN_OK) ++issued;
-    }
+  for (; issued < count * runs.inPass && status == ZELVAN_OK; ++issued) {
+    const int32_t pass = issued / runs.inPass;
+    const int32_t row = issued % runs.inPass / runs.inRow;
+    const int32_t column = issued % runs.inRow * runs.tiles;
+    TileTask* task = &tasks[issued];
+    *task = {&shared, passes[pass].stage, passes[pass].kind, column, column + runs.tiles, row};
+    uint32_t waits[3];
+    const int32_t n = dependencies(waits, events, runs, pass, *task);
+    status = Pel_enqueueTask(pel, &kRun, task, n, n > 0 ? waits : nullptr, &events[issued]);
   }
-  for (int32_t i = 0; i < issued; ++i) {
-    status |= waitToEnd(pel, events[i]);
-    status |= Pel_releaseEvent(pel, events[i]);
-  }
+  if (issued > 0) status |= waitToEnd(pel, events[issued - 1]);  // by then the others have ended
+  for (int32_t i = 0; i < issued; ++i) status |= endEvent(pel, events[i]);
   return status;
 }
 
@@ -183,8 +197,10 @@ Status Tessal4Denoiser_denoiseInplace(Pel* pel, Env* env, Image* image, const Im
   shared.chromaStrength1 = byteStrength(strengths[2]);
 
   const int32_t atOnce = static_cast<int32_t>(total < kPassesAtOnce ? total : kPassesAtOnce);
-  const ScopedBlock<TileTask> tasks(env, static_cast<size_t>(atOnce) * kTiles);
-  const ScopedBlock<uint32_t> events(env, static_cast<size_t>(atOnce) * kTiles);
+  const Runs runs(Pel_getNumberOfWorkers(pel));
+  const size_t taskCount = static_cast<size_t>(atOnce * runs.inPass);
+  const ScopedBlock<TileTask> tasks(env, taskCount);
+  const ScopedBlock<uint32_t> events(env, taskCount);
   for (int64_t done = 0; done < total; done += atOnce) {
     Pass passes[kPassesAtOnce];
     int32_t count = 0;
@@ -203,8 +219,9 @@ Status Tessal4Denoiser_denoiseInplace(Pel* pel, Env* env, Image* image, const Im
       runInCaller(shared, passes, count);
       continue;
     }
-    std::memset(events.data(), 0, static_cast<size_t>(atOnce) * kTiles * sizeof(uint32_t));
-    if (const Status s = runPasses(pel, shared, passes, count, tasks.data(), events.data()); s != ZELVAN_OK) return s;
+    std::memset(events.data(), 0, taskCount * sizeof(uint32_t));
+    const Status status = runPasses(pel, shared, passes, count, tasks.data(), events.data(), runs);
+    if (status != ZELVAN_OK) return status;
   }
   return ZELVAN_OK;
 }

@@ -91,12 +91,10 @@ Status Tessal4ImageFunc_deconv_withmap(Pel* pel, Env* env, const Image* src, Ima
     if (i + 1 < count) status = enqueueFilter(pel, band, i + 1);
     if (status == ZELVAN_OK) status = enqueueSharpen(pel, band, i, count);
   }
+  // The last band is sharpened behind all other jobs.
+  if (band[count - 1].sharpened != 0) status |= waitToEnd(pel, band[count - 1].sharpened);
   for (int32_t i = 0; i < count; ++i) {
-    for (const uint32_t event : {band[i].filtered, band[i].sharpened}) {
-      if (event == 0) continue;
-      status |= waitToEnd(pel, event);
-      status |= Pel_releaseEvent(pel, event);
-    }
+    for (const uint32_t event : {band[i].filtered, band[i].sharpened}) status |= endEvent(pel, event);
   }
   return status;
 }

@@ -6,12 +6,20 @@
 //   const int32_t n = ParallelExecutor_getNumberOfBands(executor);
 //   return forkBands<Band, blurBand>(executor, n, [&](int32_t i) { return Band{&job, bandStart(i, n, h), ...}; });
 //
-// The blocks are copied by the fork. A band that the executor does not take (for want of memory, with a full queue, or
-// after a shutdown) runs in the caller, as all do with one band or none to give: what the bands make is the same. The
-// result is the OR of the bodies' results, with ZELVAN_STATUS_CANCELLED when a shutdown overtook a band.
+// The bands lie on one pile, from which everybody takes the next one: a task for each worker, and no task for a band.
+// The caller is one of the workers where threads are not pinned, so that a pool of one thread hands nothing over, and
+// takes back the tasks that no thread has begun when the pile is empty. make is called by whoever takes the band, so it
+// only reads. Bands run in any order, each of them once.
+//
+// When the executor takes no task (for want of memory, after a shutdown) the caller runs what is there to run, as it
+// runs all with one band or no executor: what the bands make is the same. The result is the OR of the bodies' results,
+// with ZELVAN_STATUS_CANCELLED when a shutdown overtook a band.
 #ifndef ZVT4_PARALLEL_BANDS_H_
 #define ZVT4_PARALLEL_BANDS_H_
 
+#include <algorithm>
+
+#include "base/atomic.h"
 #include "base/integer.h"
 #include "parallel/parallel_executor.h"
 
@@ -21,17 +29,51 @@ constexpr int32_t bandStart(int32_t i, int32_t n, int32_t height) {
   return static_cast<int32_t>(start < 0 ? 0 : start > height ? height : start);
 }
 
+namespace bands_detail {
+
+template <typename Band, Status (*Body)(Band*), typename Make>
+struct Pile {
+  const Make* make;
+  const ParallelExecutor* executor;  // at whose shutdown everybody stops; null: nobody does
+  int32_t n;
+  int32_t next;  // atomic
+
+  Status run() {
+    Status status = ZELVAN_OK;
+    for (;;) {
+      if (ParallelExecutor_isShutDown(executor)) {
+        return atomicLoad(&next) < n ? status | ZELVAN_STATUS_CANCELLED : status;
+      }
+      const int32_t i = atomicFetchAdd(&next, 1);
+      if (i >= n) return status;
+      Band band = (*make)(i);
+      status |= Body(&band);
+    }
+  }
+
+  static Status task(void* block) { return (*static_cast<Pile**>(block))->run(); }
+};
+
+}  // namespace bands_detail
+
 template <typename Band, Status (*Body)(Band*), typename Make>
 Status forkBands(ParallelExecutor* executor, int32_t n, const Make& make) {
-  const TaskFunction body = [](void* block) { return Body(static_cast<Band*>(block)); };
-  const bool forks = executor != nullptr && n > 1;
-  Status status = ZELVAN_OK;
-  for (int32_t i = 0; i < n; ++i) {
-    Band band = make(i);
-    const bool taken = forks && ParallelExecutor_fork(executor, body, &band, sizeof(Band)) == ZELVAN_OK;
-    if (!taken) status |= Body(&band);
+  using Pile = bands_detail::Pile<Band, Body, Make>;
+  Pile pile = {&make, executor, n, 0};
+  Pile* const block = &pile;
+  const int32_t workers = n > 1 ? std::min(ParallelExecutor_getNumberOfWorkers(executor), n) : 0;
+  const bool callerTakesPart = workers < 1 || executor == nullptr || ParallelExecutor_runsAnywhere(executor);
+  const int32_t wanted = workers - (callerTakesPart ? 1 : 0);
+  int32_t tasks = 0;
+  for (int32_t i = 0; i < wanted; ++i) {
+    if (ParallelExecutor_fork(executor, Pile::task, &block, sizeof(block)) == ZELVAN_OK) ++tasks;
   }
-  return forks ? status | ParallelExecutor_join(executor) : status;
+  if (tasks == 0) {
+    pile.executor = nullptr;
+    return pile.run();
+  }
+  const Status status = callerTakesPart || tasks < wanted ? pile.run() : ZELVAN_OK;
+  return status | (callerTakesPart ? ParallelExecutor_joinWorking(executor) : ParallelExecutor_join(executor));
 }
 
 #endif  // ZVT4_PARALLEL_BANDS_H_

@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "base/atomic.h"
+#include "parallel/spin.h"
 
 namespace {
 
@@ -17,7 +18,15 @@ Status tryLockMutex(Lock* lock, int32_t* acquiredOut) {
   return ZELVAN_OK;
 }
 
+// The pools hold their locks for a few instructions: a holder on another processor is out before a sleep has begun.
 Status lockMutex(Lock* lock) {
+  constexpr int32_t kTries = 50;
+  for (int32_t i = 0; i < kTries; ++i) {
+    const int error = pthread_mutex_trylock(lock->native.mutex);
+    if (error == 0) return ZELVAN_OK;
+    if (error != EBUSY || !Syscall_haveProcessors()) break;
+    spin_detail::pause();
+  }
   return fromNative(pthread_mutex_lock(lock->native.mutex));
 }
 

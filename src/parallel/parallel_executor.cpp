@@ -5,12 +5,15 @@
 
 #include "base/atomic.h"
 #include "parallel/parallel_executor_bridge.h"
+#include "parallel/spin.h"
 #include "parallel/syscall.h"
 
 namespace {
 
 // Its address in the task queue tells a thread to leave.
 ParallelExecutorTask stopMarker;
+
+constexpr uint64_t kRecountNanos = 10000000;
 
 int32_t callerShare(const ParallelExecutor* executor) {
   return executor->callerWorks != 0 ? 1 : 0;
@@ -49,6 +52,12 @@ void cancelItem(ParallelExecutor* executor, void* item) {
   }
 }
 
+// The next item of a queue that is about to have one.
+void* takeItem(const ParallelExecutor* executor, LinkedBlockingQueue* queue) {
+  if (executor->spins != 0) spinBriefly([=] { return LinkedBlockingQueue_size(queue) > 0; });
+  return LinkedBlockingQueue_take(queue);
+}
+
 Status work(void* argument) {
   auto* executor = static_cast<ParallelExecutor*>(argument);
   const int32_t number = atomicFetchAdd(&executor->alive, 1);
@@ -56,7 +65,7 @@ Status work(void* argument) {
   for (;;) {
     // Anew for each item: a task may have moved the thread.
     if (executor->pin != 0) pinTo(executor, processor);
-    void* item = LinkedBlockingQueue_take(&executor->taskQueue);
+    void* item = takeItem(executor, &executor->taskQueue);
     if (item == &stopMarker) break;
     if (atomicLoad(&executor->shutdown) != 0) {
       cancelItem(executor, item);
@@ -71,14 +80,18 @@ Status work(void* argument) {
 }
 
 // Starts the threads that are wanted now and not there yet. Each fork calls it; the processors, which cost a file to
-// read, are counted once a batch, at its first task.
+// read, are counted between batches, and not for each of many short ones.
 Status topUp(ParallelExecutor* executor) {
   const int32_t share = callerShare(executor);
   const int32_t room =
       std::min(executor->maximumThreads, LinkedBlockingQueue_getCapacity(&executor->taskQueue) - share);
   if (executor->startedThreads >= room) return ZELVAN_OK;
-  if (executor->threadCount < 0 && (executor->processors == 0 || atomicLoad(&executor->tasks) == 0)) {
-    executor->processors = Syscall_getNumberOfProcessors(executor->env);
+  if (executor->threadCount < 0 && atomicLoad(&executor->tasks) == 0) {
+    const uint64_t now = Env_getTick(executor->env);
+    if (executor->processors == 0 || now - executor->processorsTick >= kRecountNanos) {
+      executor->processors = Syscall_getNumberOfProcessors(executor->env);
+      executor->processorsTick = now;
+    }
   }
   const int32_t wanted = executor->threadCount < 0 ? executor->processors - share : executor->threadCount;
   const int32_t limit = std::min(wanted, room);
@@ -185,6 +198,8 @@ Status startThreads(ParallelExecutor* executor, int32_t maximumThreads, int32_t 
   if (executor->threads == nullptr) return ZELVAN_ERROR_NOMEM;
   executor->maximumThreads = maximumThreads;
   for (int32_t i = 0; i < maximumThreads; ++i) construct_Thread(&executor->threads[i], executor->env);
+  executor->spins = canSpin(executor->threadCount < 0 ? Syscall_getNumberOfProcessors(executor->env)
+                                                      : executor->threadCount + callerShare(executor));
   const Status status = topUp(executor);
   return status == ZELVAN_OK ? status : status | stopThreads(executor);
 }
@@ -263,6 +278,12 @@ Status ParallelExecutor_join(ParallelExecutor* executor) {
   return status | combined;
 }
 
+Status ParallelExecutor_joinWorking(ParallelExecutor* executor) {
+  int32_t indicesRun = 0;
+  const Status status = workInCaller(executor, &indicesRun);
+  return status | ParallelExecutor_join(executor);
+}
+
 Status ParallelExecutor_join2(ParallelExecutor* executor, Status* statusOut) {
   Status ignored;
   Status* combined = statusOut != nullptr ? statusOut : &ignored;
@@ -274,7 +295,7 @@ Status ParallelExecutor_join2(ParallelExecutor* executor, Status* statusOut) {
     if (const Status status = workInCaller(executor, &indicesRun); status != ZELVAN_OK) return status;
   }
   while (atomicLoad(&executor->tasks) > 0) {
-    auto* task = static_cast<ParallelExecutorTask*>(LinkedBlockingQueue_take(&executor->finishedQueue));
+    auto* task = static_cast<ParallelExecutorTask*>(takeItem(executor, &executor->finishedQueue));
     if (task == nullptr) return ZELVAN_ERROR_STATE;
     *combined |= task->result;
     if (const Status status = Heap2_free(&executor->env->heap, task); status != ZELVAN_OK) return status;
@@ -320,7 +341,7 @@ Status ParallelExecutor_execute(ParallelExecutor* executor, IndexedFunction func
   // Every index that was queued comes back before the return, even when tasks of others stand between them: threads
   // would otherwise run on with an argument that is gone.
   while (open > 0) {
-    void* item = LinkedBlockingQueue_take(&executor->finishedQueue);
+    void* item = takeItem(executor, &executor->finishedQueue);
     if (item == nullptr) return status | ZELVAN_ERROR_STATE;
     if (item == executor) {
       --open;
@@ -332,6 +353,20 @@ Status ParallelExecutor_execute(ParallelExecutor* executor, IndexedFunction func
   while (void* item = LinkedBlockingQueue_poll(&executor->finishedQueue)) status |= discard(executor, item);
   *combined = atomicLoad(&executor->executeStatus);
   return status;
+}
+
+bool ParallelExecutor_isShutDown(const ParallelExecutor* executor) {
+  return executor != nullptr && atomicLoad(&executor->shutdown) != 0;
+}
+
+Status ParallelExecutor_getRefusal(const ParallelExecutor* executor) {
+  if (executor == nullptr) return ZELVAN_OK;
+  if (ParallelExecutor_isShutDown(executor)) return ZELVAN_STATUS_CANCELLED;
+  return executor->bridge == nullptr && executor->threads == nullptr ? ZELVAN_ERROR_STATE : ZELVAN_OK;
+}
+
+bool ParallelExecutor_runsAnywhere(const ParallelExecutor* executor) {
+  return executor != nullptr && executor->bridge == nullptr && executor->pin == 0;
 }
 
 Status ParallelExecutor_shutdown(ParallelExecutor* executor) {
@@ -407,4 +442,12 @@ int32_t ParallelExecutor_getNumberOfBands(ParallelExecutor* executor) {
   if (executor == nullptr) return 1;
   if (executor->bridge != nullptr) return executor->bridge->slots;
   return std::max(LinkedBlockingQueue_getCapacity(&executor->taskQueue), 1);
+}
+
+int32_t ParallelExecutor_getNumberOfWorkers(ParallelExecutor* executor) {
+  if (executor == nullptr) return 1;
+  if (executor->bridge != nullptr) return Pel_getNumberOfWorkers(executor->bridge->pel);
+  if (executor->threads == nullptr) return 1;
+  if (atomicLoad(&executor->shutdown) == 0) topUp(executor);
+  return std::max(executor->startedThreads + callerShare(executor), 1);
 }

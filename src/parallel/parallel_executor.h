@@ -8,7 +8,8 @@
 // through parallel/bands.h, which runs in the caller what a fork refuses.
 //
 // Two forms. In the thread form the executor has threads of its own, which exist from init to destruct and block in the
-// task queue between jobs. In the bridge form, chosen by the pel setting, it forwards its tasks to that Pel.
+// task queue between jobs, after looking out for the next one a moment. In the bridge form, chosen by the pel setting,
+// it forwards its tasks to that Pel.
 //
 // Tasks live in the arena: a header and the copied argument block straight behind it. The executor's own address in the
 // queues stands for one index of a ParallelExecutor_execute, and a private stop marker ends the threads.
@@ -71,6 +72,8 @@ struct ParallelExecutor {
   int32_t executeCount;
   ParallelExecutorBridge* bridge;  // null in the thread form
   int32_t processors;              // as last counted; 0: not yet
+  uint64_t processorsTick;         // when
+  int32_t spins;                   // whether threads look out for work before they sleep
 };
 
 extern "C" {
@@ -150,5 +153,19 @@ int32_t ParallelExecutor_getNumberOfFinishedTasks(ParallelExecutor* executor)
 // How many bands a kernel cuts its rows into: 1 for a null executor and before a successful init, the bridge's slot
 // count in the bridge form, else the capacity of the task queue. Not the number of threads.
 int32_t ParallelExecutor_getNumberOfBands(ParallelExecutor* executor);
+
+// How many can be at work between a fork and its join: the threads, after starting those that are wanted by now, and
+// the caller if it works; in the bridge form the workers of the Pel. 1 for a null executor and before an init.
+int32_t ParallelExecutor_getNumberOfWorkers(ParallelExecutor* executor);
+
+// Whether its threads run on any processor, so that the caller can stand in for one of them.
+bool ParallelExecutor_runsAnywhere(const ParallelExecutor* executor);
+bool ParallelExecutor_isShutDown(const ParallelExecutor* executor);
+
+// The status with which a fork is refused before a successful init and after a shutdown, else ZELVAN_OK.
+Status ParallelExecutor_getRefusal(const ParallelExecutor* executor);
+
+// A join whose caller first runs what no thread has begun, in the thread form.
+Status ParallelExecutor_joinWorking(ParallelExecutor* executor);
 
 #endif  // ZVT4_PARALLEL_PARALLEL_EXECUTOR_H_

@@ -6,6 +6,7 @@
 #include <initializer_list>
 
 #include "parallel/pel_impl.h"
+#include "parallel/spin.h"
 #include "parallel/syscall.h"
 
 using namespace pel_detail;
@@ -59,7 +60,7 @@ void resetTables(Pel* pel) {
   const int32_t groups = kPelParts / workers;
   pel->freeParts = &pel->parts[0];
   for (int32_t g = 0; g < groups; ++g) pel->parts[g * workers].begin = g + 1 < groups ? (g + 1) * workers : -1;
-  pel->readyHead = nullptr;
+  atomicStore(&pel->readyHead, static_cast<PelEvent*>(nullptr));
   pel->readyTail = nullptr;
   pel->enqueuedJobs = 0;
   pel->dequeuedJobs = 0;
@@ -80,7 +81,7 @@ Status postStop(Pel* pel) {
   Status status = Lock_lock(&pel->queueLock);
   if (status != ZELVAN_OK) return status;
   if (pel->readyHead == nullptr) status = Condition_signalAll(&pel->ready);
-  pel->readyHead = &pel->stopEvent;
+  atomicStore(&pel->readyHead, &pel->stopEvent);
   return status | Lock_unlock(&pel->queueLock);
 }
 
@@ -186,6 +187,7 @@ Status Pel_init(Pel* pel) {
   fillProcessorList(pel);
   resetTables(pel);
   if (const Status status = initLocks(pel); status != ZELVAN_OK) return status;
+  pel->spins = canSpin(params.numberOfWorkers);
   if (const Status status = startThreads(pel); status != ZELVAN_OK) return status;
   sortWorkers(pel);
   atomicStore(&pel->flags, kInitialised);

@@ -114,8 +114,8 @@ struct Pel {
   uint32_t flags;    // bit 0: initialised; atomic
   PelParams active;  // copied by Pel_init, numberOfWorkers filled in
   PelEvent events[kPelEvents];
-  PelEvent stopEvent;  // at the head of the ready queue it sends the workers home
-  PelEvent* readyHead;
+  PelEvent stopEvent;   // at the head of the ready queue it sends the workers home
+  PelEvent* readyHead;  // written under the queue lock, atomic
   PelEvent* readyTail;
   PelLink* freeLinks;
   PelLink links[kPelEvents];
@@ -125,7 +125,7 @@ struct Pel {
   int32_t nextWorkerIndex;  // atomic
   int32_t freeEvents;
   uint32_t eventCursor;   // handle to try next
-  uint32_t enqueuedJobs;  // running totals
+  uint32_t enqueuedJobs;  // running totals, atomic
   uint32_t dequeuedJobs;
   uint32_t completedJobs;
   int32_t helping;            // a waiter is inside the worker loop
@@ -138,6 +138,7 @@ struct Pel {
   Thread threads[kPelThreads];
   PelWorker workers[kPelThreads];  // by thread id
   int32_t startedWorkers;          // atomic
+  int32_t spins;                   // whether workers look out for work before they sleep
 };
 
 extern "C" {
@@ -167,5 +168,7 @@ Status Pel_finish(Pel* pel) ZVT4_NAME(Pel_finish);
 // return leaves the job open. Otherwise Pel_execute, and Pel_waitForEvents of one event.
 Status executeToEnd(Pel* pel, const PelKernel* kernel, void* arguments, int32_t count);
 Status waitToEnd(Pel* pel, uint32_t event);
+// The same for a job that has mostly ended, and the release of its event.
+Status endEvent(Pel* pel, uint32_t event);
 
 #endif  // ZVT4_PARALLEL_PEL_H_

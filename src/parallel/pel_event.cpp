@@ -1,6 +1,7 @@
 // The client side of Pel: enqueuing jobs, waiting for them, event handles.
 #include "parallel/pel.h"
 #include "parallel/pel_impl.h"
+#include "parallel/spin.h"
 #include "parallel/syscall.h"
 
 using namespace pel_detail;
@@ -142,7 +143,7 @@ Status enqueue(Pel* pel, const PelKernel* kernel, void* arguments, int32_t count
 }
 
 bool areComplete(Pel* pel, int32_t n, const uint32_t* list) {
-  if (n < 0) return atomicLoad(&pel->enqueuedJobs) == pel->completedJobs;
+  if (n < 0) return atomicLoad(&pel->enqueuedJobs) == atomicLoad(&pel->completedJobs);
   for (int32_t i = 0; i < n; ++i) {
     const PelEvent* const event = findEvent(pel, list[i]);
     if (event != nullptr && event->dependents != complete()) return false;
@@ -150,9 +151,19 @@ bool areComplete(Pel* pel, int32_t n, const uint32_t* list) {
   return true;
 }
 
+// With the event lock held, which is given up meanwhile: looks out for the end of a job. False when none came.
+bool lookOut(Pel* pel, Status* status) {
+  const uint32_t completed = atomicLoad(&pel->completedJobs);
+  *status |= Lock_unlock(&pel->eventLock);
+  spinBriefly([=] { return atomicLoad(&pel->completedJobs) != completed; });
+  *status |= Lock_lock(&pel->eventLock);
+  return atomicLoad(&pel->completedJobs) != completed;
+}
+
 // With the event lock held.
 Status awaitCompletion(Pel* pel, int32_t n, const uint32_t* list) {
   const int32_t worker = findWorker(pel);
+  bool looksOut = pel->spins != 0;
   while (!areComplete(pel, n, list)) {
     if (worker >= 0 && pel->helping == 0) {
       pel->helping = 1;
@@ -165,7 +176,12 @@ Status awaitCompletion(Pel* pel, int32_t n, const uint32_t* list) {
       if (status != ZELVAN_OK || areComplete(pel, n, list)) return status;
     }
     if (!isInitialised(pel)) return ZELVAN_OK;
-    const Status status = Condition_awaitMillis(&pel->completion, waitMillis(pel));
+    Status status = ZELVAN_OK;
+    if (looksOut) {
+      looksOut = lookOut(pel, &status);
+    } else {
+      status = Condition_awaitMillis(&pel->completion, waitMillis(pel));
+    }
     if (status != ZELVAN_OK) return status;
   }
   return ZELVAN_OK;
@@ -222,6 +238,14 @@ Status waitToEnd(Pel* pel, uint32_t event) {
     status = Pel_waitForEvents(pel, 1, &event);
   } while (status == ZELVAN_ERROR_TIMEOUT);
   return status;
+}
+
+Status endEvent(Pel* pel, uint32_t event) {
+  if (event == 0) return ZELVAN_OK;
+  Status info = ZELVAN_OK;
+  Status status = Pel_getEventInfo(pel, event, 0, &info);
+  if (info == ZELVAN_STATUS_RUNNING) status |= waitToEnd(pel, event);
+  return status | Pel_releaseEvent(pel, event);
 }
 
 Status Pel_enqueueKernel(Pel* pel, const PelKernel* kernel, void* arguments, int32_t count, int32_t waitCount,

@@ -3,7 +3,8 @@
 // What guards what. The event lock: events that are blocked or complete, references, links, free events. The queue
 // lock: the ready queue, the parts, and users and status of a job from the moment that it is ready. The event lock may
 // be held while the queue lock is taken, never the other way round. id, link and enqueuedJobs are written under the one
-// and read under the other, flags is read without any: these are accessed atomically.
+// and read under the other, flags, readyHead, dequeuedJobs and completedJobs are read without any: these are accessed
+// atomically.
 #ifndef ZVT4_PARALLEL_PEL_IMPL_H_
 #define ZVT4_PARALLEL_PEL_IMPL_H_
 

@@ -1,6 +1,7 @@
 // The worker loop of Pel: taking jobs from the ready queue, dividing and running them, telling their dependents.
 #include "parallel/pel.h"
 #include "parallel/pel_impl.h"
+#include "parallel/spin.h"
 #include "parallel/syscall.h"
 
 using namespace pel_detail;
@@ -12,23 +13,32 @@ constexpr int32_t kStealTries = 3;  // the first read of the victim's cursor and
 struct WorkerMasks {
   uint32_t kernel;
   uint32_t task;
+  uint32_t now;  // what the thread is pinned to; 0: unknown
 };
+
+// Pins the thread unless it is pinned so already. False when the system refuses.
+bool setMask(Pel* pel, uint32_t mask, WorkerMasks* masks) {
+  if (mask == 0 || mask == masks->now) return true;
+  const bool done = Syscall_setThreadAffinityMask(pel->env, mask) == ZELVAN_OK;
+  if (done) masks->now = mask;
+  return done;
+}
 
 WorkerMasks pinWorker(Pel* pel, int32_t workerIndex) {
   const PelParams& params = pel->active;
-  if (params.pinWorkers == 0 && params.affinityMask == 0) return {0, ~0u};
-  WorkerMasks masks = {params.affinityMask, params.affinityMask};
+  if (params.pinWorkers == 0 && params.affinityMask == 0) return {0, ~0u, 0};
+  WorkerMasks masks = {params.affinityMask, params.affinityMask, 0};
   if (params.pinWorkers != 0) {
     const uint32_t processor = pel->processorList[workerIndex];
     masks.kernel = processor < 32 ? 1u << processor : 0;
   }
   // A refused pin is no failure: each job tries again.
-  if (masks.kernel != 0) Syscall_setThreadAffinityMask(pel->env, masks.kernel);
+  setMask(pel, masks.kernel, &masks);
   return masks;
 }
 
 bool haveLeftQueue(Pel* pel, int32_t waitCount, const uint32_t* waitList) {
-  if (waitCount < 0) return atomicLoad(&pel->enqueuedJobs) == pel->dequeuedJobs;
+  if (waitCount < 0) return atomicLoad(&pel->enqueuedJobs) == atomicLoad(&pel->dequeuedJobs);
   for (int32_t i = 0; i < waitCount; ++i) {
     PelEvent* const event = &pel->events[waitList[i] & kIndexMask];
     // link before id: while the id still matches, the link read before belongs to the listed job and to no later one.
@@ -37,8 +47,17 @@ bool haveLeftQueue(Pel* pel, int32_t waitCount, const uint32_t* waitList) {
   return true;
 }
 
+// With the queue lock held, which is given up meanwhile: looks out for a change of the ready queue.
+Status lookOut(Pel* pel) {
+  const uint32_t dequeued = atomicLoad(&pel->dequeuedJobs);
+  if (const Status status = Lock_unlock(&pel->queueLock); status != ZELVAN_OK) return status;
+  spinBriefly([=] { return atomicLoad(&pel->readyHead) != nullptr || atomicLoad(&pel->dequeuedJobs) != dequeued; });
+  return Lock_lock(&pel->queueLock);
+}
+
 // With the queue lock held: the job that the worker is to enter. *jobOut stays null when the loop ends.
 Status awaitJob(Pel* pel, int32_t waitCount, const uint32_t* waitList, PelEvent** jobOut) {
+  bool looksOut = pel->spins != 0;
   for (;;) {
     if (waitCount != 0 && haveLeftQueue(pel, waitCount, waitList)) return ZELVAN_OK;
     PelEvent* const head = pel->readyHead;
@@ -50,8 +69,13 @@ Status awaitJob(Pel* pel, int32_t waitCount, const uint32_t* waitList, PelEvent*
       return ZELVAN_OK;
     }
     if (waitCount != 0 && !isInitialised(pel)) return ZELVAN_OK;
-    const Status status =
-        waitCount == 0 ? Condition_await(&pel->ready) : Condition_awaitMillis(&pel->ready, waitMillis(pel));
+    Status status;
+    if (looksOut && head == nullptr) {
+      looksOut = false;
+      status = lookOut(pel);
+    } else {
+      status = waitCount == 0 ? Condition_await(&pel->ready) : Condition_awaitMillis(&pel->ready, waitMillis(pel));
+    }
     if (status != ZELVAN_OK) return status;
   }
 }
@@ -93,9 +117,9 @@ void divide(const PelParams& params, PelPart* parts, int32_t count) {
 
 void removeHead(Pel* pel) {
   PelEvent* const job = pel->readyHead;
-  pel->readyHead = job->link;
+  atomicStore(&pel->readyHead, job->link);
   atomicStore(&job->link, leftQueue());
-  ++pel->dequeuedJobs;
+  atomicFetchAdd(&pel->dequeuedJobs, 1u);
 }
 
 // With the queue lock held. A task occupies one worker, so it leaves the queue at once.
@@ -187,9 +211,9 @@ Status runStealing(Run* run, Pel* pel) {
   }
 }
 
-Status runJob(Pel* pel, int32_t workerIndex, const PelEvent* job, const WorkerMasks& masks) {
-  const uint32_t mask = job->count != 0 ? masks.kernel : masks.task;
-  const bool pinned = mask == 0 || Syscall_setThreadAffinityMask(pel->env, mask) == ZELVAN_OK;
+Status runJob(Pel* pel, int32_t workerIndex, const PelEvent* job, WorkerMasks* masks) {
+  const uint32_t mask = job->count != 0 ? masks->kernel : masks->task;
+  const bool pinned = setMask(pel, mask, masks);
   Run run = {{pel, workerIndex, job->count, atomicLoad(&job->id)}, job, mask, pinned ? 1 : 0};
   if (job->count == 0) {
     int32_t cursor = 0;
@@ -212,7 +236,7 @@ Status completeJob(Pel* pel, PelEvent* job) {
     link = next;
   }
   job->dependents = complete();
-  ++pel->completedJobs;
+  atomicFetchAdd(&pel->completedJobs, 1u);
   status |= Condition_signalAll(&pel->completion);
   if (job->references == 0) freeEvent(pel, job);
   return status | Lock_unlock(&pel->eventLock);
@@ -225,7 +249,7 @@ Status pel_detail::appendReady(Pel* pel, PelEvent* job) {
   if (status != ZELVAN_OK) return status;
   if (pel->readyHead == nullptr) {
     status = Condition_signalAll(&pel->ready);
-    pel->readyHead = job;
+    atomicStore(&pel->readyHead, job);
     pel->readyTail = job;
   } else if (pel->readyHead != &pel->stopEvent) {  // behind the stop event jobs are dropped
     atomicStore(&pel->readyTail->link, job);
@@ -235,7 +259,7 @@ Status pel_detail::appendReady(Pel* pel, PelEvent* job) {
 }
 
 Status pel_detail::runWorker(Pel* pel, int32_t workerIndex, int32_t waitCount, const uint32_t* waitList) {
-  const WorkerMasks masks = pinWorker(pel, workerIndex);
+  WorkerMasks masks = pinWorker(pel, workerIndex);
   for (;;) {
     if (const Status locked = Lock_lock(&pel->queueLock); locked != ZELVAN_OK) return locked;
     PelEvent* job = nullptr;
@@ -247,7 +271,7 @@ Status pel_detail::runWorker(Pel* pel, int32_t workerIndex, int32_t waitCount, c
         job->status |= ZELVAN_STATUS_CANCELLED;
       } else {
         if (const Status unlocked = Lock_unlock(&pel->queueLock); unlocked != ZELVAN_OK) return unlocked;
-        const Status result = runJob(pel, workerIndex, job, masks);
+        const Status result = runJob(pel, workerIndex, job, &masks);
         if (const Status locked = Lock_lock(&pel->queueLock); locked != ZELVAN_OK) return locked;
         job->status |= result;
       }

@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+#include "base/atomic.h"
+
 int32_t Syscall_getNumberOfProcessors(Env*) {
   const long count = sysconf(_SC_NPROCESSORS_CONF);
   return count < 2 ? 1 : static_cast<int32_t>(count);
@@ -22,4 +24,22 @@ Status Syscall_setThreadAffinityMask(Env*, uint32_t mask) {
     result = syscall(SYS_sched_setaffinity, 0, sizeof word, &word);
   }
   return result == 0 ? ZELVAN_OK : ZELVAN_ERROR_RESOURCE;
+}
+
+int32_t Syscall_countUsableProcessors() {
+  unsigned long words[1024 / sizeof(unsigned long)] = {};  // 8192 processors
+  if (syscall(SYS_sched_getaffinity, 0, sizeof words, words) < 0) return 1;
+  int32_t count = 0;
+  for (const unsigned long word : words) count += __builtin_popcountl(word);
+  return count < 1 ? 1 : count;
+}
+
+bool Syscall_haveProcessors() {
+  static int32_t found;  // 0: not yet looked
+  int32_t count = atomicLoad(&found);
+  if (count == 0) {
+    count = Syscall_countUsableProcessors();
+    atomicStore(&found, count);
+  }
+  return count > 1;
 }

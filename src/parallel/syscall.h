@@ -1,4 +1,4 @@
-// The two processor calls.
+// The processor calls.
 #ifndef ZVT4_PARALLEL_SYSCALL_H_
 #define ZVT4_PARALLEL_SYSCALL_H_
 
@@ -14,5 +14,10 @@ int32_t Syscall_getNumberOfProcessors(Env* env) ZVT4_NAME(Syscall_getNumberOfPro
 // the thread then runs where it ran before, and the pools carry on.
 Status Syscall_setThreadAffinityMask(Env* env, uint32_t mask) ZVT4_NAME(Syscall_setThreadAffinityMask);
 }
+
+// Processors that the calling thread may run on, at least 1: what its affinity and the container leave it.
+int32_t Syscall_countUsableProcessors();
+// Whether there are several, as found at the first call.
+bool Syscall_haveProcessors();
 
 #endif  // ZVT4_PARALLEL_SYSCALL_H_

@@ -3,6 +3,7 @@
 
 #include "base/integer.h"
 #include "image/image_conv.h"
+#include "parallel/bands.h"
 #include "tracker/vectral_util.h"
 
 namespace {
@@ -19,22 +20,18 @@ struct Rows {
   int32_t end;
 };
 
-// Runs the first `count` sixteenths of the rows, never more between two joins than the task queue holds. A sixteenth
-// that the executor refuses stays undone and shows in the status.
+// Runs the first `count` sixteenths of the rows. With an executor that takes no tasks all of them stay undone, which
+// shows in the status.
 template <Status (*Body)(Rows*)>
 Status forkSixteenths(ParallelExecutor* executor, int32_t count, const Rows& all) {
+  if (const Status refusal = ParallelExecutor_getRefusal(executor); refusal != ZELVAN_OK) return refusal;
   const int64_t height = all.dst->height;
-  const int32_t group = executor == nullptr ? kSixteenths : std::max(ParallelExecutor_getNumberOfBands(executor), 1);
-  Status status = ZELVAN_OK;
-  for (int32_t k = 0; k < count; ++k) {
+  return forkBands<Rows, Body>(executor, count, [&](int32_t k) {
     Rows rows = all;
     rows.begin = static_cast<int32_t>(k * height / kSixteenths);
     rows.end = static_cast<int32_t>((k + 1) * height / kSixteenths);
-    status |= ParallelExecutor_fork(
-        executor, [](void* block) { return Body(static_cast<Rows*>(block)); }, &rows, sizeof(rows));
-    if ((k + 1) % group == 0 || k + 1 == count) status |= ParallelExecutor_join(executor);
-  }
-  return status;
+    return rows;
+  });
 }
 
 void sampleRow2(uint8_t* __restrict dst, const uint8_t* upper, const uint8_t* lower, int32_t width) {

@@ -22,11 +22,12 @@ struct Form {
   int32_t threadCount, callerWorks;
   uint32_t processorMask;
   int32_t bridgeWorkers;  // 0: the thread form
+  int32_t pin = 1;
 };
 
 // The last mask names processors that a small machine does not have: that must not stop the work.
-constexpr Form kForms[] = {{-1, 0, 0, 0},       {1, 0, 0, 0},  {0, 1, 0, 0}, {2, 1, 0, 0},
-                           {3, 0, 3u << 30, 0}, {-1, 0, 0, 3}, {1, 0, 0, 1}};
+constexpr Form kForms[] = {{-1, 0, 0, 0}, {1, 0, 0, 0}, {0, 1, 0, 0},    {2, 1, 0, 0},    {3, 0, 3u << 30, 0},
+                           {-1, 0, 0, 3}, {1, 0, 0, 1}, {1, 0, 0, 0, 0}, {3, 0, 0, 0, 0}, {2, 1, 0, 0, 0}};
 
 struct Pool {
   explicit Pool(const Form& form) {
@@ -35,6 +36,7 @@ struct Pool {
     executor.threadCount = form.threadCount;
     executor.callerWorks = form.callerWorks;
     executor.processorMask = form.processorMask;
+    executor.pin = form.pin;
     if (form.bridgeWorkers != 0) {
       pel->requested.numberOfWorkers = form.bridgeWorkers;
       EXPECT_EQ(Pel_init(pel.get()), ZELVAN_OK);
@@ -199,6 +201,78 @@ TEST(ParallelExecutor, BandsThatAreRefusedRunInTheCaller) {
   ParallelExecutor blank;
   construct_ParallelExecutor(&blank, arena.env());
   check(&blank, ParallelExecutor_getNumberOfBands(&blank));
+}
+
+struct Crew {
+  ParallelExecutor* executor;
+  std::atomic<int> ran{0}, mostTasks{0}, strangers{0};  // bands in other threads than the caller
+  pthread_t caller = pthread_self();
+};
+
+Status countTasks(Crew** block) {
+  Crew* const crew = *block;
+  const int tasks = ParallelExecutor_getNumberOfTasks(crew->executor);
+  for (int most = crew->mostTasks; tasks > most && !crew->mostTasks.compare_exchange_weak(most, tasks);) {
+  }
+  if (pthread_equal(crew->caller, pthread_self()) == 0) ++crew->strangers;
+  ++crew->ran;
+  return ZELVAN_OK;
+}
+
+// The first band shuts the executor down while the others that were begun wait for it.
+Status shutDown(Crew** block) {
+  Crew* const crew = *block;
+  if (crew->ran++ == 0) ParallelExecutor_shutdown(crew->executor);
+  while (!ParallelExecutor_isShutDown(crew->executor)) std::this_thread::yield();
+  return ZELVAN_OK;
+}
+
+TEST(ParallelExecutor, BandsAreHandedOverInATaskAWorkerAndEndAtAShutdown) {
+  struct {
+    Form form;
+    int tasks;
+    bool inCaller;
+  } const cases[] = {{{1, 0, 0, 0, 0}, 0, true},
+                     {{3, 0, 0, 0, 0}, 2, false},
+                     {{2, 1, 0, 0, 0}, 2, false},
+                     {{1, 0, 0, 0}, 1, false},
+                     {{3, 0, 0, 0}, 3, false}};
+  for (const auto& [form, tasks, inCaller] : cases) {
+    SCOPED_TRACE(&form - &cases[0].form);
+    Pool pool(form);
+    Crew crew{&pool.executor};
+    const auto band = [&](int32_t) { return &crew; };
+    for (int round = 0; round < 20; ++round) {
+      EXPECT_EQ((forkBands<Crew*, countTasks>(&pool.executor, kCapacity, band)), ZELVAN_OK);
+      EXPECT_EQ(crew.ran.exchange(0), kCapacity);
+    }
+    EXPECT_LE(crew.mostTasks, tasks);
+    // A pool of one thread leaves the work to the caller, unless the thread is pinned.
+    if (form.pin != 0 || inCaller) {
+      EXPECT_EQ(crew.strangers, inCaller ? 0 : 20 * kCapacity);
+    }
+    if (inCaller) continue;
+    EXPECT_EQ((forkBands<Crew*, shutDown>(&pool.executor, kCapacity, band)), ZELVAN_STATUS_CANCELLED);
+    EXPECT_LE(crew.ran, tasks + 1);
+  }
+}
+
+// Threads that look out for work go to sleep when none comes.
+TEST(ParallelExecutor, IdlePoolsUseNoProcessor) {
+  const auto used = [] {
+    timespec now;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+  };
+  for (const Form& form : {Form{2, 0, 0, 0, 0}, Form{-1, 0, 0, 2}}) {
+    Pool pool(form);
+    std::atomic<int> ran{0};
+    EXPECT_EQ(fork(&pool.executor, &ran, 1), ZELVAN_OK);
+    EXPECT_EQ(ParallelExecutor_join(&pool.executor), 1u);
+    const double before = used();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_LT(used() - before, 0.05);
+  }
 }
 
 // The tasks over a bridge outlast the limit of its waits.
