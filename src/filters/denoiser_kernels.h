@@ -149,10 +149,10 @@ struct ChromaPass {
   int32_t strength1;
 };
 
-// Filters the pairs at left, left + 2, .. below right of the even row y in place, from left to right, as chromaMean
-// does. map: the row y of the strength map. Only the samples straight left of a pair change while its row is filtered,
-// so that all others are summed for a run of pairs at once.
-void chromaRowInplace(Image* image, const uint8_t* map, const ChromaPass& pass, int32_t left, int32_t right, int32_t y);
+// Filters the pairs at left, left + 2, .. below right of the even rows from top to below bottom in place, row by row
+// and from left to right, as chromaMean does. left, top: even.
+void chromaTileInplace(Image* image, const Image* map, const ChromaPass& pass, int32_t left, int32_t right, int32_t top,
+                       int32_t bottom);
 
 // Least and most of the four pixels at a distance on the axes.
 struct Ring {
