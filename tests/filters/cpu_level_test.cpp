@@ -21,11 +21,11 @@ constexpr int32_t kVu = IMAGE_YVU420_SEMIPLANAR, kUv = IMAGE_YUV420_SEMIPLANAR, 
 // What a kernel gets: a scene, noise or extremes of one size, its twin, a map, and a place for the result.
 struct Pictures {
   Pictures(int32_t w, int32_t h, int32_t format, int32_t content)
-      : src(w, h, format, 1),
-        other(w, h, format, 2),
+      : src(w, h, format, 1, 8),
+        other(w, h, format, 2, 8),
         map(w, h, kY, 3),
-        wide(w, h, IMAGE_UINT16, 4),
-        dst(w, h, format, 5) {
+        wide(w, h, IMAGE_UINT16, 4, 8),
+        dst(w, h, format, 5, 8) {
     if (content == 0) {
       fillScene(src, 6, 12);
       fillScene(other, 7, 12);
