@@ -3,6 +3,7 @@
 //
 //   tessaline4_bench                      both sizes, all processors
 //   tessaline4_bench --workers=1          with one worker
+//   tessaline4_bench --cpu=avx2           with the row functions of that level: plain, avx2, avx512
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
@@ -10,6 +11,7 @@
 #include <map>
 
 #include "api/tessal4_handle.h"
+#include "base/cpu_level.h"
 #include "support/burst.h"
 
 namespace {
@@ -197,15 +199,34 @@ BENCHMARK(fineAlignBench)->Name("fine alignment and weights")->Apply(sizes);
 BENCHMARK(fineRenderBench)->Name("fine rendering")->Apply(sizes);
 BENCHMARK(fineBench)->Name("fine whole burst")->Apply(sizes);
 
-int main(int argc, char** argv) {
-  constexpr const char kWorkers[] = "--workers=";
-  for (int i = 1; i < argc; ++i) {
-    if (std::strncmp(argv[i], kWorkers, sizeof(kWorkers) - 1) != 0) continue;
-    workers = std::atoi(argv[i] + sizeof(kWorkers) - 1);
-    for (int j = i; j + 1 < argc; ++j) argv[j] = argv[j + 1];
-    --argc;
-    break;
+namespace {
+
+// Takes "--name=value" out of the arguments; null where it is missing.
+const char* takeOption(int* argc, char** argv, const char* option) {
+  const size_t length = std::strlen(option);
+  for (int i = 1; i < *argc; ++i) {
+    if (std::strncmp(argv[i], option, length) != 0) continue;
+    const char* value = argv[i] + length;
+    for (int j = i; j + 1 < *argc; ++j) argv[j] = argv[j + 1];
+    --*argc;
+    return value;
   }
+  return nullptr;
+}
+
+bool forceLevel(const char* name) {
+  for (int32_t level = 0; level < CPU_LEVELS; ++level) {
+    const auto wanted = static_cast<CpuLevel>(level);
+    if (std::strcmp(name, cpuLevelName(wanted)) == 0) return setCpuLevel(wanted);
+  }
+  return false;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (const char* count = takeOption(&argc, argv, "--workers=")) workers = std::atoi(count);
+  if (const char* level = takeOption(&argc, argv, "--cpu="); level != nullptr && !forceLevel(level)) return 1;
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();

@@ -1,5 +1,6 @@
 #include <cstring>
 
+#include "base/cpu_level.h"
 #include "base/integer.h"
 #include "engine/tessal4_impl.h"
 #include "imageproc/arithmetic.h"
@@ -179,18 +180,37 @@ Status chooseAccumulator(Tessal4* engine, Image* images, int32_t base) {
 
 }  // namespace
 
+namespace {
+
+// The table's weights have gone into mask. The division is exact in floats: the quotient is below 128 or is 128 itself,
+// and with a divisor below 2^17 no other one is as near to a whole number as half a step.
+ALWAYS_INLINE void blendMapRowBody(uint8_t* __restrict mask, uint16_t* __restrict weights, int32_t width) {
+  for (int32_t x = 0; x < width; ++x) {
+    const int32_t a = weights[x];
+    const int32_t sum = a + mask[x];
+    const auto share = static_cast<int32_t>(static_cast<float>(a * 128) / static_cast<float>(sum != 0 ? sum : 1));
+    mask[x] = static_cast<uint8_t>(sum != 0 ? share : 128);
+    weights[x] = static_cast<uint16_t>(sum);
+  }
+}
+constexpr CpuRow<blendMapRowBody> blendMapRow;
+
+ALWAYS_INLINE int32_t countDiffRowBody(const uint8_t* diff, int32_t width) {
+  int32_t count = 0;
+  for (int32_t x = 0; x < width; ++x) count += diff[x] >= kGhostDifference;
+  return count;
+}
+constexpr CpuRow<countDiffRowBody> countDiffRow;
+
+}  // namespace
+
 Status Tessal4_blendMapRows(Tessal4BlendMapRows* rows) {
   const int32_t width = rows->diffMap->width;
   for (int32_t y = rows->begin; y < rows->end; ++y) {
     const uint8_t* diff = imageRow(rows->diffMap, y);
-    uint16_t* weights = imageRow<uint16_t>(rows->accWeight, y);
     uint8_t* mask = imageRow(rows->mask, y);
-    for (int32_t x = 0; x < width; ++x) {
-      const uint32_t a = weights[x];
-      const uint32_t w = rows->table[diff[x]];
-      mask[x] = static_cast<uint8_t>(a + w != 0 ? a * 128 / (a + w) : 128);
-      weights[x] = static_cast<uint16_t>(a + w);
-    }
+    for (int32_t x = 0; x < width; ++x) mask[x] = rows->table[diff[x]];
+    blendMapRow(mask, imageRow<uint16_t>(rows->accWeight, y), width);
   }
   return ZELVAN_OK;
 }
@@ -199,8 +219,7 @@ Status Tessal4_countDiffRows(Tessal4CountDiffRows* rows) {
   const int32_t width = rows->diffMap->width;
   int32_t count = 0;
   for (int32_t y = rows->begin; y < rows->end; ++y) {
-    const uint8_t* diff = imageRow(rows->diffMap, y);
-    for (int32_t x = 0; x < width; ++x) count += diff[x] >= kGhostDifference;
+    count += countDiffRow(imageRow(rows->diffMap, y), width);
   }
   *rows->count += count;
   return ZELVAN_OK;

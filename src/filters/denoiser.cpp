@@ -2,6 +2,7 @@
 
 #include <initializer_list>
 
+#include "base/cpu_level.h"
 #include "filters/denoiser_kernels.h"
 #include "parallel/pel_kernel.h"
 
@@ -73,8 +74,8 @@ struct SpikeJob {
 };
 
 // The pixels from kSpikeReach on, whose rings lie inside the row. rows: those at -3 to 3, clamped to the plane.
-inline void spikeInner(uint8_t* __restrict dst, const uint8_t* const* rows, const uint8_t* __restrict map,
-                       uint32_t strength, int32_t end) {
+ALWAYS_INLINE void spikeInnerBody(uint8_t* __restrict dst, const uint8_t* const* rows, const uint8_t* __restrict map,
+                                  uint32_t strength, int32_t end) {
   const uint8_t* const up3 = rows[0];
   const uint8_t* const up2 = rows[1];
   const uint8_t* const up = rows[2];
@@ -89,6 +90,8 @@ inline void spikeInner(uint8_t* __restrict dst, const uint8_t* const* rows, cons
     dst[x] = withoutSpike(row[x], close, far, sum, strength, map[x]);
   }
 }
+
+constexpr CpuRow<spikeInnerBody> spikeInner;
 
 Status spikeRow(SpikeJob* job, int32_t y, const PelContext*) {
   const Plane<true> luma(job->src);

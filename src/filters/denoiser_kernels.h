@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdlib>
 
+#include "base/cpu_level.h"
 #include "base/integer.h"
 #include "image/image.h"
 
@@ -148,10 +149,10 @@ struct ChromaPass {
   int32_t strength1;
 };
 
-// Filters the pairs at left, left + 2, .. below right of the even row y in place, from left to right, as chromaMean
-// does. map: the row y of the strength map. Only the samples straight left of a pair change while its row is filtered,
-// so that all others are summed for a run of pairs at once.
-void chromaRowInplace(Image* image, const uint8_t* map, const ChromaPass& pass, int32_t left, int32_t right, int32_t y);
+// Filters the pairs at left, left + 2, .. below right of the even rows from top to below bottom in place, row by row
+// and from left to right, as chromaMean does. left, top: even.
+void chromaTileInplace(Image* image, const Image* map, const ChromaPass& pass, int32_t left, int32_t right, int32_t top,
+                       int32_t bottom);
 
 // Least and most of the four pixels at a distance on the axes.
 struct Ring {
@@ -177,7 +178,7 @@ inline int32_t neighbourSum(const Plane<Clamp>& luma, int32_t x, int32_t y) {
 }
 
 // Pulls c to the mean of its eight neighbours by a weight of 0 to 128.
-inline uint8_t pullToMean(int32_t c, int32_t sum, int32_t weight) {
+ALWAYS_INLINE uint8_t pullToMean(int32_t c, int32_t sum, int32_t weight) {
   const int32_t mean = (sum + 4) >> 3;
   return clampByte(c + (((mean - c) * weight + 64) >> 7));
 }
@@ -187,7 +188,8 @@ constexpr int32_t excess(int32_t v) {
 }
 
 // A speck must stand out of both rings by more than the rings' own spread.
-inline uint8_t withoutSpike(int32_t c, const Ring& close, const Ring& far, int32_t sum, uint32_t strength, uint32_t m) {
+ALWAYS_INLINE uint8_t withoutSpike(int32_t c, const Ring& close, const Ring& far, int32_t sum, uint32_t strength,
+                                   uint32_t m) {
   const int32_t spread =
       ((far.high < close.high ? far.high : close.high) - (far.low > close.low ? far.low : close.low)) >> 2;
   const int32_t bright2 = excess(c - close.high - spread);

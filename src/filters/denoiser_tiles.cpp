@@ -91,10 +91,8 @@ void runLumaTile(const TileTask& task) {
 void runChromaTile(const TileTask& task) {
   const TileShared& shared = *task.shared;
   const ChromaPass pass = {chromaTaps(task.kind), shared.chromaStrength0, shared.chromaStrength1};
-  for (int32_t y = shared.boundY[task.row]; y < shared.boundY[task.row + 1]; y += 2) {
-    chromaRowInplace(shared.image, imageRow(shared.map, y), pass, shared.boundX[task.column],
-                     shared.boundX[task.column + 1], y);
-  }
+  chromaTileInplace(shared.image, shared.map, pass, shared.boundX[task.column], shared.boundX[task.column + 1],
+                    shared.boundY[task.row], shared.boundY[task.row + 1]);
 }
 
 // Whether all taps of the tile lie inside the image. The grid keeps most tiles off the border; in small images the

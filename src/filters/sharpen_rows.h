@@ -30,7 +30,8 @@ struct SharpenJob {
 // out[x] = (sum of the taps over the rows + 16384) >> 15, rows from top to bottom. The taps are symmetric, so that two
 // rows go through one product. Taps are 0 to 32768 and filtered pixels 0 to 8160: unsigned 16-bit factors do.
 template <int32_t Radius>
-inline void filterDown(int16_t* __restrict out, const int16_t* const* rows, const int32_t* taps, int32_t count) {
+ALWAYS_INLINE void filterDownBody(int16_t* __restrict out, const int16_t* const* rows, const int32_t* taps,
+                                  int32_t count) {
   uint16_t k[Radius + 1];
   for (int32_t i = 0; i <= Radius; ++i) k[i] = static_cast<uint16_t>(taps[i]);
   for (int32_t x = 0; x < count; ++x) {
@@ -42,10 +43,13 @@ inline void filterDown(int16_t* __restrict out, const int16_t* const* rows, cons
   }
 }
 
+template <int32_t Radius>
+inline constexpr CpuRow<filterDownBody<Radius>> filterDown;
+
 template <bool WithMap>
-inline void sharpenPixels(uint8_t* __restrict dst, const uint8_t* __restrict src, const uint8_t* __restrict map,
-                          const int16_t* __restrict a, const int16_t* __restrict b, int32_t fullGain, int32_t core,
-                          int32_t count) {
+ALWAYS_INLINE void sharpenPixelsBody(uint8_t* __restrict dst, const uint8_t* __restrict src,
+                                     const uint8_t* __restrict map, const int16_t* __restrict a,
+                                     const int16_t* __restrict b, int32_t fullGain, int32_t core, int32_t count) {
   const int32_t low = wrapSub(0, core);
   for (int32_t x = 0; x < count; ++x) {
     const int32_t gain = WithMap ? wrapMul(fullGain, map[x]) >> 7 : fullGain;
@@ -54,6 +58,8 @@ inline void sharpenPixels(uint8_t* __restrict dst, const uint8_t* __restrict src
     dst[x] = clampByte(wrapAdd(src[x] * 32 | 16, cored) >> 5);
   }
 }
+template <bool WithMap>
+inline constexpr CpuRow<sharpenPixelsBody<WithMap>> sharpenPixels;
 
 // Row y of dst. rowAt(kernel, y): the filtered row y of kernel 0 (A) or 1 (B), for the rows of the image.
 template <int32_t Radius, bool WithMap, typename RowAt>

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "base/cpu_level.h"
 #include "base/integer.h"
 #include "imageproc/resize.h"
 #include "parallel/pel_rows.h"
@@ -70,8 +71,8 @@ void squareRows(const BlockJob& job, int32_t begin, int32_t end) {
 
 // Adds up the columns of the blocks first, in contiguous runs, then the block's few columns.
 template <int kSide>
-inline void blockRow(uint16_t* __restrict guide, int32_t* __restrict square, const uint8_t* src, ptrdiff_t pitch,
-                     int32_t blocks) {
+ALWAYS_INLINE void blockRowBody(uint16_t* __restrict guide, int32_t* __restrict square, const uint8_t* src,
+                                ptrdiff_t pitch, int32_t blocks) {
   uint16_t columns[kTile];
   int32_t squares[kTile];
   for (int32_t x = 0; x < blocks * kSide; ++x) {
@@ -96,6 +97,8 @@ inline void blockRow(uint16_t* __restrict guide, int32_t* __restrict square, con
     square[k] = sumSquare;
   }
 }
+template <int kSide>
+constexpr CpuRow<blockRowBody<kSide>> blockRow;
 
 template <int kSide>
 void blockRows(const BlockJob& job, int32_t begin, int32_t end) {
@@ -131,12 +134,13 @@ struct ApplyJob {
   const Image* b;
 };
 
-inline void applyRow(uint8_t* __restrict dst, const uint8_t* __restrict src, const uint8_t* __restrict a,
-                     const uint8_t* __restrict b, int32_t count) {
+ALWAYS_INLINE void applyRowBody(uint8_t* __restrict dst, const uint8_t* __restrict src, const uint8_t* __restrict a,
+                                const uint8_t* __restrict b, int32_t count) {
   for (int32_t x = 0; x < count; ++x) {
     dst[x] = static_cast<uint8_t>(std::min(((a[x] * src[x] + 64) >> 7) + b[x], 255));
   }
 }
+constexpr CpuRow<applyRowBody> applyRow;
 
 void applyRows(const ApplyJob& job, int32_t begin, int32_t end) {
   uint8_t pixels[kTile];  // a copy, so that dst may be src
@@ -160,8 +164,8 @@ struct StretchedRow {
 
 // Interval k between the centres of blocks k and k + 1 gives kSide pixels; dst starts with that of interval `first`.
 template <int kSide>
-inline void stretch(uint16_t* __restrict dst, const uint8_t* grid, int32_t gridWidth, int32_t first,
-                    int32_t intervals) {
+ALWAYS_INLINE void stretchBody(uint16_t* __restrict dst, const uint8_t* grid, int32_t gridWidth, int32_t first,
+                               int32_t intervals) {
   uint8_t padded[kTile / kSide + 2];
   for (int32_t i = 0; i <= intervals; ++i) padded[i] = grid[clampInt(first + i, 0, gridWidth - 1)];
   for (int32_t i = 0; i < intervals; ++i) {
@@ -170,10 +174,13 @@ inline void stretch(uint16_t* __restrict dst, const uint8_t* grid, int32_t gridW
     }
   }
 }
+template <int kSide>
+constexpr CpuRow<stretchBody<kSide>> stretch;
 
 template <int kSide>
-inline void blendRow(uint8_t* __restrict dst, const uint8_t* __restrict src, const StretchedRow<kSide>& upper,
-                     const StretchedRow<kSide>& lower, int32_t phase, int32_t count) {
+ALWAYS_INLINE void blendRowBody(uint8_t* __restrict dst, const uint8_t* __restrict src,
+                                const StretchedRow<kSide>& upper, const StretchedRow<kSide>& lower, int32_t phase,
+                                int32_t count) {
   constexpr int32_t kShift = kSide == 2 ? 11 : 13;
   const int32_t upperWeight = 2 * kSide - 1 - 2 * phase;
   const int32_t lowerWeight = 2 * phase + 1;
@@ -185,6 +192,8 @@ inline void blendRow(uint8_t* __restrict dst, const uint8_t* __restrict src, con
     dst[x] = static_cast<uint8_t>(std::min((src[x] * a + 128 * b + (1 << (kShift - 1))) >> kShift, 255));
   }
 }
+template <int kSide>
+constexpr CpuRow<blendRowBody<kSide>> blendRow;
 
 template <int kSide>
 void blendRows(const ApplyJob& job, int32_t begin, int32_t end) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/cpu_level.h"
 #include "base/integer.h"
 #include "imageproc/window_sums.h"
 #include "parallel/pel_rows.h"
@@ -37,7 +38,7 @@ struct ScratchList {
 
 // value without its fraction, from 0 to most; NaN gives 0. Rounding can make the variance of a flat window negative,
 // which puts a below 0 and b above the level.
-inline uint8_t truncClamped(float value, float most) {
+ALWAYS_INLINE uint8_t truncClamped(float value, float most) {
   const float positive = value > 0.0f ? value : 0.0f;
   return static_cast<uint8_t>(static_cast<int32_t>(positive < most ? positive : most));
 }
@@ -53,9 +54,9 @@ struct CoeffJob {
 };
 
 template <bool kWithMap, typename Guide, typename Square>
-inline void coeffRow(uint8_t* __restrict a, uint8_t* __restrict b, const Guide* __restrict guide,
-                     const Square* __restrict square, const uint8_t* __restrict map, float inverse, float epsilon,
-                     int32_t count) {
+ALWAYS_INLINE void coeffRowBody(uint8_t* __restrict a, uint8_t* __restrict b, const Guide* __restrict guide,
+                                const Square* __restrict square, const uint8_t* __restrict map, float inverse,
+                                float epsilon, int32_t count) {
   const float mapStep = epsilon * 0.03125f;
   for (int32_t x = 0; x < count; ++x) {
     const float m = inverse * static_cast<float>(guide[x]);
@@ -71,6 +72,9 @@ inline void coeffRow(uint8_t* __restrict a, uint8_t* __restrict b, const Guide* 
   }
 }
 
+template <bool kWithMap, typename Guide, typename Square>
+constexpr CpuRow<coeffRowBody<kWithMap, Guide, Square>> coeffRow;
+
 template <typename Guide, typename Square>
 void coeffRows(const CoeffJob& job, int32_t begin, int32_t end) {
   for (int32_t y = begin; y < end; ++y) {
@@ -80,9 +84,10 @@ void coeffRows(const CoeffJob& job, int32_t begin, int32_t end) {
     const Square* square = imageRow<const Square>(job.sumSquare, y);
     const int32_t width = job.sumGuide->width;
     if (job.map != nullptr) {
-      coeffRow<true>(a, b, guide, square, imageRow<const uint8_t>(job.map, y), job.inverse, job.epsilon, width);
+      coeffRow<true, Guide, Square>(a, b, guide, square, imageRow<const uint8_t>(job.map, y), job.inverse, job.epsilon,
+                                    width);
     } else {
-      coeffRow<false>(a, b, guide, square, nullptr, job.inverse, job.epsilon, width);
+      coeffRow<false, Guide, Square>(a, b, guide, square, nullptr, job.inverse, job.epsilon, width);
     }
   }
 }
@@ -108,8 +113,8 @@ struct MergeSums {
   int32_t b[kTile];
 };
 
-inline void addSamples(int32_t* __restrict weights, int32_t* __restrict sumA, int32_t* __restrict sumB,
-                       const uint8_t* __restrict a, const uint8_t* __restrict b, int32_t count) {
+ALWAYS_INLINE void addSamplesBody(int32_t* __restrict weights, int32_t* __restrict sumA, int32_t* __restrict sumB,
+                                  const uint8_t* __restrict a, const uint8_t* __restrict b, int32_t count) {
   for (int32_t x = 0; x < count; ++x) {
     const int32_t t = (128 - a[x]) & 255;
     const int32_t weight = t * t + t + 1;
@@ -118,10 +123,11 @@ inline void addSamples(int32_t* __restrict weights, int32_t* __restrict sumA, in
     sumB[x] += weight * b[x];
   }
 }
+constexpr CpuRow<addSamplesBody> addSamples;
 
 // (sum + weight / 2) / weight in whole numbers; a mean of bytes, so at most 255. sum < 2^28 and weight < 2^20, so the
 // float quotient is off by less than one and the remainder tells which way.
-inline uint8_t roundedQuotient(int32_t sum, int32_t weight) {
+ALWAYS_INLINE uint8_t roundedQuotient(int32_t sum, int32_t weight) {
   const int32_t dividend = sum + (weight >> 1);
   int32_t quotient = static_cast<int32_t>(static_cast<float>(dividend) / static_cast<float>(weight));
   const int32_t rest = dividend - quotient * weight;
@@ -129,10 +135,11 @@ inline uint8_t roundedQuotient(int32_t sum, int32_t weight) {
   return static_cast<uint8_t>(quotient);
 }
 
-inline void divideRow(uint8_t* __restrict dst, const int32_t* __restrict sums, const int32_t* __restrict weights,
-                      int32_t count) {
+ALWAYS_INLINE void divideRowBody(uint8_t* __restrict dst, const int32_t* __restrict sums,
+                                 const int32_t* __restrict weights, int32_t count) {
   for (int32_t x = 0; x < count; ++x) dst[x] = roundedQuotient(sums[x], weights[x]);
 }
+constexpr CpuRow<divideRowBody> divideRow;
 
 void mergeTile(const MergeJob& job, int32_t y, int32_t left, int32_t right) {
   const int32_t width = job.a->width;
@@ -311,7 +318,8 @@ Status rewriteLite(RewriteJob* job, int32_t index, const PelContext* context) {
     for (int32_t x = 0; x < job->guide->width; ++x) {
       uint8_t a;
       uint8_t b;
-      coeffRow<false>(&a, &b, guide + x, square + x, nullptr, 1.0f / static_cast<float>(job->area), job->epsilon, 1);
+      coeffRowBody<false>(&a, &b, guide + x, square + x, nullptr, 1.0f / static_cast<float>(job->area), job->epsilon,
+                          1);
       rewriteBlock(guide + x, square + x, a, b, job->area);
     }
   }

@@ -2,11 +2,14 @@
 #ifndef ZVT4_IMAGEPROC_RESIZE_PLANE_H_
 #define ZVT4_IMAGEPROC_RESIZE_PLANE_H_
 
+#include <cstring>
 #include <type_traits>
 #include <utility>
 
+#include "base/cpu_level.h"
 #include "base/integer.h"
 #include "image/image.h"
+#include "imageproc/stretch_whole.h"
 
 // A kind of pixel: samples of one type, interleaved channels, and the weighted mean of two samples at a weight of
 // 0 to 32767 in Q15.
@@ -97,6 +100,13 @@ void stretchRow(typename Pixel::Sample* __restrict out, const typename Pixel::Sa
   constexpr int32_t kChannels = Pixel::kChannels;
   const int32_t width = job.dst->width;
   const int64_t lastPosition = int64_t{job.src->width - 1} * 32768;
+  if (job.src->width == width && std::is_integral_v<typename Pixel::Sample>) {
+    std::memcpy(out, src, sizeof *out * static_cast<size_t>(width * kChannels));
+    return;
+  }
+  if constexpr (std::is_same_v<Pixel, ResizeY8>) {
+    if (stretchWhole(out, src, job.src->width, width)) return;
+  }
   int64_t p = job.start;
   int32_t x = 0;
   for (; x < width && p < 0; ++x, p += job.step) {
@@ -117,10 +127,12 @@ void stretchRow(typename Pixel::Sample* __restrict out, const typename Pixel::Sa
 }
 
 template <typename Pixel>
-void mixRows(typename Pixel::Sample* __restrict out, const typename Pixel::Sample* a, const typename Pixel::Sample* b,
-             int32_t weight, int32_t count) {
+ALWAYS_INLINE void mixRowsBody(typename Pixel::Sample* __restrict out, const typename Pixel::Sample* __restrict a,
+                               const typename Pixel::Sample* __restrict b, int32_t weight, int32_t count) {
   for (int32_t x = 0; x < count; ++x) out[x] = Pixel::mix(a[x], b[x], weight);
 }
+template <typename Pixel>
+inline constexpr CpuRow<mixRowsBody<Pixel>> mixRows;
 
 // Destination rows begin to end, with the scratch of one worker. A source row is stretched once while consecutive
 // destination rows need it.

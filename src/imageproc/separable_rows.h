@@ -8,6 +8,7 @@
 #include <limits>
 #include <type_traits>
 
+#include "base/cpu_level.h"
 #include "base/integer.h"
 
 // A symmetric kernel: 2 x radius + 1 taps in Q15, none negative, with a sum near 32768.
@@ -27,7 +28,8 @@ using TapSum = std::conditional_t<sizeof(In) <= 2, int32_t, int64_t>;
 // for both directions: along a row, rows[t] are the same row at t pixels further. Two samples with one tap are added
 // first.
 template <int32_t kShift, int32_t kRound, typename Out, typename In>
-void filterRow(Out* __restrict out, const In* const* rows, const SymmetricTaps& kernel, int32_t count) {
+ALWAYS_INLINE void filterRowBody(Out* __restrict out, const In* const* rows, const SymmetricTaps& kernel,
+                                 int32_t count) {
   using Sum = TapSum<In>;
   constexpr int32_t kBlock = 256;
   const int32_t radius = kernel.radius;
@@ -48,6 +50,11 @@ void filterRow(Out* __restrict out, const In* const* rows, const SymmetricTaps& 
           static_cast<Out>(std::is_unsigned_v<Out> ? std::min<Sum>(value, std::numeric_limits<Out>::max()) : value);
     }
   }
+}
+
+template <int32_t kShift, int32_t kRound, typename Out, typename In>
+void filterRow(Out* out, const In* const* rows, const SymmetricTaps& kernel, int32_t count) {
+  CpuRow<filterRowBody<kShift, kRound, Out, In>>()(out, rows, kernel, count);
 }
 
 // The row pass: interleaved channels are filtered apart, pixels beyond the ends repeat the edge pixel.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/cpu_level.h"
 #include "parallel/pel_rows.h"
 
 namespace {
@@ -68,10 +69,14 @@ inline void firstColumnSums(Out* __restrict dst, const Image* src, int32_t begin
 }
 
 template <typename In, typename Out>
-inline void slideSums(Out* dst, const Out* before, const In* in, const In* out, int32_t count) {
+ALWAYS_INLINE void slideSumsBody(Out* dst, const Out* before, const In* in, const In* out, int32_t count) {
   for (int32_t x = 0; x < count; ++x) {
     dst[x] = static_cast<Out>(static_cast<uint32_t>(before[x]) + in[x] - out[x]);
   }
+}
+template <typename In, typename Out>
+void slideSums(Out* dst, const Out* before, const In* in, const In* out, int32_t count) {
+  CpuRow<slideSumsBody<In, Out>>()(dst, before, in, out, count);
 }
 
 // Rows that enter and leave the column window on the step to row y >= 1.
@@ -143,7 +148,7 @@ struct Lines {
       const auto slide = [&](int32_t u) {
         const int32_t in = std::min(ahead, width - 1 - u);
         const int32_t out = std::min(back, u - 1);
-        slideSums(to(u, y), to(u - 1, y - 1), from(u + in, y + in), from(u - 1 - out, y - 1 - out), 1);
+        slideSumsBody(to(u, y), to(u - 1, y - 1), from(u + in, y + in), from(u - 1 - out, y - 1 - out), 1);
       };
       // Between bulkBegin and bulkEnd only the rows bound the window, so one shift holds for the whole run.
       const int32_t bulkBegin = std::min(back + 1, width);

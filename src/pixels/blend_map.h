@@ -9,9 +9,12 @@
 #ifndef ZVT4_PIXELS_BLEND_MAP_H_
 #define ZVT4_PIXELS_BLEND_MAP_H_
 
+#include "base/cpu_level.h"
 #include "base/integer.h"
+#include "imageproc/stretch_whole.h"
 
 inline void stretchMapRow(uint8_t* out, const uint8_t* map, int32_t mapWidth, int32_t width) {
+  if (stretchWhole(out, map, mapWidth, width)) return;
   const int64_t step = int64_t{mapWidth} * 32768 / width;
   const int64_t end = int64_t{mapWidth - 1} * 32768;
   int64_t p = (int64_t{mapWidth} - width) * 32768 / (2 * int64_t{width});
@@ -40,20 +43,22 @@ struct MapRows {
   }
 };
 
-inline void mapWeights(uint8_t* __restrict out, const uint8_t* __restrict a, const uint8_t* __restrict b,
-                       int32_t weight, int32_t count) {
+ALWAYS_INLINE void mapWeightsBody(uint8_t* __restrict out, const uint8_t* __restrict a, const uint8_t* __restrict b,
+                                  int32_t weight, int32_t count) {
   const auto factor = static_cast<int16_t>(weight);
   for (int32_t x = 0; x < count; ++x) {
     out[x] = static_cast<uint8_t>(static_cast<uint16_t>(128 * a[x] + factor * (b[x] - a[x]) + 64) >> 7);
   }
 }
+inline constexpr CpuRow<mapWeightsBody> mapWeights;
 
 // Both bytes of a chroma pair take the weight of its even pixel. count: even.
-inline void pairWeights(uint8_t* __restrict out, const uint8_t* __restrict weights, int32_t count) {
+ALWAYS_INLINE void pairWeightsBody(uint8_t* __restrict out, const uint8_t* __restrict weights, int32_t count) {
   for (int32_t x = 0; x < count; x += 2) {
     out[x] = weights[x];
     out[x + 1] = weights[x];
   }
 }
+inline constexpr CpuRow<pairWeightsBody> pairWeights;
 
 #endif  // ZVT4_PIXELS_BLEND_MAP_H_

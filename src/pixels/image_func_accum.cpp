@@ -1,3 +1,4 @@
+#include "base/cpu_level.h"
 #include "parallel/bands.h"
 #include "parallel/pel_kernel.h"
 #include "pixels/blend_map.h"
@@ -106,12 +107,13 @@ struct StretchedPair {
   }
 };
 
-void blendBytes(uint8_t* __restrict dst, const uint8_t* __restrict frame, const uint8_t* __restrict weights,
-                int32_t count) {
+ALWAYS_INLINE void blendBytesBody(uint8_t* __restrict dst, const uint8_t* __restrict frame,
+                                  const uint8_t* __restrict weights, int32_t count) {
   for (int32_t x = 0; x < count; ++x) {
     dst[x] = static_cast<uint8_t>(static_cast<uint16_t>(128 * frame[x] + weights[x] * (dst[x] - frame[x]) + 64) >> 7);
   }
 }
+constexpr CpuRow<blendBytesBody> blendBytes;
 
 Status updateBand(UpdateBand* band) {
   Image* dst = band->dst;
@@ -144,12 +146,12 @@ Status updateBand(UpdateBand* band) {
 
 Status Tessal4ImageFunc_renderAccum(Pel* pel, Env* env, Image* acc, const Image* src, const Mvec8Real* motion,
                                     const Image* map) {
-  return renderAccum(pel, env, acc, src, motion, map, warpRowsBest());
+  return renderAccum(pel, env, acc, src, motion, map, warpRowsOf(cpuLevel()));
 }
 
 Status Tessal4ImageFunc_renderAccum2(Pel* pel, Env* env, Image* acc, const Image* src, const Mvec8Real* motion,
                                      const Image* map) {
-  return renderAccum(pel, env, acc, src, motion, map, warpRowsAt(0));
+  return renderAccum(pel, env, acc, src, motion, map, warpRowsOf(CPU_PLAIN));
 }
 
 Status Tessal4ImageFunc_updateImage(ParallelExecutor* executor, Env* env, Image* dst, const Image* frame,

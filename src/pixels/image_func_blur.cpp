@@ -1,6 +1,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/cpu_level.h"
 #include "parallel/bands.h"
 #include "pixels/image_func.h"
 #include "pixels/row_filter.h"
@@ -25,19 +26,22 @@ Status blurAcross(BlurBand* band) {
 }
 
 // Every tap is rounded by itself.
+ALWAYS_INLINE void blurDownRowBody(uint8_t* __restrict dst, const int16_t* const* rows, const int32_t* taps,
+                                   int32_t count) {
+  for (int32_t x = 0; x < count; ++x) {
+    int32_t sum = 16;
+    for (int32_t i = 0; i < 7; ++i) sum += (taps[i] * rows[i][x] + 0x4000) >> 15;
+    dst[x] = static_cast<uint8_t>(sum >> 5);
+  }
+}
+constexpr CpuRow<blurDownRowBody> blurDownRow;
+
 Status blurDown(BlurBand* band) {
-  const int32_t count = band->scratch->width;
   const int32_t last = band->scratch->height - 1;
-  const int32_t* taps = band->taps;
   for (int32_t y = band->begin; y < band->end; ++y) {
     const int16_t* rows[7];
     for (int32_t i = 0; i < 7; ++i) rows[i] = imageRow<int16_t>(band->scratch, clampInt(y + i - 3, 0, last));
-    uint8_t* __restrict dst = imageRow(band->dst, y);
-    for (int32_t x = 0; x < count; ++x) {
-      int32_t sum = 16;
-      for (int32_t i = 0; i < 7; ++i) sum += (taps[i] * rows[i][x] + 0x4000) >> 15;
-      dst[x] = static_cast<uint8_t>(sum >> 5);
-    }
+    blurDownRow(imageRow(band->dst, y), rows, band->taps, band->scratch->width);
   }
   return ZELVAN_OK;
 }
@@ -78,11 +82,22 @@ struct ScoreBand {
 };
 
 // Symmetric rows are added before the multiplication and round together.
-inline int32_t filterDown(const int16_t* const* rows, const int32_t* taps, int32_t x) {
+ALWAYS_INLINE int32_t filterDown(const int16_t* const* rows, const int32_t* taps, int32_t x) {
   int32_t sum = (taps[3] * rows[3][x] + 16384) >> 15;
   for (int32_t j = 0; j < 3; ++j) sum += (taps[j] * (rows[j][x] + rows[6 - j][x]) + 16384) >> 15;
   return sum;
 }
+
+// The sum of the distances of a row of both.
+ALWAYS_INLINE uint32_t scoreRowBody(const int16_t* const* narrow, const int16_t* const* wide, const int32_t* narrowTaps,
+                                    const int32_t* wideTaps, int32_t width) {
+  uint32_t sum = 0;
+  for (int32_t x = 0; x < width; ++x) {
+    sum += static_cast<uint32_t>(std::abs(filterDown(narrow, narrowTaps, x) - filterDown(wide, wideTaps, x)));
+  }
+  return sum;
+}
+constexpr CpuRow<scoreRowBody> scoreRow;
 
 Status scoreBand(ScoreBand* band) {
   const Image* image = band->image;
@@ -105,11 +120,7 @@ Status scoreBand(ScoreBand* band) {
       wide[i] = rowAt(0, clampInt(y + i - 3, 0, last));
       narrow[i] = rowAt(1, clampInt(y + i - 3, 0, last));
     }
-    uint32_t sum = 0;
-    for (int32_t x = 0; x < width; ++x) {
-      sum += static_cast<uint32_t>(std::abs(filterDown(narrow, band->narrow, x) - filterDown(wide, band->wide, x)));
-    }
-    total += sum;
+    total += scoreRow(narrow, wide, band->narrow, band->wide, width);
   }
   *band->sum = total;
   return ZELVAN_OK;

@@ -80,7 +80,7 @@ Status renderBand(RenderBand* band) {
 
 // srcChroma: an empty record that becomes the view of the chroma.
 Status makeJob(RenderJob* job, Image* srcChroma, Image* dst, const Image* src, const Mvec8Real* motion) {
-  *job = {dst, src, nullptr, motion, warpRowsBest()};
+  *job = {dst, src, nullptr, motion, warpRowsOf(cpuLevel())};
   if (dst->format == IMAGE_UINT8) return ZELVAN_OK;
   job->srcChroma = srcChroma;
   return Image_initSubImageUV(srcChroma, src, 0, 0, src->width, src->height);

@@ -1,3 +1,4 @@
+#include "base/cpu_level.h"
 #include "imageproc/resize.h"
 #include "parallel/bands.h"
 #include "parallel/pel_kernel.h"
@@ -10,8 +11,8 @@ bool hasHalving(const Image* image) {
 }
 
 // Luma by two: rounded to the nearest in groups of eight columns, cut in the columns behind the last group.
-void halveLumaRow(uint8_t* __restrict dst, const uint8_t* __restrict top, const uint8_t* __restrict bottom,
-                  int32_t width) {
+ALWAYS_INLINE void halveLumaRowBody(uint8_t* __restrict dst, const uint8_t* __restrict top,
+                                    const uint8_t* __restrict bottom, int32_t width) {
   const int32_t grouped = width & ~7;
   for (int32_t x = 0; x < grouped; ++x) {
     const int32_t s = top[2 * x] + top[2 * x + 1] + bottom[2 * x] + bottom[2 * x + 1];
@@ -21,10 +22,11 @@ void halveLumaRow(uint8_t* __restrict dst, const uint8_t* __restrict top, const 
     dst[x] = static_cast<uint8_t>((top[2 * x] + top[2 * x + 1] + bottom[2 * x] + bottom[2 * x + 1]) >> 2);
   }
 }
+constexpr CpuRow<halveLumaRowBody> halveLumaRow;
 
 // Box of Factor x Factor items of Channels interleaved bytes, rounded. count items of dst.
 template <int32_t Factor, int32_t Channels>
-void boxRow(uint8_t* __restrict dst, const uint8_t* const* rows, int32_t count) {
+ALWAYS_INLINE void boxRowBody(uint8_t* __restrict dst, const uint8_t* const* rows, int32_t count) {
   for (int32_t x = 0; x < count; ++x) {
     for (int32_t c = 0; c < Channels; ++c) {
       int32_t sum = Factor * Factor / 2;
@@ -36,6 +38,8 @@ void boxRow(uint8_t* __restrict dst, const uint8_t* const* rows, int32_t count) 
     }
   }
 }
+template <int32_t Factor, int32_t Channels>
+constexpr CpuRow<boxRowBody<Factor, Channels>> boxRow;
 
 // Chroma row of dst. The last pair and row repeat where an odd size leaves the source short.
 template <int32_t Factor>

@@ -2,6 +2,7 @@
 #ifndef ZVT4_PIXELS_ROW_FILTER_H_
 #define ZVT4_PIXELS_ROW_FILTER_H_
 
+#include "base/cpu_level.h"
 #include "base/integer.h"
 #include "imageproc/gauss_taps.h"
 
@@ -11,7 +12,8 @@ inline constexpr int32_t kRowFilterMinWidth = 7;  // narrower rows are refused b
 // Channels interleaved ones: an 8-bit value with five fraction bits. taps are Q15 with a sum of 32768, so that the
 // result is at most 8160.
 template <int32_t Radius, int32_t Channels>
-inline void filterRow(int16_t* __restrict out, const uint8_t* __restrict src, int32_t width, const int32_t* taps) {
+ALWAYS_INLINE void filterRowBody(int16_t* __restrict out, const uint8_t* __restrict src, int32_t width,
+                                 const int32_t* taps) {
   const auto edge = [&](int32_t x) {
     for (int32_t c = 0; c < Channels; ++c) {
       int32_t sum = 512;
@@ -34,5 +36,7 @@ inline void filterRow(int16_t* __restrict out, const uint8_t* __restrict src, in
   }
   for (int32_t x = width - Radius; x < width; ++x) edge(x);
 }
+template <int32_t Radius, int32_t Channels>
+inline constexpr CpuRow<filterRowBody<Radius, Channels>> filterRow;
 
 #endif  // ZVT4_PIXELS_ROW_FILTER_H_

@@ -2,8 +2,6 @@
 
 namespace {
 
-#define ALWAYS_INLINE [[gnu::always_inline]] inline
-
 // Halves of a product, which vector units have for 16-bit lanes.
 ALWAYS_INLINE uint16_t mulLow(uint16_t a, uint16_t b) {
   return static_cast<uint16_t>(uint32_t{a} * b);
@@ -108,20 +106,16 @@ ALWAYS_INLINE void warpRow(uint8_t* __restrict dst, const WarpTaps& taps, const 
 WARP_VARIANT(plain, )
 #if defined(__x86_64__)
 WARP_VARIANT(avx2, [[gnu::target("avx2")]])
+WARP_VARIANT(avx512, [[gnu::target("avx512f,avx512bw,avx512dq,avx512vl")]])
 #endif
 
 }  // namespace
 
-const WarpRows* warpRowsAt(int32_t index) {
-  if (index == 0) return &kWarpRows_plain;
+const WarpRows* warpRowsOf(CpuLevel level) {
 #if defined(__x86_64__)
-  if (index == 1 && __builtin_cpu_supports("avx2")) return &kWarpRows_avx2;
+  constexpr const WarpRows* kTables[CPU_LEVELS] = {&kWarpRows_plain, &kWarpRows_avx2, &kWarpRows_avx512};
+#else
+  constexpr const WarpRows* kTables[CPU_LEVELS] = {&kWarpRows_plain, &kWarpRows_plain, &kWarpRows_plain};
 #endif
-  return nullptr;
-}
-
-const WarpRows* warpRowsBest() {
-  const WarpRows* rows = warpRowsAt(0);
-  for (int32_t i = 1; warpRowsAt(i) != nullptr; ++i) rows = warpRowsAt(i);
-  return rows;
+  return kTables[level];
 }

@@ -16,6 +16,7 @@
 #ifndef ZVT4_PIXELS_WARP_ROWS_H_
 #define ZVT4_PIXELS_WARP_ROWS_H_
 
+#include "base/cpu_level.h"
 #include "pixels/warp_span.h"
 
 // count: bytes.
@@ -33,9 +34,6 @@ struct WarpRows {
   WarpBlendRow blendChroma;  // fine
 };
 
-// The first table is the plain one, which runs everywhere; null behind the last that this processor runs.
-const WarpRows* warpRowsAt(int32_t index);
-// The fastest one.
-const WarpRows* warpRowsBest();
+const WarpRows* warpRowsOf(CpuLevel level);
 
 #endif  // ZVT4_PIXELS_WARP_ROWS_H_

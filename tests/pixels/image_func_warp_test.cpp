@@ -149,8 +149,9 @@ TEST(ImageFuncWarpRows, TablesAgree) {
     const WarpTaps taps = {{corners[0] + offset, corners[1] + 1, corners[2] + 2, corners[3] + offset}};
     const WarpLine line = {static_cast<int32_t>(random()), static_cast<int32_t>(random()),
                            static_cast<int32_t>(random() % 90000), static_cast<int32_t>(random() % 90000) - 45000};
-    const WarpRows& plain = *warpRowsAt(0);
-    for (int32_t i = 1; const WarpRows* rows = warpRowsAt(i); ++i) {
+    const WarpRows& plain = *warpRowsOf(CPU_PLAIN);
+    for (int32_t level = CPU_PLAIN + 1; level <= cpuLevel(); ++level) {
+      const WarpRows* rows = warpRowsOf(static_cast<CpuLevel>(level));
       const auto check = [&](auto kernel, const auto&... weight) {
         uint8_t out[kMost + 8], want[kMost + 8];
         std::copy_n(before, kMost + 8, out);
