@@ -5,12 +5,25 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace tool {
 
 // The orientation tag: 1 to 8; 1, which is upright, where there is none or another number.
 int32_t exifOrientation(const std::vector<uint8_t>& exif);
+// How a picture was taken, as far as the block tells it.
+struct ExifShot {
+  std::string make;  // without padding; empty where there is none
+  std::string model;
+  // DateTimeOriginal with SubSecTimeOriginal: microseconds since 1970, as if the camera stood in Greenwich.
+  std::optional<int64_t> time;
+  bool wholeSeconds = true;  // no SubSecTimeOriginal
+  std::optional<double> exposureSeconds;
+  std::optional<double> iso;
+};
+ExifShot exifShot(const std::vector<uint8_t>& exif);
+
 // A block that tells an orientation and nothing else.
 std::vector<uint8_t> exifWithOrientation(int32_t orientation);
 
