@@ -14,17 +14,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr double kMicrosecond = 1e-6;
-constexpr double kShortestGap = 0.05;
-constexpr double kLongestGap = 10.0;
-constexpr double kTick = 1.0;  // of clocks that tell whole seconds
-constexpr double kLeastPause = 1.0;
+// Microseconds, which are whole numbers: ratios of them are the same in every program.
+constexpr double kSecond = 1e6;
+constexpr double kShortestGap = 0.05 * kSecond;
+constexpr double kLongestGap = 10.0 * kSecond;
+constexpr double kTick = 1.0 * kSecond;  // of clocks that tell whole seconds
+constexpr double kLeastPause = 1.0 * kSecond;
 constexpr double kLeastJump = 3.0;
-constexpr double kUsualGap = 2.0;
+constexpr double kUsualGap = 2.0 * kSecond;
 constexpr double kSameExposure = 2.0;
 
-double secondsBetween(const Photo& a, const Photo& b) {
-  return static_cast<double>(b.time - a.time) * kMicrosecond;
+double timeBetween(const Photo& a, const Photo& b) {
+  return static_cast<double>(b.time - a.time);
 }
 
 bool differ(const std::optional<double>& a, const std::optional<double>& b) {
@@ -32,7 +33,7 @@ bool differ(const std::optional<double>& a, const std::optional<double>& b) {
 }
 
 bool startsGroup(const Photo& last, const Photo& next, double gap) {
-  return secondsBetween(last, next) > gap || last.make != next.make || last.model != next.model ||
+  return timeBetween(last, next) > gap * kSecond || last.make != next.make || last.model != next.model ||
          last.width != next.width || last.height != next.height || differ(last.exposureSeconds, next.exposureSeconds) ||
          differ(last.iso, next.iso);
 }
@@ -69,7 +70,7 @@ double findGap(const std::vector<Photo>& photos) {
   const bool coarse = std::any_of(photos.begin(), photos.end(), [](const Photo& photo) { return photo.wholeSeconds; });
   std::vector<double> gaps;
   for (size_t i = 1; i < photos.size(); ++i) {
-    gaps.push_back(std::clamp(secondsBetween(photos[i - 1], photos[i]), coarse ? kTick : kShortestGap, kLongestGap));
+    gaps.push_back(std::clamp(timeBetween(photos[i - 1], photos[i]), coarse ? kTick : kShortestGap, kLongestGap));
   }
   std::sort(gaps.begin(), gaps.end());
   double best = kLeastJump;
@@ -80,7 +81,7 @@ double findGap(const std::vector<Photo>& photos) {
     best = jump;
     found = std::sqrt(gaps[i - 1] * gaps[i]);
   }
-  return found;
+  return found / kSecond;
 }
 
 Grouping groupPhotos(std::vector<Photo> photos, const GroupingRules& rules) {

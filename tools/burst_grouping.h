@@ -7,9 +7,10 @@
 //   - whose exposure time or ISO differs by more than a factor of 2; where either is not known, it does not differ.
 // Groups of two and more are bursts.
 //
-// The gap, unless told, is found from the data: the differences of time between neighbours are limited to 0.05 s and
-// 10 s (to 1 s and 10 s when any photo tells whole seconds only) and sorted. Of the neighbours a < b among them with
-// b >= 1 s and b >= 3 a, those with the largest b / a count, the last of equal ones: gap = sqrt(a b). Without any: 2 s.
+// The gap, unless told, is found from the data: the differences of time between neighbours, in whole microseconds, are
+// limited to 0.05 s and 10 s (to 1 s and 10 s when any photo tells whole seconds only) and sorted. Of the neighbours a
+// < b among them with b >= 1 s and b >= 3 a, those with the largest b / a count, the last of equal ones: gap = sqrt(a
+// b). Without any: 2 s.
 #ifndef TESSALINE4_TOOLS_BURST_GROUPING_H_
 #define TESSALINE4_TOOLS_BURST_GROUPING_H_
 
