@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (isLarge(bytes)) return 0;
   const fuzz::MemoryFile file(bytes);
   std::vector<tool::Picture> frames;
-  if (!fuzz::succeeds([&] { frames = tool::readFrames({file.path()}, std::nullopt, most); })) return 0;
+  if (!fuzz::succeeds([&] { frames = tool::readFrames({.paths = {file.path()}, .most = most}); })) return 0;
   REQUIRE(!frames.empty() && frames.size() <= most);
   for (const tool::Picture& frame : frames) {
     fuzz::checkPicture(frame);
@@ -30,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   const std::string path = fuzz::folder() / "out.y4m";
   tool::writeY4m(path, frames);
-  const std::vector<tool::Picture> again = tool::readFrames({path}, std::nullopt, most);
+  const std::vector<tool::Picture> again = tool::readFrames({.paths = {path}, .most = most});
   REQUIRE(again.size() == frames.size());
   for (size_t i = 0; i < frames.size(); ++i) REQUIRE(fuzz::samePlanes(again[i], frames[i]));
   return 0;

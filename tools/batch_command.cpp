@@ -163,15 +163,13 @@ void shareProcessors(Settings* settings, size_t sideBySide, size_t slot) {
 std::string mergeOne(const BatchOptions& options, const Work& work, size_t slot) {
   std::vector<std::string> files;
   for (const Photo& photo : work.photos) files.push_back(photo.path);
-  const SizeCheck checkSize = [&](const std::string& name, int64_t width, int64_t height) {
-    checkFrameSize(name, width, height, std::min(files.size(), kMostFrames));
+  const SizeCheck checkOutput = [&](const std::string&, int64_t width, int64_t height) {
     checkWritableSize(stillPath(options, work.names[0], options.write.format), options.write, width, height);
   };
-  const Choice choice = chooseSharpest(files, std::nullopt, kMostFrames, checkSize);
-  const std::vector<Picture> frames = readFrames(choice.takenFiles(), std::nullopt, kMostFrames, checkSize);
+  const Choice choice = chooseSharpest(files, std::nullopt, kMostFrames, checkOutput);
   Settings settings = chosenSettings(options.settings, options.libraryDefaults);
   shareProcessors(&settings, static_cast<size_t>(options.sideBySide), slot);
-  const BurstResult result = orOutOfMemory(files[0], [&] { return runBurst(frames, settings); });
+  const BurstResult result = mergeFiles(choice.takenFiles(), std::nullopt, settings, checkOutput);
 
   const size_t base = choice.placeOf(result.base);
   const std::string still = stillPath(options, work.names[base], options.write.format);
@@ -183,7 +181,8 @@ std::string mergeOne(const BatchOptions& options, const Work& work, size_t slot)
   }
   const std::string earlier = existingStill(options, work);
   std::string told = fileName(still) + ": " + range(work.photos) + ": " + mergeSummary(choice, result);
-  for (const std::string& loss : writePicture(still, result.picture, options.write)) {
+  for (const std::string& loss :
+       writePicture(still, result.picture.planes, result.metadata[result.base], options.write)) {
     told += "\n  " + fileName(files[base]) + ": " + printable(loss);
   }
   if (!earlier.empty() && earlier != still) told += "\n  " + fileName(earlier) + " of an earlier run is still there";

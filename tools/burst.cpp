@@ -5,7 +5,8 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
-#include <memory>
+
+#include "file_io.h"
 
 namespace tool {
 namespace {
@@ -25,71 +26,42 @@ void check(uint32_t status, const std::string& step) {
   if (status != ZELVAN_TESSALINE4_OK) throw Error("the library refused " + step, "status " + hex(status));
 }
 
-// A frame as the engine takes it: rows of luma, then rows of V and U in turn, each padded to an even count of bytes.
-class EnginePicture {
+// Pictures as the engine takes them: rows of luma, then rows of V and U in turn, each padded to an even count of bytes,
+// and an even count of luma rows.
+class Shape {
  public:
-  EnginePicture(int32_t width, int32_t height)
-      : width_(width), height_(height), pitch_((width + 1) / 2 * 2), rows_((height + 1) / 2 * 2) {
-    luma_.resize(static_cast<size_t>(pitch_) * static_cast<size_t>(rows_));
-    chroma_.resize(luma_.size() / 2);
-  }
-  explicit EnginePicture(const Picture& picture) : EnginePicture(picture.width, picture.height) {
-    for (int32_t y = 0; y < rows_; ++y) {
-      const uint8_t* from =
-          picture.y.data() + static_cast<size_t>(std::min(y, height_ - 1)) * static_cast<size_t>(width_);
-      uint8_t* to = luma_.data() + static_cast<size_t>(y) * static_cast<size_t>(pitch_);
-      std::memcpy(to, from, static_cast<size_t>(width_));
-      if (pitch_ > width_) to[width_] = from[width_ - 1];
-    }
-    for (size_t i = 0; i < picture.u.size(); ++i) {
-      chroma_[2 * i] = picture.v[i];
-      chroma_[2 * i + 1] = picture.u[i];
-    }
-  }
+  Shape(int32_t width, int32_t height)
+      : width_(width),
+        height_(height),
+        pitch_((static_cast<size_t>(width) + 1) / 2 * 2),
+        lumaBytes_(pitch_ * ((static_cast<size_t>(height) + 1) / 2 * 2)) {}
 
-  zelvan_ImageDataEx record() { return {width_, height_, luma_.data(), chroma_.data(), nullptr, pitch_, pitch_, 0}; }
-
-  Picture picture() const {
-    Picture out(width_, height_);
-    for (int32_t y = 0; y < height_; ++y) {
-      std::memcpy(out.y.data() + static_cast<size_t>(y) * static_cast<size_t>(width_),
-                  luma_.data() + static_cast<size_t>(y) * static_cast<size_t>(pitch_), static_cast<size_t>(width_));
+  // Of a picture, up to where another one may begin.
+  size_t bytes() const { return (lumaBytes_ * 3 / 2 + 63) / 64 * 64; }
+  Planes planes(uint8_t* memory) const {
+    uint8_t* chroma = memory + lumaBytes_;
+    return {width_, height_, memory, chroma + 1, chroma, pitch_, pitch_, 2};
+  }
+  // What the engine sees of the padding.
+  static void pad(const Planes& planes) {
+    const int32_t width = planes.width;
+    if (width % 2 != 0) {
+      for (int32_t y = 0; y < planes.height; ++y) planes.lumaRow(y)[width] = planes.lumaRow(y)[width - 1];
     }
-    for (size_t i = 0; i < out.u.size(); ++i) {
-      out.v[i] = chroma_[2 * i];
-      out.u[i] = chroma_[2 * i + 1];
+    if (planes.height % 2 != 0) {
+      std::memcpy(planes.lumaRow(planes.height), planes.lumaRow(planes.height - 1), planes.lumaPitch);
     }
-    return out;
+  }
+  static zelvan_ImageDataEx record(const Planes& planes) {
+    const auto pitch = static_cast<int32_t>(planes.lumaPitch);
+    return {planes.width, planes.height, planes.y, planes.v, nullptr, pitch, pitch, 0};
   }
 
  private:
   int32_t width_;
   int32_t height_;
-  int32_t pitch_;
-  int32_t rows_;
-  std::vector<uint8_t> luma_;
-  std::vector<uint8_t> chroma_;
-};
-
-// An instance with its memory, for one burst.
-class Instance {
- public:
-  Instance(int32_t width, int32_t height, int32_t frameCount) {
-    const int32_t bytes = zelvan_Tessaline4_getBufferSize(width, height, frameCount, kFormat);
-    if (bytes <= 0) throw Error("the frames are too large for a burst of this length");
-    memory_ = std::make_unique_for_overwrite<uint8_t[]>(static_cast<size_t>(bytes));
-    check(zelvan_Tessaline4_initialize(&handle_, memory_.get(), bytes, width, height), "to initialize");
-  }
-  ~Instance() {
-    if (handle_.pointer != nullptr) zelvan_Tessaline4_finalize(&handle_);
-  }
-  Instance(const Instance&) = delete;
-  Instance& operator=(const Instance&) = delete;
-  zelvan_Tessaline4* get() { return &handle_; }
-
- private:
-  std::unique_ptr<uint8_t[]> memory_;
-  zelvan_Tessaline4 handle_ = {nullptr};
+  size_t pitch_;
+  size_t lumaBytes_;
 };
 
 void apply(zelvan_Tessaline4* handle, const Settings& settings) {
@@ -152,10 +124,6 @@ FrameReport frameReport(zelvan_Tessaline4* handle, size_t index) {
   report.trackFailure = info.trackFailure;
   std::copy(std::begin(info.motion), std::end(info.motion), report.motion.begin());
   return report;
-}
-
-double secondsSince(std::chrono::steady_clock::time_point begin) {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
 }  // namespace
@@ -264,47 +232,146 @@ void checkFrameSize(const std::string& name, int64_t width, int64_t height, size
   }
 }
 
-BurstResult runBurst(const std::vector<Picture>& frames, const Settings& settings, const Progress& progress) {
-  const size_t steps = frames.size() + 1;
-  const auto tell = [&](const char* step, size_t done) {
-    if (progress) progress(step, done, steps);
+namespace {
+
+// Takes frames in and merges them.
+class Burst : public FrameTaker {
+ public:
+  Burst(const std::string& first, const Settings& settings, const Progress& progress)
+      : first_(first), settings_(settings), progress_(progress) {}
+  ~Burst() override { close(); }
+
+  void begin(int32_t width, int32_t height, size_t count) override {
+    shape_.emplace(width, height);
+    expected_ = count;
+    if (count == 0) return;
+    // The result lies first and stays when the others go.
+    const size_t pictures = shape_->bytes() * (count + 1);
+    const int32_t engine = count > 1 ? engineBytes(count) : 0;
+    memory_ = Region(pictures + static_cast<size_t>(engine));
+    for (size_t i = 0; i < count; ++i) frames_.push_back(shape_->planes(memory_.data() + shape_->bytes() * (i + 1)));
+    if (count > 1) open(memory_.data() + pictures, engine);
+  }
+
+  Planes room(size_t index) override {
+    if (index == frames_.size()) {
+      streamed_.emplace_back(shape_->bytes());
+      frames_.push_back(shape_->planes(streamed_.back().data()));
+    }
+    return frames_[index];
+  }
+
+  void take(size_t index, Metadata metadata) override {
+    result_.metadata.push_back(std::move(metadata));
+    if (handle_.pointer != nullptr) add(index);
+  }
+
+  BurstResult merge() {
+    const size_t count = frames_.size();
+    if (count < 2) throw Error(first_, "one frame only; a burst has 2 to " + std::to_string(kMostFrames));
+    const Planes& frame = frames_[0];
+    checkFrameSize(first_, frame.width, frame.height, count);
+    if (expected_ == 0) {
+      expected_ = count;
+      const int32_t engine = engineBytes(count);
+      memory_ = Region(shape_->bytes() + static_cast<size_t>(engine));
+      open(memory_.data() + shape_->bytes(), engine);
+      for (size_t i = 0; i < count; ++i) add(i);
+    }
+    tell("merging", count);
+    result_.mergeSeconds = timed([&] { check(zelvan_Tessaline4_getResult(&handle_), "to merge"); });
+    tell("merged", count + 1);
+    for (size_t i = 0; i < count; ++i) {
+      result_.frames.push_back(frameReport(&handle_, i));
+      if (result_.frames.back().order == 0) result_.base = i;
+    }
+    addFineReport(&handle_, &result_);
+    close();
+    streamed_.clear();
+    memory_.shrink(shape_->bytes());
+    result_.picture.planes = shape_->planes(memory_.data());
+    result_.picture.memory = std::move(memory_);
+    return std::move(result_);
+  }
+
+ private:
+  int32_t engineBytes(size_t count) const {
+    const Planes& frame = shape_->planes(nullptr);
+    const int32_t bytes =
+        zelvan_Tessaline4_getBufferSize(frame.width, frame.height, static_cast<int32_t>(count), kFormat);
+    if (bytes <= 0) throw Error("the frames are too large for a burst of this length");
+    return bytes;
+  }
+
+  template <typename Work>
+  static double timed(const Work& work) {
+    const auto begin = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  }
+
+  void tell(const char* step, size_t done) const {
+    if (progress_) progress_(step, done, expected_ + 1);
+  }
+
+  void open(uint8_t* memory, int32_t bytes) {
+    const Planes output = shape_->planes(memory_.data());
+    check(zelvan_Tessaline4_initialize(&handle_, memory, bytes, output.width, output.height), "to initialize");
+    apply(&handle_, settings_);
+    zelvan_ImageDataEx target = Shape::record(output);
+    result_.intakeSeconds = timed(
+        [&] { check(zelvan_Tessaline4_startEx(&handle_, &target, static_cast<int32_t>(expected_)), "to start"); });
+  }
+
+  void add(size_t index) {
+    tell("taking frames", index);
+    Shape::pad(frames_[index]);
+    zelvan_ImageDataEx record = Shape::record(frames_[index]);
+    result_.intakeSeconds +=
+        timed([&] { check(zelvan_Tessaline4_addImageEx(&handle_, &record), "frame " + std::to_string(index + 1)); });
+  }
+
+  void close() {
+    if (handle_.pointer != nullptr) zelvan_Tessaline4_finalize(&handle_);
+    handle_.pointer = nullptr;
+  }
+
+  std::string first_;
+  Settings settings_;
+  Progress progress_;
+  std::optional<Shape> shape_;
+  size_t expected_ = 0;  // frames; 0: a stream that has not ended
+  Region memory_;        // the result, the frames that are not of a stream, and the engine's
+  std::vector<Region> streamed_;
+  std::vector<Planes> frames_;
+  zelvan_Tessaline4 handle_ = {nullptr};
+  BurstResult result_;
+};
+
+}  // namespace
+
+BurstResult runBurst(const std::string& first, const FrameSource& source, const Settings& settings,
+                     const Progress& progress) {
+  return orOutOfMemory(first, [&] {
+    Burst burst(first, settings, progress);
+    source(&burst);
+    return burst.merge();
+  });
+}
+
+BurstResult mergeFiles(const std::vector<std::string>& paths, const std::optional<RawLayout>& raw,
+                       const Settings& settings, const SizeCheck& check, const Progress& progress) {
+  FrameList list;
+  list.paths = paths;
+  list.raw = raw;
+  list.most = kMostFrames;
+  list.readAhead = settings.threads != 1;
+  list.check = [&](const std::string& name, int64_t width, int64_t height) {
+    checkFrameSize(name, width, height, std::max<size_t>(paths.size(), 2));
+    if (check) check(name, width, height);
   };
-  const int32_t width = frames.at(0).width;
-  const int32_t height = frames[0].height;
-  const auto count = static_cast<int32_t>(frames.size());
-  std::vector<EnginePicture> inputs;
-  inputs.reserve(frames.size());
-  for (const Picture& frame : frames) inputs.emplace_back(frame);
-  EnginePicture output(width, height);
-
-  // Behind the pictures, so that its threads end before they do.
-  Instance instance(width, height, count);
-  zelvan_Tessaline4* handle = instance.get();
-  apply(handle, settings);
-  BurstResult result;
-  auto begin = std::chrono::steady_clock::now();
-  zelvan_ImageDataEx target = output.record();
-  check(zelvan_Tessaline4_startEx(handle, &target, count), "to start");
-  for (size_t i = 0; i < inputs.size(); ++i) {
-    tell("taking frames", i);
-    zelvan_ImageDataEx record = inputs[i].record();
-    check(zelvan_Tessaline4_addImageEx(handle, &record), "frame " + std::to_string(i + 1));
-  }
-  result.intakeSeconds = secondsSince(begin);
-  tell("merging", frames.size());
-  begin = std::chrono::steady_clock::now();
-  check(zelvan_Tessaline4_getResult(handle), "to merge");
-  result.mergeSeconds = secondsSince(begin);
-  tell("merged", steps);
-
-  for (size_t i = 0; i < frames.size(); ++i) {
-    result.frames.push_back(frameReport(handle, i));
-    if (result.frames.back().order == 0) result.base = i;
-  }
-  addFineReport(handle, &result);
-  result.picture = output.picture();
-  result.picture.metadata = frames[result.base].metadata;
-  return result;
+  return runBurst(
+      displayName(paths.at(0)), [&](FrameTaker* taker) { readFrames(list, taker); }, settings, progress);
 }
 
 }  // namespace tool

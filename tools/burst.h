@@ -11,7 +11,9 @@
 
 #include <zelvan_tessaline4.h>
 
+#include "image_file.h"
 #include "picture.h"
+#include "region.h"
 
 namespace tool {
 
@@ -97,11 +99,24 @@ struct FrameReport {
 };
 const char* statusWords(int32_t status);
 
+// A picture in memory of its own.
+struct MergedPicture {
+  Region memory;
+  Planes planes;
+
+  Picture copy() const {
+    Picture picture(planes.width, planes.height);
+    copyPlanes(planes, picture.planes());
+    return picture;
+  }
+};
+
 struct BurstResult {
-  Picture picture;  // with the metadata of the base
+  MergedPicture picture;
   std::vector<FrameReport> frames;
+  std::vector<Metadata> metadata;  // of each frame; the base's is the picture's
   size_t base = 0;
-  double intakeSeconds = 0.0;  // start and all frames in
+  double intakeSeconds = 0.0;  // of the engine: start and all frames in
   double mergeSeconds = 0.0;   // order, motions, merge and finish
   std::optional<FineReport> fine;
 };
@@ -111,8 +126,16 @@ using Progress = std::function<void(const char* step, size_t done, size_t all)>;
 
 // Throws Error naming the frame when its size is not one the library takes for a burst of so many frames.
 void checkFrameSize(const std::string& name, int64_t width, int64_t height, size_t frameCount);
-// frames: 1 to kMostFrames of one size that checkFrameSize allows. Throws Error when the library refuses.
-BurstResult runBurst(const std::vector<Picture>& frames, const Settings& settings, const Progress& progress = nullptr);
+// Hands the frames of a burst over, as readFrames of image_file.h does.
+using FrameSource = std::function<void(FrameTaker* taker)>;
+// Frames go into the engine's planes as they come, and into the engine while further ones are read. Throws Error when
+// there are fewer than 2 or more than kMostFrames (first names them), when their size is none that checkFrameSize
+// allows, or when the library refuses.
+BurstResult runBurst(const std::string& first, const FrameSource& source, const Settings& settings,
+                     const Progress& progress = nullptr);
+// Merges files. check: further limits of their size.
+BurstResult mergeFiles(const std::vector<std::string>& paths, const std::optional<RawLayout>& raw,
+                       const Settings& settings, const SizeCheck& check = nullptr, const Progress& progress = nullptr);
 
 }  // namespace tool
 

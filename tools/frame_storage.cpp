@@ -33,7 +33,10 @@ const std::vector<std::string>& frameFormats() {
 
 void writeFrame(const std::string& path, const Picture& frame, const FrameStorage& storage) {
   if (storage.format == "png") {
-    writeFile(path, encodePng(path, rgbOfPlanes(frame)));
+    const RgbPicture rgb = rgbOfPlanes(frame);
+    const size_t rowBytes = 3 * static_cast<size_t>(rgb.width);
+    const auto row = [&](int32_t y) { return rgb.pixels.data() + rowBytes * static_cast<size_t>(y); };
+    writeFile(path, encodePng(path, rgb.width, rgb.height, row).view());
   } else {
     WriteOptions options;
     options.jpegQuality = storage.jpegQuality;
@@ -43,8 +46,10 @@ void writeFrame(const std::string& path, const Picture& frame, const FrameStorag
 
 Picture asStored(const Picture& frame, const FrameStorage& storage) {
   if (storage.format == "png") return toYuv420(rgbOfPlanes(frame));
-  if (storage.format == "jpg") return decodeJpeg("frame", encodeJpeg("frame", frame, {}, storage.jpegQuality));
-  return frame;
+  if (storage.format != "jpg") return frame;
+  Picture stored(frame.width, frame.height);
+  openJpeg("frame", encodeJpeg("frame", frame.planes(), {}, storage.jpegQuality))->decode(stored.planes());
+  return stored;
 }
 
 }  // namespace tool

@@ -2,11 +2,14 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <map>
 
+#include "colour.h"
 #include "file_io.h"
 #include "image_file_kinds.h"
 #include "picture_extent.h"
+#include "read_ahead.h"
 
 namespace tool {
 namespace {
@@ -39,9 +42,9 @@ bool isRaw(const std::string& path, const std::optional<RawLayout>& raw) {
   return raw && path != "-" && (found == endings().end() || found->second.kind == Kind::kRaw);
 }
 
-// By content, where it is not raw.
-Kind kindOf(const std::string& path, const Bytes& bytes, const std::optional<RawLayout>& raw) {
-  if (isRaw(path, raw)) return Kind::kRaw;
+// By content; raw pixels have none that tells.
+Kind kindOf(const std::string& path, const FileBytes& file) {
+  const ByteView bytes = file.view();
   const auto found = endings().find(endingOf(path));
   const bool named = found != endings().end();
   if (isJpeg(bytes)) return Kind::kJpeg;
@@ -61,37 +64,37 @@ RawLayout layoutFor(const std::string& path, const RawLayout& raw) {
   return {raw.width, raw.height, found->second.rawFormat};
 }
 
-// As far as it can be a picture.
-Bytes readPictureFile(const std::string& path, const std::optional<RawLayout>& raw, size_t mostFrames,
-                      const SizeCheck& check) {
+Decoder openImage(const std::string& path, const std::optional<RawLayout>& raw, const SizeCheck& check) {
   const std::string name = displayName(path);
-  if (!isRaw(path, raw)) return readFile(path, PictureExtent(name, mostFrames, check));
-  const RawLayout layout = layoutFor(path, *raw);
-  const size_t wanted = rawBytes(name, layout);
-  if (check) check(name, layout.width, layout.height);
-  return readFile(path, [wanted](const Bytes& read) { return wanted + 1 - read.size(); });
+  if (isRaw(path, raw)) {
+    const RawLayout layout = layoutFor(path, *raw);
+    rawBytes(name, layout);
+    if (check) check(name, layout.width, layout.height);
+    return openRaw(InputFile(path), layout);
+  }
+  InputFile file(path);
+  FileBytes bytes = file.read(PictureExtent(name, check));
+  Decoder decoder;
+  switch (kindOf(path, bytes)) {
+    case Kind::kJpeg:
+      decoder = openJpeg(name, std::move(bytes));
+      break;
+    case Kind::kPng:
+      decoder = openPng(name, std::move(bytes));
+      break;
+    default:
+      decoder = openY4m(std::move(file), std::move(bytes));
+  }
+  if (check) check(name, decoder->width(), decoder->height());
+  return decoder;
 }
 
-Picture decode(const std::string& path, const Bytes& bytes, Kind kind, const std::optional<RawLayout>& raw) {
-  const std::string name = displayName(path);
-  switch (kind) {
-    case Kind::kJpeg:
-      return decodeJpeg(name, bytes);
-    case Kind::kPng: {
-      Metadata metadata;
-      Picture picture = toYuv420(decodePng(name, bytes, &metadata));
-      picture.metadata = std::move(metadata);
-      return picture;
-    }
-    case Kind::kY4m:
-      return std::move(decodeY4m(name, bytes, 1).front());
-    default:
-      return decodeRaw(name, bytes, layoutFor(path, *raw));
-  }
+std::string tooMany(size_t most) {
+  return "more than " + std::to_string(most) + " frames";
 }
 
 // Files of bare pixels hold no metadata, and nobody expects it there; but without some the picture looks different.
-std::vector<std::string> fitTo(Kind kind, const Picture& picture, Metadata* metadata) {
+std::vector<std::string> fitTo(Kind kind, const ConstPlanes& picture, Metadata* metadata) {
   if (kind == Kind::kJpeg) return fitMetadata(metadata, kJpegRoom, picture.width, picture.height);
   if (kind == Kind::kPng) return fitMetadata(metadata, kPngRoom, picture.width, picture.height);
   std::vector<std::string> losses;
@@ -106,18 +109,42 @@ std::string sizeText(int64_t width, int64_t height) {
   return std::to_string(width) + "x" + std::to_string(height);
 }
 
-Bytes encode(const std::string& name, const Picture& picture, const Metadata& metadata, const Ending& ending,
-             int jpegQuality) {
-  switch (ending.kind) {
-    case Kind::kJpeg:
-      return encodeJpeg(name, picture, metadata, jpegQuality);
-    case Kind::kPng:
-      return encodePng(name, toRgb(picture), metadata);
-    case Kind::kY4m:
-      return encodeY4m({picture});
-    default:
-      return encodeRaw(picture, ending.rawFormat);
+class PictureTaker : public FrameTaker {
+ public:
+  void begin(int32_t width, int32_t height, size_t count) override {
+    width_ = width;
+    height_ = height;
+    for (size_t i = 0; i < count; ++i) frames_.emplace_back(width, height);
   }
+  Planes room(size_t index) override {
+    if (index == frames_.size()) frames_.emplace_back(width_, height_);
+    return frames_[index].planes();
+  }
+  void take(size_t index, Metadata metadata) override { frames_[index].metadata = std::move(metadata); }
+  std::vector<Picture> frames() { return std::move(frames_); }
+
+ private:
+  int32_t width_ = 0;
+  int32_t height_ = 0;
+  std::vector<Picture> frames_;
+};
+
+void readStream(ImageDecoder* stream, size_t most, FrameTaker* taker) {
+  taker->begin(stream->width(), stream->height(), 0);
+  for (size_t i = 0; stream->more(); ++i) {
+    if (i == most) throw Error(stream->name(), tooMany(most));
+    stream->decode(taker->room(i));
+    taker->take(i, {});
+  }
+}
+
+Picture decodePicture(ImageDecoder* decoder) {
+  Picture picture(decoder->width(), decoder->height());
+  picture.metadata = decoder->takeMetadata();
+  decoder->more();
+  decoder->decode(picture.planes());
+  if (decoder->isStream() && decoder->more()) throw Error(decoder->name(), tooMany(1));
+  return picture;
 }
 
 }  // namespace
@@ -128,73 +155,106 @@ void checkPictureSize(const std::string& name, int64_t width, int64_t height) {
   }
 }
 
-std::vector<Picture> readFrames(const std::vector<std::string>& paths, const std::optional<RawLayout>& raw, size_t most,
-                                const SizeCheck& check) {
-  if (paths.size() > most) {
-    throw Error(displayName(paths[most]), "one frame too many; " + std::to_string(most) + " is the limit");
+void readFrames(const FrameList& list, FrameTaker* taker) {
+  const std::vector<std::string>& paths = list.paths;
+  if (paths.size() > list.most) {
+    throw Error(displayName(paths[list.most]), "one frame too many; " + std::to_string(list.most) + " is the limit");
   }
-  std::vector<Picture> frames;
+  int32_t firstWidth = 0;
+  int32_t firstHeight = 0;
   const SizeCheck checkSize = [&](const std::string& name, int64_t width, int64_t height) {
-    if (!frames.empty() && (width != frames[0].width || height != frames[0].height)) {
+    if (firstWidth != 0 && (width != firstWidth || height != firstHeight)) {
       throw Error(name, sizeText(width, height) + ", but " + displayName(paths[0]) + " is " +
-                            sizeText(frames[0].width, frames[0].height) + "; all frames must have one size");
+                            sizeText(firstWidth, firstHeight) + "; all frames must have one size");
     }
-    if (check) check(name, width, height);
+    if (list.check) list.check(name, width, height);
   };
-  for (const std::string& path : paths) {
-    const std::string name = displayName(path);
-    const bool isStream = orOutOfMemory(name, [&] {
-      const Bytes bytes = readPictureFile(path, raw, most, checkSize);
-      const Kind kind = kindOf(path, bytes, raw);
-      if (kind == Kind::kY4m) {
-        if (paths.size() > 1) throw Error(name, "a Y4M stream must be the only input");
-        frames = decodeY4m(name, bytes, most);
-        return true;
-      }
-      Picture frame = decode(path, bytes, kind, raw);
-      checkSize(name, frame.width, frame.height);
-      frames.push_back(std::move(frame));
-      return false;
-    });
-    if (isStream) break;
+  const auto open = [&](size_t index) {
+    Decoder decoder = openImage(paths[index], list.raw, checkSize);
+    if (decoder->isStream() && paths.size() > 1) throw Error(decoder->name(), "a Y4M stream must be the only input");
+    return decoder;
+  };
+  std::vector<Metadata> metadata(paths.size());
+  const auto decode = [&](size_t index, Decoder decoder) {
+    metadata[index] = decoder->takeMetadata();
+    decoder->decode(taker->room(index));
+  };
+  const bool isStream = orOutOfMemory(displayName(paths.at(0)), [&] {
+    Decoder first = open(0);
+    if (first->isStream()) {
+      readStream(first.get(), list.most, taker);
+      return true;
+    }
+    firstWidth = first->width();
+    firstHeight = first->height();
+    taker->begin(firstWidth, firstHeight, paths.size());
+    decode(0, std::move(first));
+    return false;
+  });
+  if (isStream) return;
+  // Two that read from one pipe at the same time would mix their bytes.
+  const bool anyOrder = std::all_of(paths.begin(), paths.end(), isRegularFile);
+  ReadAhead ahead(1, paths.size(), list.readAhead, anyOrder,
+                  [&](size_t index) { orOutOfMemory(displayName(paths[index]), [&] { decode(index, open(index)); }); });
+  for (size_t i = 0; i < paths.size(); ++i) {
+    if (i > 0) ahead.wait(i);
+    taker->take(i, std::move(metadata[i]));
   }
-  return frames;
+}
+
+std::vector<Picture> readFrames(const FrameList& list) {
+  PictureTaker taker;
+  readFrames(list, &taker);
+  return taker.frames();
 }
 
 Picture readPicture(const std::string& path, const std::optional<RawLayout>& raw) {
-  return orOutOfMemory(displayName(path), [&] {
-    const Bytes bytes = readPictureFile(path, raw, 1, nullptr);
-    return decode(path, bytes, kindOf(path, bytes, raw), raw);
-  });
+  return orOutOfMemory(displayName(path), [&] { return decodePicture(openImage(path, raw, nullptr).get()); });
 }
 
 RgbPicture readRgb(const std::string& path) {
-  return orOutOfMemory(displayName(path), [&] {
-    const Bytes bytes = readPictureFile(path, std::nullopt, 1, nullptr);
-    switch (const Kind kind = kindOf(path, bytes, std::nullopt)) {
-      case Kind::kJpeg:
-        return decodeJpegRgb(displayName(path), bytes);
-      case Kind::kPng:
-        return decodePng(displayName(path), bytes);
-      default:
-        return toRgb(decode(path, bytes, kind, std::nullopt));
-    }
-  });
+  return orOutOfMemory(displayName(path), [&] { return openImage(path, std::nullopt, nullptr)->decodeRgb(); });
 }
 
-std::vector<std::string> writePicture(const std::string& path, const Picture& picture, const WriteOptions& options) {
+RgbPicture ImageDecoder::decodeRgb() {
+  return toRgb(decodePicture(this));
+}
+
+std::vector<std::string> writePicture(const std::string& path, const ConstPlanes& picture, const Metadata& given,
+                                      const WriteOptions& options) {
   const std::string name = outputName(path);
   return orOutOfMemory(name, [&] {
     const Ending& ending = outputEnding(path, options);
-    Metadata metadata = picture.metadata;
+    Metadata metadata = given;
     std::vector<std::string> losses = fitTo(ending.kind, picture, &metadata);
-    writeFile(path, encode(name, picture, metadata, ending, options.jpegQuality), options.existing);
+    const auto write = [&](const auto& content) { writeFile(path, content, options.existing); };
+    switch (ending.kind) {
+      case Kind::kJpeg:
+        write(encodeJpeg(name, picture, metadata, options.jpegQuality).view());
+        break;
+      case Kind::kPng: {
+        RgbRows rows(picture);
+        write(encodePng(
+                  name, picture.width, picture.height, [&](int32_t y) { return rows(y); }, metadata)
+                  .view());
+        break;
+      }
+      case Kind::kY4m:
+        write([&](const Sink& sink) { writeY4mFrames({picture}, sink); });
+        break;
+      default:
+        write([&](const Sink& sink) { writeRaw(picture, ending.rawFormat, sink); });
+    }
     return losses;
   });
 }
 
 void writeY4m(const std::string& path, const std::vector<Picture>& frames) {
-  writeFile(path, encodeY4m(frames));
+  writeFile(path, [&](const Sink& sink) {
+    std::vector<ConstPlanes> planes;
+    for (const Picture& frame : frames) planes.push_back(frame.planes());
+    writeY4mFrames(planes, sink);
+  });
 }
 
 void checkWritable(const std::string& path, const WriteOptions& options) {

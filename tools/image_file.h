@@ -23,11 +23,32 @@ struct RawLayout {
 // Called with the size that a file's header or the raw layout tells, before pixels are read. Throws Error to refuse it.
 using SizeCheck = std::function<void(const std::string& name, int64_t width, int64_t height)>;
 
+// Where the frames of a burst go while they are read.
+class FrameTaker {
+ public:
+  virtual ~FrameTaker() = default;
+  // First, and once: the size of all frames and their number; 0: a stream, which tells at its end.
+  virtual void begin(int32_t width, int32_t height, size_t count) = 0;
+  // Where frame index goes. Any thread may ask, but for a stream.
+  virtual Planes room(size_t index) = 0;
+  // Frame index is there. Called in their order, from the thread that reads the burst.
+  virtual void take(size_t index, Metadata metadata) = 0;
+};
+
+struct FrameList {
+  std::vector<std::string> paths = {};
+  std::optional<RawLayout> raw = std::nullopt;
+  size_t most = 10;  // frames
+  SizeCheck check = nullptr;
+  // A second thread decodes frames while others are taken. It changes neither what comes nor which error is told.
+  bool readAhead = false;
+};
+
 // Reads the frames named by paths: picture files, raw files, or one Y4M stream ("-" is standard input). Throws Error
 // for anything unreadable, for more than most frames and for frames of different size. A file is read no further than
 // it can be a picture, so that endless ones end with an error too.
-std::vector<Picture> readFrames(const std::vector<std::string>& paths, const std::optional<RawLayout>& raw, size_t most,
-                                const SizeCheck& check = nullptr);
+void readFrames(const FrameList& list, FrameTaker* taker);
+std::vector<Picture> readFrames(const FrameList& list);
 
 // One picture of any kind.
 Picture readPicture(const std::string& path, const std::optional<RawLayout>& raw = std::nullopt);
@@ -41,8 +62,12 @@ struct WriteOptions {
 };
 // Writes one of the kinds jpg, jpeg, png, y4m, nv21, nv12, i420, yuv (i420) and yuyv as output_file.h describes; "-" is
 // standard output. Metadata goes into JPEG and PNG files; a line for each thing that is left out comes back.
-std::vector<std::string> writePicture(const std::string& path, const Picture& picture,
+std::vector<std::string> writePicture(const std::string& path, const ConstPlanes& picture, const Metadata& metadata,
                                       const WriteOptions& options = {});
+inline std::vector<std::string> writePicture(const std::string& path, const Picture& picture,
+                                             const WriteOptions& options = {}) {
+  return writePicture(path, picture.planes(), picture.metadata, options);
+}
 // Frames of one size as a stream.
 void writeY4m(const std::string& path, const std::vector<Picture>& frames);
 // Both throw Error naming path when writePicture is known to fail: for the ending or the file, and for the size. Call

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "colour.h"
 #include "image_file_kinds.h"
 
 #include <jerror.h>
@@ -60,11 +61,11 @@ void guarded(const std::string& name, Failure* failure, const char* what, const 
 
 class Decompressor {
  public:
-  Decompressor(const std::string& name, const Bytes& bytes) : name_(name) {
+  Decompressor(const std::string& name, FileBytes bytes) : name_(name), bytes_(std::move(bytes)) {
     info_.err = initFailure(&failure_);
     run([&] {
       jpeg_create_decompress(&info_);
-      jpeg_mem_src(&info_, bytes.data(), static_cast<unsigned long>(bytes.size()));
+      jpeg_mem_src(&info_, bytes_.data(), static_cast<unsigned long>(bytes_.size()));
       jpeg_save_markers(&info_, kApp1, 0xFFFF);
       jpeg_save_markers(&info_, kApp2, 0xFFFF);
       jpeg_read_header(&info_, TRUE);
@@ -119,52 +120,54 @@ class Decompressor {
     return found;
   }
 
-  // Interleaved pixels of all components at full size.
-  Bytes pixels(J_COLOR_SPACE space) {
+  // Interleaved pixels of all components at full size: calls with rows y and y + 1, y even. The last row may stand
+  // alone; it comes twice then.
+  template <typename Use>
+  void rowPairs(J_COLOR_SPACE space, const Use& use) {
     info_.out_color_space = space;
     // Repeated chroma samples average back to what the file holds; smooth ones are for looking at.
     info_.do_fancy_upsampling = space == JCS_RGB ? TRUE : FALSE;
     run([&] { jpeg_start_decompress(&info_); });
     const size_t rowBytes = static_cast<size_t>(info_.output_width) * static_cast<size_t>(info_.output_components);
-    Bytes out(rowBytes * info_.output_height);
-    run([&] {
-      while (info_.output_scanline < info_.output_height) {
-        JSAMPROW row = out.data() + rowBytes * info_.output_scanline;
-        jpeg_read_scanlines(&info_, &row, 1);
+    Bytes pair(2 * rowBytes);
+    for (int32_t y = 0; y < height(); y += 2) {
+      const int32_t count = std::min(height() - y, 2);
+      for (int32_t i = 0; i < count; ++i) {
+        run([&] {
+          JSAMPROW row = pair.data() + rowBytes * static_cast<size_t>(i);
+          jpeg_read_scanlines(&info_, &row, 1);
+        });
       }
-      jpeg_finish_decompress(&info_);
-    });
-    return out;
+      use(y, pair.data(), pair.data() + (count == 2 ? rowBytes : 0));
+    }
+    run([&] { jpeg_finish_decompress(&info_); });
   }
 
-  void planes(Picture* picture) {
+  void planes(const Planes& to) {
     info_.raw_data_out = TRUE;
     info_.out_color_space = JCS_YCbCr;
     info_.do_fancy_upsampling = FALSE;
     run([&] { jpeg_start_decompress(&info_); });
     // libjpeg writes whole blocks: one row of them at a time goes through a strip, and the picture's part is copied.
     Bytes strips[3];
-    size_t pitches[3];
     JSAMPROW rows[3][2 * DCTSIZE];
     JSAMPARRAY arrays[3];
     for (int c = 0; c < 3; ++c) {
       const int count = (c == 0 ? 2 : 1) * DCTSIZE;
-      pitches[c] = (static_cast<size_t>(info_.comp_info[c].width_in_blocks) + 2) * DCTSIZE;
-      strips[c].resize(pitches[c] * static_cast<size_t>(count));
-      for (int i = 0; i < count; ++i) rows[c][i] = strips[c].data() + pitches[c] * static_cast<size_t>(i);
+      const size_t pitch = (static_cast<size_t>(info_.comp_info[c].width_in_blocks) + 2) * DCTSIZE;
+      strips[c].resize(pitch * static_cast<size_t>(count));
+      for (int i = 0; i < count; ++i) rows[c][i] = strips[c].data() + pitch * static_cast<size_t>(i);
       arrays[c] = rows[c];
     }
-    Bytes* const targets[3] = {&picture->y, &picture->u, &picture->v};
-    for (int32_t top = 0; top < picture->height; top += 2 * DCTSIZE) {
+    const auto width = static_cast<size_t>(to.width);
+    const auto chromaWidth = static_cast<size_t>(to.chromaWidth());
+    for (int32_t top = 0; top < to.height; top += 2 * DCTSIZE) {
       run([&] { jpeg_read_raw_data(&info_, arrays, 2 * DCTSIZE); });
-      for (int c = 0; c < 3; ++c) {
-        const int32_t shrink = c == 0 ? 1 : 2;
-        const int32_t width = c == 0 ? picture->width : picture->chromaWidth();
-        const int32_t height = c == 0 ? picture->height : picture->chromaHeight();
-        for (int32_t i = 0, y = top / shrink; i < 2 * DCTSIZE / shrink && y < height; ++i, ++y) {
-          std::memcpy(targets[c]->data() + static_cast<size_t>(y) * static_cast<size_t>(width), rows[c][i],
-                      static_cast<size_t>(width));
-        }
+      for (int32_t y = top; y < std::min(top + 2 * DCTSIZE, to.height); ++y) {
+        std::memcpy(to.lumaRow(y), rows[0][y - top], width);
+        if (y % 2 != 0) continue;
+        copySamples(rows[1][(y - top) / 2], 1, to.uRow(y / 2), to.step, chromaWidth);
+        copySamples(rows[2][(y - top) / 2], 1, to.vRow(y / 2), to.step, chromaWidth);
       }
     }
     run([&] { jpeg_finish_decompress(&info_); });
@@ -199,42 +202,71 @@ class Decompressor {
   }
 
   std::string name_;
+  FileBytes bytes_;
   Failure failure_;
   Info info_;
 };
 
-// Chroma of interleaved YCbCr at full size, averaged to half size; the last column and row count twice at odd sizes.
-void averageChroma(const Bytes& pixels, Picture* picture) {
-  const int32_t w = picture->width;
-  for (int32_t cy = 0; cy < picture->chromaHeight(); ++cy) {
-    const int32_t y0 = 2 * cy;
-    const int32_t y1 = y0 + 1 < picture->height ? y0 + 1 : y0;
-    const uint8_t* rows[2] = {pixels.data() + 3 * static_cast<size_t>(y0) * static_cast<size_t>(w),
-                              pixels.data() + 3 * static_cast<size_t>(y1) * static_cast<size_t>(w)};
-    for (int32_t cx = 0; cx < picture->chromaWidth(); ++cx) {
-      const int32_t x0 = 3 * (2 * cx);
-      const int32_t x1 = 2 * cx + 1 < w ? x0 + 3 : x0;
-      const size_t at = static_cast<size_t>(cy) * static_cast<size_t>(picture->chromaWidth()) + static_cast<size_t>(cx);
-      const auto mean = [&](int32_t c) {
-        return static_cast<uint8_t>((rows[0][x0 + c] + rows[0][x1 + c] + rows[1][x0 + c] + rows[1][x1 + c] + 2) / 4);
-      };
-      picture->u[at] = mean(1);
-      picture->v[at] = mean(2);
-    }
+// Rows y and y + 1 of interleaved YCbCr at full size; chroma is averaged to half size, where the last column and row
+// count twice at odd sizes.
+void putYccRows(const Planes& to, int32_t y, const uint8_t* upper, const uint8_t* lower) {
+  const int32_t w = to.width;
+  copySamples(upper, 3, to.lumaRow(y), 1, static_cast<size_t>(w));
+  if (y + 1 < to.height) copySamples(lower, 3, to.lumaRow(y + 1), 1, static_cast<size_t>(w));
+  uint8_t* u = to.uRow(y / 2);
+  uint8_t* v = to.vRow(y / 2);
+  for (int32_t x = 0; x < w; x += 2, u += to.step, v += to.step) {
+    const int32_t x0 = 3 * x;
+    const int32_t x1 = x + 1 < w ? x0 + 3 : x0;
+    const auto mean = [&](int32_t c) {
+      return static_cast<uint8_t>((upper[x0 + c] + upper[x1 + c] + lower[x0 + c] + lower[x1 + c] + 2) / 4);
+    };
+    *u = mean(1);
+    *v = mean(2);
   }
 }
 
-// One plane grown to whole blocks by repeating its last column and row.
-Bytes padPlane(const Bytes& plane, int32_t width, int32_t height, int32_t paddedWidth, int32_t paddedHeight) {
-  Bytes padded(static_cast<size_t>(paddedWidth) * static_cast<size_t>(paddedHeight));
-  for (int32_t y = 0; y < paddedHeight; ++y) {
-    const uint8_t* from = plane.data() + static_cast<size_t>(y < height ? y : height - 1) * static_cast<size_t>(width);
-    uint8_t* to = padded.data() + static_cast<size_t>(y) * static_cast<size_t>(paddedWidth);
-    std::memcpy(to, from, static_cast<size_t>(width));
-    std::memset(to + width, from[width - 1], static_cast<size_t>(paddedWidth - width));
+class JpegDecoder : public ImageDecoder {
+ public:
+  JpegDecoder(const std::string& name, std::unique_ptr<Decompressor> jpeg)
+      : ImageDecoder(name, jpeg->width(), jpeg->height()), jpeg_(std::move(jpeg)) {
+    metadata_ = jpeg_->metadata();
   }
-  return padded;
-}
+
+  void decode(const Planes& planes) override {
+    if (jpeg_->is420()) {
+      jpeg_->planes(planes);
+    } else if (jpeg_->colourSpace() == JCS_GRAYSCALE) {
+      jpeg_->rowPairs(JCS_GRAYSCALE, [&](int32_t y, const uint8_t* upper, const uint8_t* lower) {
+        const auto width = static_cast<size_t>(planes.width);
+        std::memcpy(planes.lumaRow(y), upper, width);
+        if (lower != upper) std::memcpy(planes.lumaRow(y + 1), lower, width);
+      });
+      clearChroma(planes);
+    } else if (jpeg_->colourSpace() == JCS_YCbCr) {
+      jpeg_->rowPairs(JCS_YCbCr, [&](int32_t y, const uint8_t* upper, const uint8_t* lower) {
+        putYccRows(planes, y, upper, lower);
+      });
+    } else {
+      jpeg_->rowPairs(
+          JCS_RGB, [&](int32_t y, const uint8_t* upper, const uint8_t* lower) { putRgbRows(planes, y, upper, lower); });
+    }
+  }
+
+  RgbPicture decodeRgb() override {
+    RgbPicture rgb{width_, height_, {}};
+    const size_t rowBytes = 3 * static_cast<size_t>(width_);
+    rgb.pixels.reserve(rowBytes * static_cast<size_t>(height_));
+    jpeg_->rowPairs(JCS_RGB, [&](int32_t, const uint8_t* upper, const uint8_t* lower) {
+      rgb.pixels.insert(rgb.pixels.end(), upper, upper + rowBytes);
+      if (lower != upper) rgb.pixels.insert(rgb.pixels.end(), lower, lower + rowBytes);
+    });
+    return rgb;
+  }
+
+ private:
+  std::unique_ptr<Decompressor> jpeg_;
+};
 
 // The segments that come before the pixels, but for the profile.
 std::vector<Bytes> app1Segments(const Metadata& metadata) {
@@ -261,33 +293,12 @@ std::vector<Bytes> app1Segments(const Metadata& metadata) {
 
 }  // namespace
 
-bool isJpeg(const Bytes& bytes) {
-  return bytes.size() >= 3 && bytes[0] == 0xFF && bytes[1] == 0xD8 && bytes[2] == 0xFF;
+bool isJpeg(ByteView beginning) {
+  return beginning.size() >= 3 && beginning[0] == 0xFF && beginning[1] == 0xD8 && beginning[2] == 0xFF;
 }
 
-Picture decodeJpeg(const std::string& name, const Bytes& bytes) {
-  Decompressor jpeg(name, bytes);
-  Picture picture(jpeg.width(), jpeg.height());
-  picture.metadata = jpeg.metadata();
-  if (jpeg.is420()) {
-    jpeg.planes(&picture);
-  } else if (jpeg.colourSpace() == JCS_GRAYSCALE) {
-    picture.y = jpeg.pixels(JCS_GRAYSCALE);
-  } else if (jpeg.colourSpace() == JCS_YCbCr) {
-    const Bytes pixels = jpeg.pixels(JCS_YCbCr);
-    for (size_t i = 0; i < picture.y.size(); ++i) picture.y[i] = pixels[3 * i];
-    averageChroma(pixels, &picture);
-  } else {
-    Picture converted = toYuv420({jpeg.width(), jpeg.height(), jpeg.pixels(JCS_RGB)});
-    converted.metadata = std::move(picture.metadata);
-    return converted;
-  }
-  return picture;
-}
-
-RgbPicture decodeJpegRgb(const std::string& name, const Bytes& bytes) {
-  Decompressor jpeg(name, bytes);
-  return {jpeg.width(), jpeg.height(), jpeg.pixels(JCS_RGB)};
+Decoder openJpeg(const std::string& name, FileBytes bytes) {
+  return std::make_unique<JpegDecoder>(name, std::make_unique<Decompressor>(name, std::move(bytes)));
 }
 
 void checkJpegSize(const std::string& name, int64_t width, int64_t height) {
@@ -296,15 +307,35 @@ void checkJpegSize(const std::string& name, int64_t width, int64_t height) {
   }
 }
 
-Bytes encodeJpeg(const std::string& name, const Picture& picture, const Metadata& metadata, int quality) {
+FileBytes encodeJpeg(const std::string& name, const ConstPlanes& picture, const Metadata& metadata, int quality) {
   checkJpegSize(name, picture.width, picture.height);
   const std::vector<Bytes> segments = app1Segments(metadata);
-  const int32_t paddedWidth = (picture.width + 15) / 16 * 16;
-  const int32_t paddedHeight = (picture.height + 15) / 16 * 16;
-  const Bytes padded[3] = {
-      padPlane(picture.y, picture.width, picture.height, paddedWidth, paddedHeight),
-      padPlane(picture.u, picture.chromaWidth(), picture.chromaHeight(), paddedWidth / 2, paddedHeight / 2),
-      padPlane(picture.v, picture.chromaWidth(), picture.chromaHeight(), paddedWidth / 2, paddedHeight / 2)};
+  // A row of blocks, grown to whole ones by repeating the last column and row.
+  const size_t paddedWidth = (static_cast<size_t>(picture.width) + 15) / 16 * 16;
+  Bytes strip(paddedWidth * 2 * DCTSIZE * 3 / 2);
+  JSAMPROW rows[3][2 * DCTSIZE];
+  JSAMPARRAY arrays[3] = {rows[0], rows[1], rows[2]};
+  for (size_t i = 0; i < 2 * DCTSIZE; ++i) rows[0][i] = strip.data() + paddedWidth * i;
+  for (size_t i = 0; i < DCTSIZE; ++i) {
+    rows[1][i] = strip.data() + paddedWidth * 2 * DCTSIZE + paddedWidth / 2 * i;
+    rows[2][i] = rows[1][i] + paddedWidth / 2 * DCTSIZE;
+  }
+  const auto fill = [](const uint8_t* from, size_t step, size_t width, uint8_t* to, size_t padded) {
+    copySamples(from, step, to, 1, width);
+    std::memset(to + width, to[width - 1], padded - width);
+  };
+  const auto fillStrip = [&](int32_t top) {
+    const auto width = static_cast<size_t>(picture.width);
+    const auto chromaWidth = static_cast<size_t>(picture.chromaWidth());
+    for (int32_t i = 0; i < 2 * DCTSIZE; ++i) {
+      fill(picture.lumaRow(std::min(top + i, picture.height - 1)), 1, width, rows[0][i], paddedWidth);
+    }
+    for (int32_t i = 0; i < DCTSIZE; ++i) {
+      const int32_t y = std::min(top / 2 + i, picture.chromaHeight() - 1);
+      fill(picture.uRow(y), picture.step, chromaWidth, rows[1][i], paddedWidth / 2);
+      fill(picture.vRow(y), picture.step, chromaWidth, rows[2][i], paddedWidth / 2);
+    }
+  };
 
   Failure failure;
   jpeg_compress_struct info;
@@ -343,21 +374,13 @@ Bytes encodeJpeg(const std::string& name, const Picture& picture, const Metadata
     }
     const Bytes& icc = metadata.icc;
     if (!icc.empty()) jpeg_write_icc_profile(&info, icc.data(), static_cast<unsigned>(icc.size()));
-    JSAMPROW rows[3][2 * DCTSIZE];
-    JSAMPARRAY arrays[3] = {rows[0], rows[1], rows[2]};
-    for (int32_t top = 0; top < paddedHeight; top += 2 * DCTSIZE) {
-      for (int c = 0; c < 3; ++c) {
-        const int32_t shrink = c == 0 ? 1 : 2;
-        for (int32_t i = 0; i < 2 * DCTSIZE / shrink; ++i) {
-          rows[c][i] = const_cast<JSAMPROW>(padded[c].data()) +
-                       static_cast<size_t>(top / shrink + i) * static_cast<size_t>(paddedWidth / shrink);
-        }
-      }
+    for (int32_t top = 0; top < picture.height; top += 2 * DCTSIZE) {
+      fillStrip(top);
       jpeg_write_raw_data(&info, arrays, 2 * DCTSIZE);
     }
     jpeg_finish_compress(&info);
   });
-  return Bytes(output.bytes, output.bytes + output.size);
+  return FileBytes(std::exchange(output.bytes, nullptr), output.size);
 }
 
 }  // namespace tool

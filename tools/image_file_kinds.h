@@ -1,34 +1,43 @@
-// The file kinds behind image_file.h, each between bytes and pictures. name is what error messages call the file.
+// The file kinds behind image_file.h. name is what error messages call the file. A further kind adds the test of its
+// first bytes, the function that opens it and, if need be, its end in a stream of bytes (picture_extent.h).
 #ifndef TESSALINE4_TOOLS_IMAGE_FILE_KINDS_H_
 #define TESSALINE4_TOOLS_IMAGE_FILE_KINDS_H_
 
 #include <cstdint>
-#include <utility>
+#include <functional>
+#include <memory>
 
+#include "file_bytes.h"
+#include "file_io.h"
+#include "image_decoder.h"
 #include "image_file.h"
 
 namespace tool {
 
 using Bytes = std::vector<uint8_t>;
+using Decoder = std::unique_ptr<ImageDecoder>;
+// Interleaved RGB of a row, asked for from the top down and valid until the next call.
+using RowSource = std::function<const uint8_t*(int32_t y)>;
 
-bool isJpeg(const Bytes& bytes);
+bool isJpeg(ByteView beginning);
 // With metadata. The planes as they are stored when the file is 4:2:0; other samplings are averaged down without
 // leaving YCbCr.
-Picture decodeJpeg(const std::string& name, const Bytes& bytes);
-RgbPicture decodeJpegRgb(const std::string& name, const Bytes& bytes);
+Decoder openJpeg(const std::string& name, FileBytes bytes);
 // Throws Error for a size that the format does not have.
 void checkJpegSize(const std::string& name, int64_t width, int64_t height);
 // metadata: what goes into the file, made fit for kJpegRoom.
-Bytes encodeJpeg(const std::string& name, const Picture& picture, const Metadata& metadata, int quality);
+FileBytes encodeJpeg(const std::string& name, const ConstPlanes& picture, const Metadata& metadata, int quality);
 // Segments of 65533 bytes, less what tells their kinds apart; a profile in up to 255 of them.
 inline constexpr MetadataRoom kJpegRoom = {65533 - 6, 65533 - 29, INT32_MAX, 255 * size_t{65533 - 14}};
 
-bool isPng(const Bytes& bytes);
+bool isPng(ByteView beginning);
 // 8 bits a channel; grey and palette are expanded, transparency lies over black. Where a profile goes into metadata,
-// samples are what it describes, as they are stored; otherwise a gamma that the file names is turned into that of sRGB.
-RgbPicture decodePng(const std::string& name, const Bytes& bytes, Metadata* metadata = nullptr);
+// samples of decode() are what it describes, as they are stored; otherwise a gamma that the file names is turned into
+// that of sRGB.
+Decoder openPng(const std::string& name, FileBytes bytes);
 // metadata: what goes into the file, made fit for kPngRoom.
-Bytes encodePng(const std::string& name, const RgbPicture& picture, const Metadata& metadata = {});
+FileBytes encodePng(const std::string& name, int32_t width, int32_t height, const RowSource& rows,
+                    const Metadata& metadata = {});
 // Chunks of 2^31 - 1 bytes, a profile compressed; the extension of XMP is of JPEG alone.
 inline constexpr MetadataRoom kPngRoom = {INT32_MAX, INT32_MAX - 64, 0, INT32_MAX / 2};
 
@@ -38,19 +47,16 @@ bool isRawFormat(const std::string& format);
 size_t rawBytes(const std::string& name, const RawLayout& layout);
 // Rows are dense. Chroma rows of odd widths hold (width + 1) / 2 samples; YUYV rows then hold width + 1 pixels.
 // The two rows of chroma that YUYV has for each row of 4:2:0 are averaged on reading and equal on writing.
-Picture decodeRaw(const std::string& name, const Bytes& bytes, const RawLayout& layout);
-Bytes encodeRaw(const Picture& picture, const std::string& format);
+Decoder openRaw(InputFile file, const RawLayout& layout);
+void writeRaw(const ConstPlanes& picture, const std::string& format, const Sink& sink);
 
-bool isY4m(const Bytes& bytes);
+bool isY4m(ByteView beginning);
+inline constexpr size_t kY4mMagic = 10;  // bytes that isY4m looks at
 // C420jpeg, C420, C420mpeg2 and C420paldv; the quarter sample between their chroma sites is ignored. Levels are
-// widened to full range unless the header says XCOLORRANGE=FULL. Throws Error for more than most frames.
-std::vector<Picture> decodeY4m(const std::string& name, const Bytes& bytes, size_t most);
-inline constexpr size_t kMostY4mLine = 4096;
-// Length with its end of the line at an offset; 0 when it does not end within kMostY4mLine bytes.
-size_t y4mLineLength(const Bytes& bytes, size_t at);
-// Width and height that the stream's header line, which must be whole, tells.
-std::pair<int32_t, int32_t> y4mFrameSize(const std::string& name, const Bytes& beginning);
-Bytes encodeY4m(const std::vector<Picture>& frames);
+// widened to full range unless the header says XCOLORRANGE=FULL. beginning: what has been read of the file.
+Decoder openY4m(InputFile file, FileBytes beginning);
+// Frames of one size.
+void writeY4mFrames(const std::vector<ConstPlanes>& frames, const Sink& sink);
 
 // Refuses sizes that no file of a picture has, before anything is allocated for them.
 void checkPictureSize(const std::string& name, int64_t width, int64_t height);

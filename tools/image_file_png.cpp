@@ -1,7 +1,10 @@
 #include <algorithm>
+#include <csetjmp>
+#include <cstdio>
 #include <cstring>
 #include <new>
 
+#include "colour.h"
 #include "image_file_kinds.h"
 
 #include <png.h>
@@ -31,7 +34,7 @@ struct Chunk {
 };
 
 // All chunks up to the closing one; empty when that is missing.
-std::vector<Chunk> chunksOf(const Bytes& bytes) {
+std::vector<Chunk> chunksOf(ByteView bytes) {
   std::vector<Chunk> chunks;
   for (size_t at = kSignature; bytes.size() - at >= kFrame; at += kFrame + chunks.back().length) {
     const uint8_t* frame = bytes.data() + at;
@@ -111,23 +114,12 @@ Metadata metadataOf(const std::vector<Chunk>& chunks) {
 }
 
 // The file without its chunks of a name.
-Bytes without(const char* name, const Bytes& bytes, const std::vector<Chunk>& chunks) {
+Bytes without(const char* name, ByteView bytes, const std::vector<Chunk>& chunks) {
   Bytes out(bytes.begin(), bytes.begin() + kSignature);
   for (const Chunk& chunk : chunks) {
     if (!chunk.is(name)) out.insert(out.end(), chunk.frame, chunk.end());
   }
   return out;
-}
-
-void addChunk(const char* name, const Bytes& data, Bytes* out) {
-  const auto addNumber = [&](size_t number) {
-    for (int32_t shift = 24; shift >= 0; shift -= 8) out->push_back(static_cast<uint8_t>(number >> shift & 0xFF));
-  };
-  addNumber(data.size());
-  const size_t named = out->size();
-  out->insert(out->end(), name, name + 4);
-  out->insert(out->end(), data.begin(), data.end());
-  addNumber(crc32(0, out->data() + named, static_cast<uInt>(4 + data.size())));
 }
 
 Bytes compressedProfile(const Bytes& icc) {
@@ -142,40 +134,76 @@ Bytes compressedProfile(const Bytes& icc) {
   return data;
 }
 
-// The file with metadata behind the first chunk. A profile takes the place of what else tells about colours.
-Bytes withMetadata(const Bytes& bytes, const Metadata& metadata) {
-  if (metadata.exif.empty() && metadata.xmp.empty() && metadata.icc.empty()) return bytes;
-  Bytes out(bytes.begin(), bytes.begin() + kSignature);
-  for (const Chunk& chunk : chunksOf(bytes)) {
-    if (!metadata.icc.empty() && (chunk.is("sRGB") || chunk.is("gAMA") || chunk.is("cHRM"))) continue;
-    out.insert(out.end(), chunk.frame, chunk.end());
-    if (!chunk.is("IHDR")) continue;
-    if (!metadata.icc.empty()) addChunk("iCCP", compressedProfile(metadata.icc), &out);
-    if (!metadata.exif.empty()) addChunk("eXIf", metadata.exif, &out);
-    if (!metadata.xmp.empty()) {
-      Bytes text(kXmpKeyword, kXmpKeyword + sizeof(kXmpKeyword));
-      text.insert(text.end(), 4, 0);  // not compressed, no language
-      text.insert(text.end(), metadata.xmp.begin(), metadata.xmp.end());
-      addChunk("iTXt", text, &out);
+// libpng reports through this and leaves by longjmp.
+struct Failure {
+  jmp_buf escape;
+  char message[128];
+};
+
+[[noreturn]] void leave(png_structp png, png_const_charp message) {
+  auto* failure = static_cast<Failure*>(png_get_error_ptr(png));
+  std::snprintf(failure->message, sizeof(failure->message), "%s", message);
+  std::longjmp(failure->escape, 1);
+}
+
+// Runs a stretch of libpng calls. body must not own anything: a failure jumps out of it.
+template <typename Body>
+void guarded(const std::string& name, Failure* failure, const char* what, const Body& body) {
+  if (setjmp(failure->escape) == 0) {
+    body();
+    return;
+  }
+  const std::string reason = failure->message;
+  if (reason.find("memory") != std::string::npos) throw std::bad_alloc();
+  throw Error(name, what + reason);
+}
+
+// Reads what needs no conversion: 8-bit RGB from the top down, without transparency or a gamma.
+class RowReader {
+ public:
+  RowReader(const std::string& name, ByteView bytes) : name_(name), bytes_(bytes) {
+    png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, &failure_, leave, [](png_structp, png_const_charp) {});
+    if (png_ != nullptr) info_ = png_create_info_struct(png_);
+    if (info_ == nullptr) {
+      png_destroy_read_struct(&png_, nullptr, nullptr);
+      throw std::bad_alloc();
     }
   }
-  return out;
-}
+  ~RowReader() { png_destroy_read_struct(&png_, &info_, nullptr); }
+  RowReader(const RowReader&) = delete;
+  RowReader& operator=(const RowReader&) = delete;
 
-}  // namespace
-
-bool isPng(const Bytes& bytes) {
-  return bytes.size() >= 8 && png_sig_cmp(bytes.data(), 0, 8) == 0;
-}
-
-RgbPicture decodePng(const std::string& name, const Bytes& bytes, Metadata* metadata) {
-  const std::vector<Chunk> chunks = chunksOf(bytes);
-  if (chunks.empty()) throw Error(name, "damaged PNG: it is cut off");
-  if (metadata != nullptr) {
-    *metadata = metadataOf(chunks);
-    const bool hasGamma = std::any_of(chunks.begin(), chunks.end(), [](const Chunk& c) { return c.is("gAMA"); });
-    if (!metadata->icc.empty() && hasGamma) return decodePng(name, without("gAMA", bytes, chunks));
+  void begin() {
+    run([&] {
+      png_set_read_fn(png_, &bytes_, [](png_structp png, png_bytep to, size_t count) {
+        auto* rest = static_cast<ByteView*>(png_get_io_ptr(png));
+        if (count > rest->size()) png_error(png, "read beyond end of data");
+        std::memcpy(to, rest->data(), count);
+        *rest = rest->subspan(count);
+      });
+      png_set_benign_errors(png_, 1);
+      png_read_info(png_, info_);
+    });
   }
+  void read(uint8_t* row) {
+    run([&] { png_read_row(png_, row, nullptr); });
+  }
+
+ private:
+  template <typename Body>
+  void run(const Body& body) {
+    guarded(name_, &failure_, "damaged PNG: ", body);
+  }
+
+  std::string name_;
+  ByteView bytes_;
+  Failure failure_;
+  png_structp png_ = nullptr;
+  png_infop info_ = nullptr;
+};
+
+// By way of libpng's conversions, which take the whole picture.
+RgbPicture decodeWhole(const std::string& name, ByteView bytes) {
   png_image image;
   std::memset(&image, 0, sizeof(image));
   image.version = PNG_IMAGE_VERSION;
@@ -204,20 +232,143 @@ RgbPicture decodePng(const std::string& name, const Bytes& bytes, Metadata* meta
   return picture;
 }
 
-Bytes encodePng(const std::string& name, const RgbPicture& picture, const Metadata& metadata) {
-  png_image image;
-  std::memset(&image, 0, sizeof(image));
-  image.version = PNG_IMAGE_VERSION;
-  image.width = static_cast<png_uint_32>(picture.width);
-  image.height = static_cast<png_uint_32>(picture.height);
-  image.format = PNG_FORMAT_RGB;
-  png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image);
-  Bytes bytes(size);
-  if (png_image_write_to_memory(&image, bytes.data(), &size, 0, picture.pixels.data(), 0, nullptr) == 0) {
-    throw Error(name, std::string("PNG writing failed: ") + image.message);
+// Width and height of the first chunk. libpng finds out what else is wrong with it.
+std::pair<int32_t, int32_t> sizeOf(const std::string& name, const Chunk& header) {
+  if (!header.is("IHDR") || header.length < 13) throw Error(name, "damaged PNG: it begins with no header");
+  const uint32_t width = Chunk::numberAt(header.data());
+  const uint32_t height = Chunk::numberAt(header.data() + 4);
+  checkPictureSize(name, width, height);
+  return {static_cast<int32_t>(width), static_cast<int32_t>(height)};
+}
+
+class PngDecoder : public ImageDecoder {
+ public:
+  PngDecoder(const std::string& name, FileBytes bytes, std::vector<Chunk> chunks, std::pair<int32_t, int32_t> size)
+      : ImageDecoder(name, size.first, size.second), bytes_(std::move(bytes)), chunks_(std::move(chunks)) {
+    metadata_ = metadataOf(chunks_);
+    hasProfile_ = !metadata_.icc.empty();
   }
-  bytes.resize(size);
-  return withMetadata(bytes, metadata);
+
+  void decode(const Planes& planes) override {
+    // A profile tells more than a gamma does.
+    const bool dropsGamma = hasProfile_ && has("gAMA");
+    const Bytes kept = dropsGamma ? without("gAMA", bytes_.view(), chunks_) : Bytes();
+    const ByteView bytes = dropsGamma ? ByteView(kept) : bytes_.view();
+    if (isPlain() && (dropsGamma || !has("gAMA"))) return decodeRows(bytes, planes);
+    const RgbPicture rgb = decodeWhole(name_, bytes);
+    copyPlanes(toYuv420(rgb).planes(), planes);
+  }
+
+  RgbPicture decodeRgb() override { return decodeWhole(name_, bytes_.view()); }
+
+ private:
+  bool has(const char* name) const {
+    return std::any_of(chunks_.begin(), chunks_.end(), [&](const Chunk& c) { return c.is(name); });
+  }
+  bool isPlain() const {
+    const uint8_t* header = chunks_[0].data();
+    return header[8] == 8 && header[9] == PNG_COLOR_TYPE_RGB && header[12] == PNG_INTERLACE_NONE && !has("tRNS");
+  }
+  void decodeRows(ByteView bytes, const Planes& planes) const {
+    RowReader reader(name_, bytes);
+    reader.begin();
+    const size_t rowBytes = 3 * static_cast<size_t>(width_);
+    Bytes pair(2 * rowBytes);
+    for (int32_t y = 0; y < height_; y += 2) {
+      const bool alone = y + 1 == height_;
+      reader.read(pair.data());
+      if (!alone) reader.read(pair.data() + rowBytes);
+      putRgbRows(planes, y, pair.data(), pair.data() + (alone ? 0 : rowBytes));
+    }
+  }
+
+  FileBytes bytes_;
+  std::vector<Chunk> chunks_;
+  bool hasProfile_ = false;
+};
+
+class Writer {
+ public:
+  explicit Writer(const std::string& name) : name_(name) {
+    png_ = png_create_write_struct(PNG_LIBPNG_VER_STRING, &failure_, leave, [](png_structp, png_const_charp) {});
+    if (png_ != nullptr) info_ = png_create_info_struct(png_);
+    if (info_ == nullptr) {
+      png_destroy_write_struct(&png_, nullptr);
+      throw std::bad_alloc();
+    }
+    const auto add = [](png_structp png, png_bytep from, size_t count) {
+      auto* bytes = static_cast<FileBytes*>(png_get_io_ptr(png));
+      uint8_t* to = bytes->room(count);
+      if (to == nullptr) png_error(png, "out of memory");
+      std::memcpy(to, from, count);
+      bytes->add(count);
+    };
+    png_set_write_fn(png_, &bytes_, add, [](png_structp) {});
+  }
+  ~Writer() { png_destroy_write_struct(&png_, &info_); }
+  Writer(const Writer&) = delete;
+  Writer& operator=(const Writer&) = delete;
+
+  void begin(int32_t width, int32_t height) {
+    run([&] {
+      png_set_IHDR(png_, info_, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), 8,
+                   PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_BASE, PNG_FILTER_TYPE_BASE);
+      png_write_info(png_, info_);
+    });
+  }
+  void chunk(const char* name, const Bytes& data) {
+    run([&] { png_write_chunk(png_, reinterpret_cast<png_const_bytep>(name), data.data(), data.size()); });
+  }
+  void row(const uint8_t* pixels) {
+    run([&] { png_write_row(png_, pixels); });
+  }
+  FileBytes end() {
+    run([&] { png_write_end(png_, info_); });
+    return std::move(bytes_);
+  }
+
+ private:
+  template <typename Body>
+  void run(const Body& body) {
+    guarded(name_, &failure_, "PNG writing failed: ", body);
+  }
+
+  std::string name_;
+  FileBytes bytes_;
+  Failure failure_;
+  png_structp png_ = nullptr;
+  png_infop info_ = nullptr;
+};
+
+}  // namespace
+
+bool isPng(ByteView beginning) {
+  return beginning.size() >= kSignature && png_sig_cmp(beginning.data(), 0, kSignature) == 0;
+}
+
+Decoder openPng(const std::string& name, FileBytes bytes) {
+  std::vector<Chunk> chunks = chunksOf(bytes.view());
+  if (chunks.empty()) throw Error(name, "damaged PNG: it is cut off");
+  const auto size = sizeOf(name, chunks[0]);
+  return std::make_unique<PngDecoder>(name, std::move(bytes), std::move(chunks), size);
+}
+
+FileBytes encodePng(const std::string& name, int32_t width, int32_t height, const RowSource& rows,
+                    const Metadata& metadata) {
+  Writer png(name);
+  png.begin(width, height);
+  // A profile takes the place of what else tells about colours.
+  if (!metadata.icc.empty()) png.chunk("iCCP", compressedProfile(metadata.icc));
+  if (!metadata.exif.empty()) png.chunk("eXIf", metadata.exif);
+  if (!metadata.xmp.empty()) {
+    Bytes text(sizeof(kXmpKeyword) + 4 + metadata.xmp.size());  // not compressed, no language
+    std::copy_n(kXmpKeyword, sizeof(kXmpKeyword), text.begin());
+    std::copy(metadata.xmp.begin(), metadata.xmp.end(), text.end() - static_cast<std::ptrdiff_t>(metadata.xmp.size()));
+    png.chunk("iTXt", text);
+  }
+  if (metadata.icc.empty()) png.chunk("sRGB", {0});  // perceptual
+  for (int32_t y = 0; y < height; ++y) png.row(rows(y));
+  return png.end();
 }
 
 }  // namespace tool

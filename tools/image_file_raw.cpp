@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "image_file_kinds.h"
+#include "packed_planes.h"
 
 namespace tool {
 namespace {
@@ -17,38 +18,92 @@ Sizes sizesOf(int32_t width, int32_t height) {
   return {w * h, (w + 1) / 2 * ((h + 1) / 2), (w + 1) / 2 * 4 * h};
 }
 
-Picture fromYuyv(const Bytes& bytes, int32_t width, int32_t height) {
-  Picture picture(width, height);
-  const size_t rowBytes = 4 * static_cast<size_t>(picture.chromaWidth());
-  auto luma = picture.y.begin();
-  for (int32_t y = 0; y < height; ++y) {
-    const uint8_t* row = bytes.data() + rowBytes * static_cast<size_t>(y);
-    for (int32_t x = 0; x < width; ++x) *luma++ = row[2 * x];
-  }
-  size_t at = 0;
-  for (int32_t y = 0; y < height; y += 2) {
-    const uint8_t* upper = bytes.data() + rowBytes * static_cast<size_t>(y);
-    const uint8_t* lower = y + 1 < height ? upper + rowBytes : upper;
-    for (int32_t x = 0; x < picture.chromaWidth(); ++x, ++at) {
-      picture.u[at] = static_cast<uint8_t>((upper[4 * x + 1] + lower[4 * x + 1] + 1) / 2);
-      picture.v[at] = static_cast<uint8_t>((upper[4 * x + 3] + lower[4 * x + 3] + 1) / 2);
-    }
-  }
-  return picture;
+// Whether memory holds the picture as a file of the format does, in one piece.
+template <typename Byte>
+bool liesAs(const std::string& format, const PlanesOf<Byte>& planes) {
+  if (format != "nv21" && format != "nv12") return false;
+  const Byte* pairs = format == "nv21" ? planes.v : planes.u;
+  const auto width = static_cast<size_t>(planes.width);
+  return planes.step == 2 && std::max(planes.u, planes.v) == pairs + 1 && planes.lumaPitch == width &&
+         planes.chromaPitch == 2 * static_cast<size_t>(planes.chromaWidth()) &&
+         pairs == planes.y + width * static_cast<size_t>(planes.height);
 }
 
-Bytes toYuyv(const Picture& picture) {
-  Bytes bytes;
-  bytes.reserve(sizesOf(picture.width, picture.height).yuyv);
-  for (int32_t y = 0; y < picture.height; ++y) {
-    const uint8_t* luma = picture.y.data() + static_cast<size_t>(y) * static_cast<size_t>(picture.width);
-    const size_t chroma = static_cast<size_t>(y / 2) * static_cast<size_t>(picture.chromaWidth());
-    for (int32_t x = 0; x < picture.width; x += 2) {
-      const size_t at = chroma + static_cast<size_t>(x / 2);
-      bytes.insert(bytes.end(), {luma[x], picture.u[at], luma[std::min(x + 1, picture.width - 1)], picture.v[at]});
+class RawDecoder : public ImageDecoder {
+ public:
+  RawDecoder(InputFile file, const RawLayout& layout)
+      : ImageDecoder(file.name(), layout.width, layout.height),
+        format_(layout.format),
+        wanted_(rawBytes(name_, layout)),
+        file_(std::move(file)) {}
+
+  void decode(const Planes& planes) override {
+    const Take take = [this](uint8_t* to, size_t count) {
+      const size_t got = file_.read(to, count);
+      taken_ += got;
+      if (got < count) failLength(std::to_string(taken_) + " bytes");
+    };
+    if (liesAs(format_, planes)) {
+      take(planes.y, wanted_);
+    } else if (format_ == "yuyv") {
+      takeYuyv(take, planes);
+    } else if (format_ == "i420") {
+      takePlanar(take, planes);
+    } else {
+      takeLuma(take, planes);
+      takePairs(take, planes);
     }
+    uint8_t more;
+    if (file_.read(&more, 1) != 0) failLength("more bytes");
   }
-  return bytes;
+
+ private:
+  [[noreturn]] void failLength(const std::string& held) {
+    throw Error(name_, held + ", but " + format_ + " of " + std::to_string(width_) + "x" + std::to_string(height_) +
+                           " has " + std::to_string(wanted_));
+  }
+
+  void takePairs(const Take& take, const Planes& planes) const {
+    const size_t u = format_ == "nv12" ? 0 : 1;
+    const auto width = static_cast<size_t>(planes.chromaWidth());
+    takeRows(take, 2 * width, planes.chromaHeight(), [&](int32_t row, const uint8_t* bytes) {
+      copySamples(bytes + u, 2, planes.uRow(row), planes.step, width);
+      copySamples(bytes + 1 - u, 2, planes.vRow(row), planes.step, width);
+    });
+  }
+
+  static void takeYuyv(const Take& take, const Planes& planes) {
+    const auto pairs = static_cast<size_t>(planes.chromaWidth());
+    Bytes upper(4 * pairs);
+    takeRows(take, 4 * pairs, planes.height, [&](int32_t row, const uint8_t* bytes) {
+      copySamples(bytes, 2, planes.lumaRow(row), 1, static_cast<size_t>(planes.width));
+      if (row % 2 == 0) std::copy_n(bytes, upper.size(), upper.begin());
+      if (row % 2 == 0 && row + 1 < planes.height) return;
+      uint8_t* u = planes.uRow(row / 2);
+      uint8_t* v = planes.vRow(row / 2);
+      for (size_t x = 0; x < pairs; ++x, u += planes.step, v += planes.step) {
+        *u = static_cast<uint8_t>((upper[4 * x + 1] + bytes[4 * x + 1] + 1) / 2);
+        *v = static_cast<uint8_t>((upper[4 * x + 3] + bytes[4 * x + 3] + 1) / 2);
+      }
+    });
+  }
+
+  std::string format_;
+  size_t wanted_;
+  size_t taken_ = 0;
+  InputFile file_;
+};
+
+void writeYuyv(const ConstPlanes& picture, StagedRows* out) {
+  const auto pairs = static_cast<size_t>(picture.chromaWidth());
+  for (int32_t y = 0; y < picture.height; ++y) {
+    const uint8_t* luma = picture.lumaRow(y);
+    uint8_t* to = out->room(4 * pairs);
+    copySamples(luma, 1, to, 2, static_cast<size_t>(picture.width));
+    if (picture.width % 2 != 0) to[4 * pairs - 2] = luma[picture.width - 1];
+    copySamples(picture.uRow(y / 2), picture.step, to + 1, 4, pairs);
+    copySamples(picture.vRow(y / 2), picture.step, to + 3, 4, pairs);
+  }
 }
 
 }  // namespace
@@ -64,45 +119,29 @@ size_t rawBytes(const std::string& name, const RawLayout& layout) {
   return layout.format == "yuyv" ? sizes.yuyv : sizes.luma + 2 * sizes.chroma;
 }
 
-Picture decodeRaw(const std::string& name, const Bytes& bytes, const RawLayout& layout) {
-  const size_t wanted = rawBytes(name, layout);
-  const Sizes sizes = sizesOf(layout.width, layout.height);
-  if (bytes.size() != wanted) {
-    const std::string held = bytes.size() > wanted ? "more bytes" : std::to_string(bytes.size()) + " bytes";
-    throw Error(name, held + ", but " + layout.format + " of " + std::to_string(layout.width) + "x" +
-                          std::to_string(layout.height) + " has " + std::to_string(wanted));
-  }
-  if (layout.format == "yuyv") return fromYuyv(bytes, layout.width, layout.height);
-  Picture picture(layout.width, layout.height);
-  const uint8_t* chroma = bytes.data() + sizes.luma;
-  std::copy(bytes.data(), chroma, picture.y.begin());
-  if (layout.format == "i420") {
-    std::copy(chroma, chroma + sizes.chroma, picture.u.begin());
-    std::copy(chroma + sizes.chroma, chroma + 2 * sizes.chroma, picture.v.begin());
-    return picture;
-  }
-  Bytes& first = layout.format == "nv12" ? picture.u : picture.v;
-  Bytes& second = layout.format == "nv12" ? picture.v : picture.u;
-  for (size_t i = 0; i < sizes.chroma; ++i) {
-    first[i] = chroma[2 * i];
-    second[i] = chroma[2 * i + 1];
-  }
-  return picture;
+Decoder openRaw(InputFile file, const RawLayout& layout) {
+  return std::make_unique<RawDecoder>(std::move(file), layout);
 }
 
-Bytes encodeRaw(const Picture& picture, const std::string& format) {
-  if (format == "yuyv") return toYuyv(picture);
-  Bytes bytes = picture.y;
-  bytes.reserve(picture.y.size() + picture.u.size() + picture.v.size());
-  if (format == "i420") {
-    bytes.insert(bytes.end(), picture.u.begin(), picture.u.end());
-    bytes.insert(bytes.end(), picture.v.begin(), picture.v.end());
-    return bytes;
+void writeRaw(const ConstPlanes& picture, const std::string& format, const Sink& sink) {
+  const Sizes sizes = sizesOf(picture.width, picture.height);
+  if (liesAs(format, picture)) return sink({picture.y, sizes.luma + 2 * sizes.chroma});
+  StagedRows out(sink);
+  if (format == "yuyv") {
+    writeYuyv(picture, &out);
+  } else if (format == "i420") {
+    out.addPlanar(picture);
+  } else {
+    out.addLuma(picture);
+    const size_t u = format == "nv12" ? 0 : 1;
+    const auto width = static_cast<size_t>(picture.chromaWidth());
+    for (int32_t y = 0; y < picture.chromaHeight(); ++y) {
+      uint8_t* to = out.room(2 * width);
+      copySamples(picture.uRow(y), picture.step, to + u, 2, width);
+      copySamples(picture.vRow(y), picture.step, to + 1 - u, 2, width);
+    }
   }
-  const Bytes& first = format == "nv12" ? picture.u : picture.v;
-  const Bytes& second = format == "nv12" ? picture.v : picture.u;
-  for (size_t i = 0; i < first.size(); ++i) bytes.insert(bytes.end(), {first[i], second[i]});
-  return bytes;
+  out.flush();
 }
 
 }  // namespace tool

@@ -4,8 +4,10 @@
 #include <cmath>
 #include <cstring>
 #include <sstream>
+#include <string_view>
 
 #include "image_file_kinds.h"
+#include "packed_planes.h"
 
 namespace tool {
 namespace {
@@ -17,15 +19,6 @@ struct Header {
   int32_t height = 0;
   bool full = false;
 };
-
-// Reads a line and moves past it.
-std::string takeLine(const std::string& name, const Bytes& bytes, size_t* at) {
-  const size_t length = y4mLineLength(bytes, *at);
-  if (length == 0) throw Error(name, "damaged Y4M: a header line has no end");
-  const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(*at);
-  *at += length;
-  return std::string(begin, begin + static_cast<std::ptrdiff_t>(length) - 1);
-}
 
 int32_t takeNumber(const std::string& name, const std::string& word) {
   int32_t value = 0;
@@ -78,72 +71,117 @@ std::array<uint8_t, 256> widening(double zero, double span, double widenedZero) 
   return table;
 }
 
-void widen(Picture* picture) {
+void widen(const Planes& planes) {
   static const std::array<uint8_t, 256> luma = widening(16.0, 219.0, 0.0);
   static const std::array<uint8_t, 256> chroma = widening(128.0, 224.0, 128.0);
-  for (uint8_t& sample : picture->y) sample = luma[sample];
-  for (Bytes* plane : {&picture->u, &picture->v}) {
-    for (uint8_t& sample : *plane) sample = chroma[sample];
+  for (int32_t y = 0; y < planes.height; ++y) {
+    uint8_t* row = planes.lumaRow(y);
+    for (int32_t x = 0; x < planes.width; ++x) row[x] = luma[row[x]];
+  }
+  for (int32_t y = 0; y < planes.chromaHeight(); ++y) {
+    for (uint8_t* row : {planes.uRow(y), planes.vRow(y)}) {
+      for (int32_t x = 0; x < planes.chromaWidth(); ++x, row += planes.step) *row = chroma[*row];
+    }
   }
 }
+
+// Never takes a byte that can belong to a frame behind those that are asked for.
+class Y4mDecoder : public ImageDecoder {
+ public:
+  Y4mDecoder(InputFile file, const FileBytes& beginning)
+      : ImageDecoder(file.name(), 0, 0),
+        file_(std::move(file)),
+        held_(beginning.view().begin(), beginning.view().end()) {
+    const Header header = parseHeader(name_, takeLine());
+    width_ = header.width;
+    height_ = header.height;
+    full_ = header.full;
+  }
+
+  bool isStream() const override { return true; }
+
+  bool more() override {
+    const bool found = hold(1);
+    if (!found && frames_ == 0) throw Error(name_, "a Y4M stream without frames");
+    return found;
+  }
+
+  void decode(const Planes& planes) override {
+    constexpr std::string_view kMark = "FRAME";
+    hold(kMark.size());
+    const bool begins = std::memcmp(held_.data(), kMark.data(), std::min(held_.size(), kMark.size())) == 0;
+    const std::string line = begins ? takeLine() : "";
+    if (line != "FRAME" && line.rfind("FRAME ", 0) != 0) throw Error(name_, "damaged Y4M: no FRAME where one must be");
+    ++frames_;
+    takePlanar(
+        [this](uint8_t* to, size_t count) {
+          if (file_.read(to, count) == count) return;
+          throw Error(name_, "damaged Y4M: frame " + std::to_string(frames_) + " is cut off");
+        },
+        planes);
+    if (!full_) widen(planes);
+  }
+
+ private:
+  static constexpr size_t kMostLine = 4096;
+
+  // Whether so many bytes are there.
+  bool hold(size_t count) {
+    const size_t held = held_.size();
+    if (held < count) {
+      held_.resize(count);
+      held_.resize(held + file_.read(held_.data() + held, count - held));
+    }
+    return held_.size() >= count;
+  }
+
+  // Reads a line and moves past it; comes without its end.
+  std::string takeLine() {
+    size_t looked = 0;
+    for (;;) {
+      const auto limit = held_.begin() + static_cast<std::ptrdiff_t>(std::min(held_.size(), kMostLine));
+      const auto end = std::find(held_.begin() + static_cast<std::ptrdiff_t>(looked), limit, '\n');
+      if (end != limit) {
+        const std::string line(held_.begin(), end);
+        held_.erase(held_.begin(), end + 1);
+        return line;
+      }
+      looked = held_.size();
+      // Byte by byte: what stands behind the line's end goes elsewhere.
+      if (looked >= kMostLine || !hold(looked + 1)) throw Error(name_, "damaged Y4M: a header line has no end");
+    }
+  }
+
+  InputFile file_;
+  Bytes held_;  // of a line
+  bool full_ = false;
+  size_t frames_ = 0;
+};
 
 }  // namespace
 
-bool isY4m(const Bytes& bytes) {
-  constexpr size_t kLength = sizeof(kMagic) - 1;
-  return bytes.size() > kLength && std::memcmp(bytes.data(), kMagic, kLength) == 0 &&
-         (bytes[kLength] == ' ' || bytes[kLength] == '\n');
+bool isY4m(ByteView beginning) {
+  constexpr size_t kLength = kY4mMagic - 1;
+  return beginning.size() > kLength && std::memcmp(beginning.data(), kMagic, kLength) == 0 &&
+         (beginning[kLength] == ' ' || beginning[kLength] == '\n');
 }
 
-size_t y4mLineLength(const Bytes& bytes, size_t at) {
-  const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(at);
-  const auto limit = begin + static_cast<std::ptrdiff_t>(std::min(bytes.size() - at, kMostY4mLine));
-  const auto end = std::find(begin, limit, '\n');
-  return end == limit ? 0 : static_cast<size_t>(end - begin) + 1;
+Decoder openY4m(InputFile file, FileBytes beginning) {
+  return std::make_unique<Y4mDecoder>(std::move(file), beginning);
 }
 
-std::pair<int32_t, int32_t> y4mFrameSize(const std::string& name, const Bytes& beginning) {
-  size_t at = 0;
-  const Header header = parseHeader(name, takeLine(name, beginning, &at));
-  return {header.width, header.height};
-}
-
-std::vector<Picture> decodeY4m(const std::string& name, const Bytes& bytes, size_t most) {
-  size_t at = 0;
-  const Header header = parseHeader(name, takeLine(name, bytes, &at));
-  std::vector<Picture> frames;
-  while (at < bytes.size()) {
-    if (frames.size() == most) throw Error(name, "more than " + std::to_string(most) + " frames");
-    const bool begins = std::memcmp(bytes.data() + at, "FRAME", std::min<size_t>(bytes.size() - at, 5)) == 0;
-    const std::string line = begins ? takeLine(name, bytes, &at) : "";
-    if (line != "FRAME" && line.rfind("FRAME ", 0) != 0) throw Error(name, "damaged Y4M: no FRAME where one must be");
-    Picture picture(header.width, header.height);
-    for (Bytes* plane : {&picture.y, &picture.u, &picture.v}) {
-      if (bytes.size() - at < plane->size()) {
-        throw Error(name, "damaged Y4M: frame " + std::to_string(frames.size() + 1) + " is cut off");
-      }
-      std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(at), plane->size(), plane->begin());
-      at += plane->size();
-    }
-    if (!header.full) widen(&picture);
-    frames.push_back(std::move(picture));
-  }
-  if (frames.empty()) throw Error(name, "a Y4M stream without frames");
-  return frames;
-}
-
-Bytes encodeY4m(const std::vector<Picture>& frames) {
+void writeY4mFrames(const std::vector<ConstPlanes>& frames, const Sink& sink) {
   std::ostringstream header;
   header << kMagic << " W" << frames.at(0).width << " H" << frames[0].height
          << " F25:1 Ip A1:1 C420jpeg XCOLORRANGE=FULL\n";
-  const std::string text = header.str();
-  const std::string mark = "FRAME\n";
-  Bytes bytes(text.begin(), text.end());
-  for (const Picture& frame : frames) {
-    bytes.insert(bytes.end(), mark.begin(), mark.end());
-    for (const Bytes* plane : {&frame.y, &frame.u, &frame.v}) bytes.insert(bytes.end(), plane->begin(), plane->end());
+  StagedRows out(sink);
+  const auto addText = [&](const std::string& text) { std::copy(text.begin(), text.end(), out.room(text.size())); };
+  addText(header.str());
+  for (const ConstPlanes& frame : frames) {
+    addText("FRAME\n");
+    out.addPlanar(frame);
   }
-  return bytes;
+  out.flush();
 }
 
 }  // namespace tool

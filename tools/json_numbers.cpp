@@ -57,10 +57,9 @@ std::string fileNameAt(const Json& parent, const char* key) {
 
 std::string readJsonFile(const std::string& path) {
   constexpr size_t kMostBytes = 1 << 20;
-  const std::vector<uint8_t> bytes =
-      readFile(path, [](const std::vector<uint8_t>& read) { return kMostBytes + 1 - read.size(); });
+  const FileBytes bytes = readFile(path, [](ByteView read) { return kMostBytes + 1 - read.size(); });
   if (bytes.size() > kMostBytes) throw Error(path, "is too long to tell of a burst");
-  return std::string(bytes.begin(), bytes.end());
+  return std::string(bytes.view().begin(), bytes.view().end());
 }
 
 }  // namespace tool

@@ -60,11 +60,12 @@ void warn(const std::string& names, const std::string& what) {
 
 // Names the frames that differ from the base in something that the result has from the base.
 template <typename IsSame>
-void warnOfOthers(const std::vector<std::string>& paths, const std::vector<Picture>& frames, size_t base,
-                  const std::string& what, const IsSame& isSame) {
+void warnOfOthers(const std::vector<std::string>& paths, const BurstResult& result, const std::string& what,
+                  const IsSame& isSame) {
   std::string names;
-  for (size_t i = 0; i < frames.size(); ++i) {
-    if (isSame(frames[i].metadata, frames[base].metadata)) continue;
+  const size_t base = result.base;
+  for (size_t i = 0; i < result.metadata.size(); ++i) {
+    if (isSame(result.metadata[i], result.metadata[base])) continue;
     if (!names.empty()) names += ", ";
     names += displayName(paths.at(i));
   }
@@ -96,33 +97,29 @@ void merge(const MergeOptions& options) {
   checkDistinct(outputs, options.frames);
   ProgressLine line(options.quiet);
   line.show("reading frames");
-  const std::string first = displayName(options.frames[0]);
-  const auto checkSize = [&](const std::string& name, int64_t width, int64_t height) {
-    checkFrameSize(name, width, height, std::clamp<size_t>(options.frames.size(), 2, kMostFrames));
+  const auto checkOutput = [&](const std::string&, int64_t width, int64_t height) {
     checkWritableSize(options.output, options.write, width, height);
   };
-  const Choice choice = chooseSharpest(options.frames, options.raw.layout(), kMostFrames, checkSize, [&](size_t done) {
-    line.show("choosing frames (" + std::to_string(done) + "/" + std::to_string(options.frames.size()) + ")");
-  });
+  const Choice choice =
+      chooseSharpest(options.frames, options.raw.layout(), kMostFrames, checkOutput, [&](size_t done) {
+        line.show("choosing frames (" + std::to_string(done) + "/" + std::to_string(options.frames.size()) + ")");
+      });
   const std::vector<std::string> files = choice.takenFiles();
-  std::vector<Picture> frames = readFrames(files, options.raw.layout(), kMostFrames, checkSize);
-  if (frames.size() < 2) throw Error(first, "one frame only; a burst has 2 to " + std::to_string(kMostFrames));
-  checkFrameSize(first, frames[0].width, frames[0].height, frames.size());
-  for (Picture& frame : frames) {
-    if (options.ignoreExif) {
-      frame.metadata.exif.clear();
-      frame.metadata.dropXmp();
-    }
-    if (options.ignoreIcc) frame.metadata.dropIcc();
-  }
   const Settings settings = chosenSettings(options.settings, options.libraryDefaults);
-  const BurstResult result = orOutOfMemory(first, [&] {
-    return runBurst(frames, settings, [&](const char* step, size_t done, size_t all) {
-      line.show(std::string(step) + " (" + std::to_string(done) + "/" + std::to_string(all) + ")");
-    });
-  });
+  BurstResult result =
+      mergeFiles(files, options.raw.layout(), settings, checkOutput, [&](const char* step, size_t done, size_t all) {
+        line.show(std::string(step) + " (" + std::to_string(done) + "/" + std::to_string(all) + ")");
+      });
+  for (Metadata& metadata : result.metadata) {
+    if (options.ignoreExif) {
+      metadata.exif.clear();
+      metadata.dropXmp();
+    }
+    if (options.ignoreIcc) metadata.dropIcc();
+  }
   line.show("writing " + printable(outputName(options.output)));
-  const std::vector<std::string> losses = writePicture(options.output, result.picture, options.write);
+  const std::vector<std::string> losses =
+      writePicture(options.output, result.picture.planes, result.metadata[result.base], options.write);
   for (const std::string& report : options.reports) {
     if (isPageName(report)) {
       orOutOfMemory(report, [&] {
@@ -134,10 +131,9 @@ void merge(const MergeOptions& options) {
   }
   if (!options.maps.empty()) writeMaps(options.maps, result, options.write.existing);
   line.finish(mergeSummary(choice, result));
-  warnOfOthers(files, frames, result.base, "orientation",
+  warnOfOthers(files, result, "orientation",
                [](const Metadata& a, const Metadata& b) { return a.orientation() == b.orientation(); });
-  warnOfOthers(files, frames, result.base, "ICC profile",
-               [](const Metadata& a, const Metadata& b) { return a.icc == b.icc; });
+  warnOfOthers(files, result, "ICC profile", [](const Metadata& a, const Metadata& b) { return a.icc == b.icc; });
   // A stream stands for all its frames.
   const size_t base = std::min(result.base, files.size() - 1);
   for (const std::string& loss : losses) warn(displayName(files[base]), loss);

@@ -91,13 +91,15 @@ void check(const std::string& path, const Target& target, Existing existing) {
   if (user != 0 && user != parent.st_uid && user != file.st_uid) fail(path, EPERM);
 }
 
-void writeAll(const std::string& path, int descriptor, const std::vector<uint8_t>& bytes) {
-  for (size_t at = 0; at < bytes.size();) {
-    const ssize_t count = write(descriptor, bytes.data() + at, bytes.size() - at);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) fail(path, count == 0 ? EIO : errno);
-    at += static_cast<size_t>(count);
-  }
+void writeAll(const std::string& path, int descriptor, const Content& content) {
+  content([&](ByteView bytes) {
+    while (!bytes.empty()) {
+      const ssize_t count = write(descriptor, bytes.data(), bytes.size());
+      if (count < 0 && errno == EINTR) continue;
+      if (count <= 0) fail(path, count == 0 ? EIO : errno);
+      bytes = bytes.subspan(static_cast<size_t>(count));
+    }
+  });
 }
 
 // The access that the file to be replaced gives. A group that cannot be kept must not hand its rights to another.
@@ -177,11 +179,11 @@ class PassingName {
 };
 
 // False when the file system cannot do it.
-bool writeUnnamed(const std::string& path, const Target& target, const std::vector<uint8_t>& bytes, Existing existing) {
+bool writeUnnamed(const std::string& path, const Target& target, const Content& content, Existing existing) {
   const int folder = target.folder.get();
   const Descriptor file(openat(folder, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
   if (!file.isOpen()) return false;
-  writeAll(path, file.get(), bytes);
+  writeAll(path, file.get(), content);
   keepAccess(path, target, file.get());
   const std::string unnamed = "/proc/self/fd/" + std::to_string(file.get());
   const auto link = [&](const char* name) {
@@ -198,7 +200,7 @@ bool writeUnnamed(const std::string& path, const Target& target, const std::vect
   return true;
 }
 
-void writeNamed(const std::string& path, const Target& target, const std::vector<uint8_t>& bytes, Existing existing) {
+void writeNamed(const std::string& path, const Target& target, const Content& content, Existing existing) {
   const int folder = target.folder.get();
   Descriptor file;
   PassingName name(folder, [&](const char* passing) {
@@ -206,7 +208,7 @@ void writeNamed(const std::string& path, const Target& target, const std::vector
     return file.isOpen();
   });
   if (!name.isMade()) fail(path, errno);
-  writeAll(path, file.get(), bytes);
+  writeAll(path, file.get(), content);
   keepAccess(path, target, file.get());
   if (!file.close() || !name.become(target.name, existing)) fail(path, errno);
 }
@@ -261,21 +263,26 @@ void checkDistinct(const std::vector<std::string>& outputs, const std::vector<st
   }
 }
 
-void writeFile(const std::string& path, const std::vector<uint8_t>& bytes, Existing existing) {
+void writeFile(const std::string& path, const Content& content, Existing existing) {
   if (path == "-") {
     std::fflush(stdout);
-    return writeAll(path, STDOUT_FILENO, bytes);
+    return writeAll(path, STDOUT_FILENO, content);
   }
   const Target target = resolve(path);
   check(path, target, existing);
   if (target.isSpecial()) {
     Descriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
     if (!file.isOpen()) fail(path, errno);
-    writeAll(path, file.get(), bytes);
+    writeAll(path, file.get(), content);
     if (!file.close()) fail(path, errno);
-  } else if (!writeUnnamed(path, target, bytes, existing)) {
-    writeNamed(path, target, bytes, existing);
+  } else if (!writeUnnamed(path, target, content, existing)) {
+    writeNamed(path, target, content, existing);
   }
+}
+
+void writeFile(const std::string& path, ByteView bytes, Existing existing) {
+  writeFile(
+      path, [bytes](const Sink& sink) { sink(bytes); }, existing);
 }
 
 }  // namespace tool

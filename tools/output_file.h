@@ -14,8 +14,11 @@
 #define TESSALINE4_TOOLS_OUTPUT_FILE_H_
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
+
+#include "file_bytes.h"
 
 namespace tool {
 
@@ -30,8 +33,14 @@ void checkFileWritable(const std::string& path, Existing existing = Existing::kR
 // Throws Error when an output is the same file as another output or an input: by device and inode, or by folder and
 // name where there is no file yet. Character devices and sockets may serve for several.
 void checkDistinct(const std::vector<std::string>& outputs, const std::vector<std::string>& inputs);
-// "-" is standard output.
-void writeFile(const std::string& path, const std::vector<uint8_t>& bytes, Existing existing = Existing::kReplace);
+// Takes the next bytes of a file.
+using Sink = std::function<void(ByteView bytes)>;
+// Hands all bytes of a file over, a few large pieces rather than many small ones. May be asked to do so again.
+using Content = std::function<void(const Sink& sink)>;
+// "-" is standard output. What content throws leaves no file behind, but devices, pipes and standard output keep what
+// they got.
+void writeFile(const std::string& path, const Content& content, Existing existing = Existing::kReplace);
+void writeFile(const std::string& path, ByteView bytes, Existing existing = Existing::kReplace);
 
 }  // namespace tool
 

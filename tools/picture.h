@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "metadata.h"
+#include "planes.h"
 
 namespace tool {
 
@@ -51,6 +52,14 @@ struct Picture {
         v(u) {}
   int32_t chromaWidth() const { return (width + 1) / 2; }
   int32_t chromaHeight() const { return (height + 1) / 2; }
+  Planes planes() { return of<uint8_t>(y.data(), u.data(), v.data()); }
+  ConstPlanes planes() const { return of<const uint8_t>(y.data(), u.data(), v.data()); }
+
+ private:
+  template <typename Byte>
+  PlanesOf<Byte> of(Byte* luma, Byte* first, Byte* second) const {
+    return {width, height, luma, first, second, static_cast<size_t>(width), static_cast<size_t>(chromaWidth()), 1};
+  }
 };
 
 // 8-bit interleaved RGB.

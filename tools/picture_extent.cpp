@@ -11,10 +11,9 @@ constexpr size_t kMostExtra = size_t{64} << 20;
 // Coded pixels, generously: 8 bytes a pixel before compression at most, which may double them.
 constexpr size_t kMostPerPixel = 16;
 constexpr size_t kPngSignature = 8;
-constexpr size_t kShortestFrameLine = 6;  // of Y4M: "FRAME" and the line's end
 
 // Whether the bytes that are there agree with the beginning of text.
-bool agrees(const Bytes& read, size_t at, const char* text, size_t length) {
+bool agrees(ByteView read, size_t at, const char* text, size_t length) {
   const size_t count = std::min(length, read.size() - std::min(at, read.size()));
   return count == 0 || std::memcmp(read.data() + at, text, count) == 0;
 }
@@ -27,17 +26,17 @@ uint32_t bigEndian(const uint8_t* p, size_t count) {
 
 }  // namespace
 
-size_t PictureExtent::operator()(const Bytes& read) {
+size_t PictureExtent::operator()(ByteView read) {
   if (kind_ == Kind::kUnknown) {
     if (const size_t wanted = detect(read); kind_ == Kind::kUnknown) return wanted;
   }
-  if (kind_ == Kind::kY4m) return y4mWanted(read);
+  if (kind_ == Kind::kY4m) return kY4mMagic - std::min(read.size(), kY4mMagic);
   if (kind_ == Kind::kJpeg ? endsJpeg(read) : endsPng(read)) return 0;
   if (std::max(at_, read.size()) >= limit_) throw Error(name_, "damaged: it goes on past any picture of its size");
   return limit_ - read.size();
 }
 
-size_t PictureExtent::detect(const Bytes& read) {
+size_t PictureExtent::detect(ByteView read) {
   struct Beginning {
     Kind kind;
     const char* text;
@@ -62,7 +61,7 @@ void PictureExtent::takeSize(int64_t width, int64_t height) {
 }
 
 // The two walks return whether the picture is over, for good or because it is damaged.
-bool PictureExtent::endsJpeg(const Bytes& read) {
+bool PictureExtent::endsJpeg(ByteView read) {
   for (;;) {
     const auto held = [&](size_t count) { return read.size() >= count && read.size() - count >= at_; };
     if (inScan_ && at_ < read.size()) {
@@ -96,7 +95,7 @@ bool PictureExtent::endsJpeg(const Bytes& read) {
   }
 }
 
-bool PictureExtent::endsPng(const Bytes& read) {
+bool PictureExtent::endsPng(ByteView read) {
   for (;;) {
     const auto held = [&](size_t count) { return read.size() >= count && read.size() - count >= at_; };
     if (!held(8)) return false;
@@ -113,32 +112,6 @@ bool PictureExtent::endsPng(const Bytes& read) {
     const bool last = std::memcmp(p + 4, "IEND", 4) == 0;
     if (last) return length != 0 || held(12);
     at_ += 12 + length;
-  }
-}
-
-size_t PictureExtent::y4mWanted(const Bytes& read) {
-  for (;;) {
-    const bool inHeader = frameBytes_ == 0;
-    if (!inHeader && frames_ < mostFrames_ && !agrees(read, at_, "FRAME", 5)) return 0;
-    if (inHeader || (frames_ < mostFrames_ && at_ < read.size())) {
-      const size_t length = y4mLineLength(read, at_);
-      if (length != 0 && inHeader) {
-        const auto [width, height] = y4mFrameSize(name_, read);
-        takeSize(width, height);
-        const auto w = static_cast<size_t>(width);
-        const auto h = static_cast<size_t>(height);
-        frameBytes_ = w * h + 2 * ((w + 1) / 2) * ((h + 1) / 2);
-      } else if (length != 0) {
-        at_ += frameBytes_;
-        ++frames_;
-      }
-      at_ += length;
-      if (length != 0) continue;
-      if (read.size() - at_ >= kMostY4mLine) return 0;
-      if (inHeader) return kShortestFrameLine;
-    }
-    const size_t least = at_ + (mostFrames_ - frames_) * (kShortestFrameLine + frameBytes_) + 1;
-    return least > read.size() ? least - read.size() : 0;
   }
 }
 

@@ -117,8 +117,8 @@ void writeReport(const std::string& path, const Choice& choice, const std::strin
   Json json;
   json["library"] = zelvan_Tessaline4_getVersion();
   json["output"] = outputName(output);
-  json["width"] = result.picture.width;
-  json["height"] = result.picture.height;
+  json["width"] = result.picture.planes.width;
+  json["height"] = result.picture.planes.height;
   json["settings"] = settingsJson(settings);
   json["seconds"] = {{"intake", result.intakeSeconds}, {"merge", result.mergeSeconds}};
   json["base"] = choice.placeOf(result.base);

@@ -41,7 +41,7 @@ std::string formatted(const char* pattern, Args... args) {
   return text;
 }
 
-std::string dataUri(const char* kind, const Bytes& bytes) {
+std::string dataUri(const char* kind, ByteView bytes) {
   static constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string uri = formatted("data:image/%s;base64,", kind);
   uri.reserve(uri.size() + (bytes.size() + 2) / 3 * 4);
@@ -89,7 +89,8 @@ struct Look {
 
   explicit Look(const Metadata& result) : orientation(result.orientation()) { metadata.icc = result.icc; }
   std::string jpeg(const Picture& picture, int quality) const {
-    return dataUri("jpeg", encodeJpeg("a picture of the report", turned(picture, orientation), metadata, quality));
+    const Picture upright = turned(picture, orientation);
+    return dataUri("jpeg", encodeJpeg("a picture of the report", upright.planes(), metadata, quality).view());
   }
 };
 
@@ -106,12 +107,12 @@ Frames readAgain(const Choice& choice, const std::optional<RawLayout>& raw, cons
   };
   const std::vector<std::string> files = choice.takenFiles();
   if (files.size() == 1) {
-    for (Picture& picture : readFrames(files, raw, kMostFrames)) take(std::move(picture));
+    for (Picture& picture : readFrames({.paths = files, .raw = raw, .most = kMostFrames})) take(std::move(picture));
   } else {
     for (const std::string& file : files) take(readPicture(file, raw));
   }
   if (frames.thumbnails.size() != result.frames.size()) throw Error(files[0], "has changed while it was merged");
-  if (frames.base.width != result.picture.width || frames.base.height != result.picture.height) {
+  if (frames.base.width != result.picture.planes.width || frames.base.height != result.picture.planes.height) {
     throw Error(files[0], "has changed while it was merged");
   }
   return frames;
@@ -167,7 +168,8 @@ Json frameCard(const FrameReport& frame, const Homography& toStored) {
 }
 
 Json framesPart(const Choice& choice, const BurstResult& result, const Frames& frames, const Look& look) {
-  const Homography toStored = turnedToStored(look.orientation, result.picture.width, result.picture.height);
+  const Homography toStored =
+      turnedToStored(look.orientation, result.picture.planes.width, result.picture.planes.height);
   Json cards = Json::array();
   const size_t count = choice.isChoice() ? choice.files.size() : result.frames.size();
   for (size_t place = 0, next = 0; place < count; ++place) {
@@ -200,7 +202,11 @@ Json mapPart(const FineMap& map, size_t frames, const Look& look) {
     mix(kRamp[step].b, kRamp[step + 1].b);
   }
   Json part;
-  part["source"] = dataUri("png", encodePng("the map of the report", turned(picture, look.orientation)));
+  const RgbPicture upright = turned(picture, look.orientation);
+  const auto rowAt = [&](int32_t y) {
+    return upright.pixels.data() + 3 * static_cast<size_t>(upright.width) * static_cast<size_t>(y);
+  };
+  part["source"] = dataUri("png", encodePng("the map of the report", upright.width, upright.height, rowAt).view());
   part["most"] = frames;
   for (const Colour& c : kRamp) part["colours"].push_back(formatted("rgb(%d %d %d)", c.r, c.g, c.b));
   const auto places = static_cast<double>(map.values.size());
@@ -228,13 +234,14 @@ void writeReportPage(const std::string& path, const Choice& choice, const std::o
     if (truth) truth = resample(*truth, crop);
   }
 
-  const Look look(result.picture.metadata);
+  const Look look(result.metadata[result.base]);
+  const Picture merged = result.picture.copy();
   Json page;
   page["title"] = output == "-" ? "Merged burst" : fs::path(output).filename().string();
   page["summary"] = mergeSummary(choice, result);
   const bool swaps = turnsSides(look.orientation);
-  page["width"] = swaps ? result.picture.height : result.picture.width;
-  page["height"] = swaps ? result.picture.width : result.picture.height;
+  page["width"] = swaps ? result.picture.planes.height : result.picture.planes.width;
+  page["height"] = swaps ? result.picture.planes.width : result.picture.planes.height;
   const auto addPicture = [&](const char* name, const Picture& picture) {
     page["pictures"].push_back({{"name", name}, {"source", look.jpeg(picture, kPictureQuality)}});
     if (!truth || &picture == &*truth) return;
@@ -242,7 +249,7 @@ void writeReportPage(const std::string& path, const Choice& choice, const std::o
     page["quality"].push_back({{"name", name}, {"luma", psnr.luma}, {"chroma", psnr.chroma}});
   };
   addPicture("Base", frames.base);
-  addPicture("Result", result.picture);
+  addPicture("Result", merged);
   if (truth) addPicture("Truth", *truth);
   page["frames"] = framesPart(choice, result, frames, look);
   if (result.fine) page["map"] = mapPart(result.fine->count, result.frames.size(), look);
@@ -274,7 +281,7 @@ void writeReportPage(const std::string& path, const Choice& choice, const std::o
     }
   }
   text.replace(place, kPlace.size(), escaped);
-  writeFile(path, Bytes(text.begin(), text.end()), existing);
+  writeFile(path, ByteView(reinterpret_cast<const uint8_t*>(text.data()), text.size()), existing);
 }
 
 }  // namespace tool

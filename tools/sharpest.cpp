@@ -4,6 +4,7 @@
 #include <numeric>
 #include <tuple>
 
+#include "burst.h"
 #include "file_io.h"
 
 namespace tool {
@@ -52,12 +53,13 @@ Choice chooseSharpest(const std::vector<std::string>& files, const std::optional
     if (width != size[0] || height != size[1]) {
       throw Error(name, "is not of the size of " + displayName(files[0]) + "; all frames must have one size");
     }
+    checkFrameSize(name, width, height, most);
     if (check) check(name, width, height);
   };
   for (const std::string& file : files) {
     if (progress) progress(choice.sharpness.size());
     // One by one through the way of a burst, which looks at sizes before it takes memory for them.
-    const Picture frame = std::move(readFrames({file}, raw, 1, checkSize).front());
+    const Picture frame = std::move(readFrames({.paths = {file}, .raw = raw, .most = 1, .check = checkSize}).front());
     choice.sharpness.push_back(sharpnessOf(frame));
   }
   choice.taken.resize(files.size());

@@ -28,7 +28,7 @@ struct Choice {
 };
 
 // Takes the most sharpest files; of equal ones the earlier. Reads files only when there are more, one at a time. Throws
-// what readPicture and check throw, and Error where sizes differ.
+// what readFrames and check throw, and Error where sizes differ or are none of a burst.
 Choice chooseSharpest(const std::vector<std::string>& files, const std::optional<RawLayout>& raw, size_t most,
                       const SizeCheck& check, const std::function<void(size_t done)>& progress = nullptr);
 

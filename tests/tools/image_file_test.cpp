@@ -83,7 +83,7 @@ void expectNear(const Picture& a, const Picture& b, int32_t luma, int32_t chroma
 
 std::string errorOf(const std::string& file, const std::optional<RawLayout>& raw = std::nullopt) {
   try {
-    readFrames({file}, raw, 10);
+    readFrames({.paths = {file}, .raw = raw});
   } catch (const Error& error) {
     EXPECT_EQ(std::string(error.what()).rfind(file + ": ", 0), 0u) << error.what();
     return error.what();
@@ -232,9 +232,9 @@ TEST_F(ImageFile, OddStreamsAndListsAreRefused) {
                                                         {"YUV4MPEG2 W2 H2\n" + frames(100000), "more than 10"}}) {
     EXPECT_NE(errorOf(write("o.y4m", bytes)).find(reason), std::string::npos) << bytes.substr(0, 60);
   }
-  EXPECT_EQ(readFrames({write("ten.y4m", "YUV4MPEG2 W2 H2\n" + frames(10))}, std::nullopt, 10).size(), 10u);
+  EXPECT_EQ(readFrames({.paths = {write("ten.y4m", "YUV4MPEG2 W2 H2\n" + frames(10))}}).size(), 10u);
   writePicture(path("a.png"), Picture(8, 8));
-  EXPECT_THROW(readFrames({path("a.png"), path("ten.y4m")}, std::nullopt, 10), Error);
+  EXPECT_THROW(readFrames({.paths = {path("a.png"), path("ten.y4m")}}), Error);
   EXPECT_NE(errorOf(write("a.nv21", std::string(96, 'x'))).find("--size"), std::string::npos);
   EXPECT_NE(errorOf(write("a.bin", std::string(96, 'x')), RawLayout{8, 8, ""}).find("--format"), std::string::npos);
 }
