@@ -261,6 +261,12 @@ Bytes exifWithOrientation(int32_t orientation) {
           0,    0,    0, 0};                                                          // and no other directory
 }
 
+Bytes exifUpright(const Bytes& exif) {
+  Block block(exif);
+  block.setNumber(block.first(), kOrientation, 1);
+  return block.take();
+}
+
 std::optional<Bytes> exifForSize(const Bytes& exif, int32_t width, int32_t height) {
   Block block(exif);
   const Directory main = block.first();

@@ -27,6 +27,9 @@ ExifShot exifShot(const std::vector<uint8_t>& exif);
 // A block that tells an orientation and nothing else.
 std::vector<uint8_t> exifWithOrientation(int32_t orientation);
 
+// The block of a picture that has been turned upright: the orientation that it holds is 1.
+std::vector<uint8_t> exifUpright(const std::vector<uint8_t>& exif);
+
 // The block made right for a new picture of this size: pixel dimensions that it holds are the new ones, and the
 // thumbnail, which shows the old picture, is gone. Every other byte stays where it is, since makers' notes point into
 // the block by offsets that only their maker knows. Empty when a directory or value reaches out of the block.

@@ -13,6 +13,7 @@
 #include "exif.h"
 #include "file_io.h"
 #include "image_file_kinds.h"
+#include "picture_extent.h"
 
 namespace tool {
 namespace {
@@ -81,6 +82,12 @@ bool walkPng(const Bytes& bytes, Head* head) {
   return false;
 }
 
+// Its parts lie anywhere in the file.
+Head headOfHeif(const std::string& path) {
+  const Decoder decoder = openHeif(path, InputFile(path).read(PictureExtent(path, nullptr)));
+  return {decoder->width(), decoder->height(), decoder->takeMetadata().exif};
+}
+
 Head readHead(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) throw Error(path, std::string("cannot be read: ") + std::strerror(errno));
@@ -92,6 +99,7 @@ Head readHead(const std::string& path) {
     bytes.resize(held + static_cast<size_t>(file.gcount()));
     if (file.bad()) throw Error(path, std::string("cannot be read: ") + std::strerror(errno));
     Head head;
+    if (isHeif(bytes)) return headOfHeif(path);
     if (bytes.empty()) throw Error(path, "is empty");
     if (!isJpeg(bytes) && !isPng(bytes)) throw Error(path, "is no picture of a known kind");
     const bool over = isJpeg(bytes) ? walkJpeg(bytes, &head) : walkPng(bytes, &head);
@@ -114,7 +122,7 @@ int64_t fileTime(const std::string& path) {
 }  // namespace
 
 bool isPhotoName(const std::string& path) {
-  static constexpr std::array<std::string_view, 3> kEndings = {"jpg", "jpeg", "png"};
+  static constexpr std::array<std::string_view, 6> kEndings = {"jpg", "jpeg", "png", "heic", "heif", "avif"};
   return std::find(kEndings.begin(), kEndings.end(), endingOf(path)) != kEndings.end();
 }
 
