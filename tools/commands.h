@@ -8,6 +8,7 @@
 namespace tool {
 
 void addMergeCommand(CLI::App& app);
+void addBatchCommand(CLI::App& app);
 void addSimulateCommand(CLI::App& app);
 void addCompareCommand(CLI::App& app);
 

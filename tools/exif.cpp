@@ -1,7 +1,9 @@
 #include "exif.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
+#include <cstdio>
 
 namespace tool {
 namespace {
@@ -12,18 +14,26 @@ constexpr size_t kHeader = 8;
 constexpr uint16_t kImageWidth = 0x0100;
 constexpr uint16_t kImageLength = 0x0101;
 constexpr uint16_t kStripOffsets = 0x0111;
+constexpr uint16_t kMake = 0x010F;
+constexpr uint16_t kModel = 0x0110;
 constexpr uint16_t kOrientation = 0x0112;
 constexpr uint16_t kStripByteCounts = 0x0117;
 constexpr uint16_t kThumbnailOffset = 0x0201;
 constexpr uint16_t kThumbnailBytes = 0x0202;
+constexpr uint16_t kExposureTime = 0x829A;
 constexpr uint16_t kExifDirectory = 0x8769;
 constexpr uint16_t kGpsDirectory = 0x8825;
+constexpr uint16_t kIso = 0x8827;
+constexpr uint16_t kTimeOriginal = 0x9003;
+constexpr uint16_t kSubSecondsOriginal = 0x9291;
 constexpr uint16_t kPixelWidth = 0xA002;
 constexpr uint16_t kPixelHeight = 0xA003;
 constexpr uint16_t kInteroperabilityDirectory = 0xA005;
 
+constexpr uint16_t kText = 2;
 constexpr uint16_t kShort = 3;
 constexpr uint16_t kLong = 4;
+constexpr uint16_t kRational = 5;
 constexpr uint16_t kDirectory = 13;
 
 struct Range {
@@ -80,6 +90,31 @@ class Block {
       if (e.tag != tag) continue;
       if (e.count != 1 || (e.type != kShort && e.type != kLong && e.type != kDirectory)) return std::nullopt;
       return e.type == kShort ? shortAt(e.at + 8) : longAt(e.at + 8);
+    }
+    return std::nullopt;
+  }
+
+  // Without the zero at its end and padding; empty where there is none.
+  std::string text(const Directory& directory, uint16_t tag) const {
+    for (const Entry& e : directory.entries) {
+      if (e.tag != tag || e.type != kText) continue;
+      const size_t at = e.count <= 4 ? e.at + 8 : longAt(e.at + 8);
+      if (!holds(at, e.count)) return {};
+      std::string found(reinterpret_cast<const char*>(bytes_.data()) + at, e.count);
+      found.resize(std::min(found.find('\0'), found.size()));
+      found.resize(found.find_last_not_of(' ') + 1);
+      return found;
+    }
+    return {};
+  }
+
+  // Above 0.
+  std::optional<double> ratio(const Directory& directory, uint16_t tag) const {
+    for (const Entry& e : directory.entries) {
+      if (e.tag != tag || e.type != kRational || e.count != 1) continue;
+      const size_t at = longAt(e.at + 8);
+      if (!holds(at, 8) || longAt(at) == 0 || longAt(at + 4) == 0) return std::nullopt;
+      return static_cast<double>(longAt(at)) / longAt(at + 4);
     }
     return std::nullopt;
   }
@@ -173,7 +208,45 @@ class Block {
   std::vector<Range> used_ = {{0, kHeader}};
 };
 
+// Of "2024:05:31 12:30:59", in microseconds.
+std::optional<int64_t> parseTime(const std::string& text, const std::string& subSeconds) {
+  int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
+  if (std::sscanf(text.c_str(), "%4d:%2d:%2d %2d:%2d:%2d", &year, &month, &day, &hour, &minute, &second) != 6 ||
+      year < 1 || month < 1 || month > 12 || day < 1 || day > 31 || hour < 0 || hour > 23 || minute < 0 ||
+      minute > 59 || second < 0 || second > 60) {
+    return std::nullopt;
+  }
+  const std::chrono::sys_days date = std::chrono::year(year) / std::chrono::month(static_cast<unsigned>(month)) /
+                                     std::chrono::day(static_cast<unsigned>(day));
+  int64_t time = (int64_t{date.time_since_epoch().count()} * 24 + hour) * 60 + minute;
+  time = (time * 60 + second) * 1'000'000;
+  int64_t part = 100'000;
+  for (const char digit : subSeconds) {
+    if (digit < '0' || digit > '9') break;
+    time += part * (digit - '0');
+    part /= 10;
+  }
+  return time;
+}
+
 }  // namespace
+
+ExifShot exifShot(const Bytes& exif) {
+  const Block block(exif);
+  const Directory main = block.first();
+  ExifShot shot;
+  shot.make = block.text(main, kMake);
+  shot.model = block.text(main, kModel);
+  const auto at = block.number(main, kExifDirectory);
+  if (!at) return shot;
+  const Directory photo = block.directory(*at);
+  const std::string subSeconds = block.text(photo, kSubSecondsOriginal);
+  shot.time = parseTime(block.text(photo, kTimeOriginal), subSeconds);
+  shot.wholeSeconds = subSeconds.empty() || subSeconds[0] < '0' || subSeconds[0] > '9';
+  shot.exposureSeconds = block.ratio(photo, kExposureTime);
+  if (const auto iso = block.number(photo, kIso); iso && *iso > 0) shot.iso = *iso;
+  return shot;
+}
 
 int32_t exifOrientation(const Bytes& exif) {
   const Block block(exif);
@@ -186,6 +259,12 @@ Bytes exifWithOrientation(int32_t orientation) {
           0,    1,                                                                    // one entry
           0x01, 0x12, 0, 3,  0, 0, 0, 1, 0, static_cast<uint8_t>(orientation), 0, 0,  // one short
           0,    0,    0, 0};                                                          // and no other directory
+}
+
+Bytes exifUpright(const Bytes& exif) {
+  Block block(exif);
+  block.setNumber(block.first(), kOrientation, 1);
+  return block.take();
 }
 
 std::optional<Bytes> exifForSize(const Bytes& exif, int32_t width, int32_t height) {

@@ -5,14 +5,30 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace tool {
 
 // The orientation tag: 1 to 8; 1, which is upright, where there is none or another number.
 int32_t exifOrientation(const std::vector<uint8_t>& exif);
+// How a picture was taken, as far as the block tells it.
+struct ExifShot {
+  std::string make;  // without padding; empty where there is none
+  std::string model;
+  // DateTimeOriginal with SubSecTimeOriginal: microseconds since 1970, as if the camera stood in Greenwich.
+  std::optional<int64_t> time;
+  bool wholeSeconds = true;  // no SubSecTimeOriginal
+  std::optional<double> exposureSeconds;
+  std::optional<double> iso;
+};
+ExifShot exifShot(const std::vector<uint8_t>& exif);
+
 // A block that tells an orientation and nothing else.
 std::vector<uint8_t> exifWithOrientation(int32_t orientation);
+
+// The block of a picture that has been turned upright: the orientation that it holds is 1.
+std::vector<uint8_t> exifUpright(const std::vector<uint8_t>& exif);
 
 // The block made right for a new picture of this size: pixel dimensions that it holds are the new ones, and the
 // thumbnail, which shows the old picture, is gone. Every other byte stays where it is, since makers' notes point into

@@ -14,7 +14,7 @@
 namespace tool {
 namespace {
 
-enum class Kind { kJpeg, kPng, kY4m, kRaw };
+enum class Kind { kJpeg, kPng, kHeif, kY4m, kRaw };
 
 struct Ending {
   Kind kind;
@@ -49,10 +49,11 @@ Kind kindOf(const std::string& path, const FileBytes& file) {
   const bool named = found != endings().end();
   if (isJpeg(bytes)) return Kind::kJpeg;
   if (isPng(bytes)) return Kind::kPng;
+  if (isHeif(bytes)) return Kind::kHeif;
   if (isY4m(bytes)) return Kind::kY4m;
   if (bytes.empty()) throw Error(displayName(path), "is empty");
   if (named && found->second.kind == Kind::kRaw) throw Error(path, "raw pixels: the size must be told (--size WxH)");
-  throw Error(displayName(path), "not a JPEG, PNG or Y4M file (raw pixels need --size and --format)");
+  throw Error(displayName(path), "not a JPEG, PNG, HEIC, AVIF or Y4M file (raw pixels need --size and --format)");
 }
 
 RawLayout layoutFor(const std::string& path, const RawLayout& raw) {
@@ -81,6 +82,9 @@ Decoder openImage(const std::string& path, const std::optional<RawLayout>& raw, 
       break;
     case Kind::kPng:
       decoder = openPng(name, std::move(bytes));
+      break;
+    case Kind::kHeif:
+      decoder = openHeif(name, std::move(bytes));
       break;
     default:
       decoder = openY4m(std::move(file), std::move(bytes));

@@ -41,6 +41,13 @@ FileBytes encodePng(const std::string& name, int32_t width, int32_t height, cons
 // Chunks of 2^31 - 1 bytes, a profile compressed; the extension of XMP is of JPEG alone.
 inline constexpr MetadataRoom kPngRoom = {INT32_MAX, INT32_MAX - 64, 0, INT32_MAX / 2};
 
+// HEIC and AVIF, by libheif where the tool was built with it. The planes as they are stored when the file is 4:2:0 of
+// BT.601; the decoder turns the picture upright and limited range into full. Only 8 bits a sample.
+bool readsHeif();
+bool isHeif(ByteView beginning);
+inline constexpr size_t kHeifMagic = 12;  // bytes that isHeif looks at
+Decoder openHeif(const std::string& name, FileBytes bytes);
+
 // A known format name: nv21, nv12, i420 or yuyv.
 bool isRawFormat(const std::string& format);
 // Bytes of a picture in such a file. Throws Error for an unknown format or a size out of range.

@@ -38,6 +38,7 @@ int run(int argc, char** argv) {
                        "Show the versions of the tool and of the library");
   app.require_subcommand(1);
   tool::addMergeCommand(app);
+  tool::addBatchCommand(app);
   tool::addSimulateCommand(app);
   tool::addCompareCommand(app);
   tool::refuseNonFinite(app);

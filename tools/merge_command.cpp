@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <limits>
 #include <memory>
-#include <sstream>
 
 #include "burst.h"
 #include "commands.h"
@@ -15,6 +13,9 @@
 #include "output_file.h"
 #include "printable.h"
 #include "report.h"
+#include "report_page.h"
+#include "setting_options.h"
+#include "sharpest.h"
 
 namespace tool {
 namespace {
@@ -23,7 +24,7 @@ struct MergeOptions {
   std::vector<std::string> frames;
   std::string output;
   RawOptions raw;
-  std::string report;
+  std::vector<std::string> reports;
   std::string maps;  // folder; empty: none
   WriteOptions write;
   bool libraryDefaults = false;
@@ -53,15 +54,6 @@ class ProgressLine {
   bool shown_;
 };
 
-std::string summary(const BurstResult& result) {
-  const auto merged = std::count_if(result.frames.begin(), result.frames.end(),
-                                    [](const FrameReport& frame) { return frame.status == ZELVAN_TESSALINE4_MERGED; });
-  char text[128];
-  std::snprintf(text, sizeof(text), "%d of %zu frames merged, base is frame %zu, %.2f s", static_cast<int>(merged),
-                result.frames.size(), result.base + 1, result.intakeSeconds + result.mergeSeconds);
-  return text;
-}
-
 void warn(const std::string& names, const std::string& what) {
   std::fprintf(stderr, "tessaline4: warning: %s: %s\n", printable(names).c_str(), printable(what).c_str());
 }
@@ -86,9 +78,12 @@ void warnOfOthers(const std::vector<std::string>& paths, const BurstResult& resu
 void merge(const MergeOptions& options) {
   checkWritable(options.output, options.write);
   std::vector<std::string> outputs = {options.output};
-  if (!options.report.empty()) {
-    checkFileWritable(options.report, options.write.existing);
-    outputs.push_back(options.report);
+  for (const std::string& report : options.reports) {
+    checkFileWritable(report, options.write.existing);
+    if (isPageName(report) && options.frames[0] == "-") {
+      throw Error(report, "such a page shows the frames, which cannot be read from standard input twice");
+    }
+    outputs.push_back(report);
   }
   if (!options.maps.empty()) {
     std::error_code failed;
@@ -102,13 +97,17 @@ void merge(const MergeOptions& options) {
   checkDistinct(outputs, options.frames);
   ProgressLine line(options.quiet);
   line.show("reading frames");
-  const auto checkSize = [&](const std::string&, int64_t width, int64_t height) {
+  const auto checkOutput = [&](const std::string&, int64_t width, int64_t height) {
     checkWritableSize(options.output, options.write, width, height);
   };
-  const Settings settings = overlay(
-      options.libraryDefaults ? Settings() : toolDefaults(options.settings.fine.value_or(1) != 0), options.settings);
-  BurstResult result = mergeFiles(
-      options.frames, options.raw.layout(), settings, checkSize, [&](const char* step, size_t done, size_t all) {
+  const Choice choice =
+      chooseSharpest(options.frames, options.raw.layout(), kMostFrames, checkOutput, [&](size_t done) {
+        line.show("choosing frames (" + std::to_string(done) + "/" + std::to_string(options.frames.size()) + ")");
+      });
+  const std::vector<std::string> files = choice.takenFiles();
+  const Settings settings = chosenSettings(options.settings, options.libraryDefaults);
+  BurstResult result =
+      mergeFiles(files, options.raw.layout(), settings, checkOutput, [&](const char* step, size_t done, size_t all) {
         line.show(std::string(step) + " (" + std::to_string(done) + "/" + std::to_string(all) + ")");
       });
   for (Metadata& metadata : result.metadata) {
@@ -121,40 +120,23 @@ void merge(const MergeOptions& options) {
   line.show("writing " + printable(outputName(options.output)));
   const std::vector<std::string> losses =
       writePicture(options.output, result.picture.planes, result.metadata[result.base], options.write);
-  if (!options.report.empty()) {
-    writeReport(options.report, options.frames, options.output, settings, result, options.write.existing);
+  for (const std::string& report : options.reports) {
+    if (isPageName(report)) {
+      orOutOfMemory(report, [&] {
+        writeReportPage(report, choice, options.raw.layout(), options.output, settings, result, options.write.existing);
+      });
+    } else {
+      writeReport(report, choice, options.output, settings, result, options.write.existing);
+    }
   }
   if (!options.maps.empty()) writeMaps(options.maps, result, options.write.existing);
-  line.finish(summary(result));
-  warnOfOthers(options.frames, result, "orientation",
+  line.finish(mergeSummary(choice, result));
+  warnOfOthers(files, result, "orientation",
                [](const Metadata& a, const Metadata& b) { return a.orientation() == b.orientation(); });
-  warnOfOthers(options.frames, result, "ICC profile",
-               [](const Metadata& a, const Metadata& b) { return a.icc == b.icc; });
+  warnOfOthers(files, result, "ICC profile", [](const Metadata& a, const Metadata& b) { return a.icc == b.icc; });
   // A stream stands for all its frames.
-  const size_t base = std::min(result.base, options.frames.size() - 1);
-  for (const std::string& loss : losses) warn(displayName(options.frames[base]), loss);
-}
-
-// The range stands in the place of the type: "--gain 0..1000".
-template <typename Field, typename T>
-CLI::Option* addRange(CLI::App& command, const char* option, Field& field, const std::string& help, T least, T most) {
-  std::ostringstream range;
-  range << least << "..";
-  if (most < std::numeric_limits<T>::max()) range << most;
-  CLI::Range check(least, most);
-  check.description("");
-  return command.add_option(option, field, help)->check(check)->type_name(range.str());
-}
-
-// "--gain" with its default: the tool's where it has one.
-template <typename T>
-void addSettings(CLI::App& command, const std::vector<Setting<T>>& table, Settings* given) {
-  static const Settings defaults = toolDefaults(true);
-  for (const Setting<T>& s : table) {
-    std::string help = s.help;
-    if (const auto& value = defaults.*s.field) help += " (default " + std::to_string(*value) + ")";
-    addRange(command, s.option, given->*s.field, help, s.least, s.most)->group("Settings");
-  }
+  const size_t base = std::min(result.base, files.size() - 1);
+  for (const std::string& loss : losses) warn(displayName(files[base]), loss);
 }
 
 }  // namespace
@@ -162,10 +144,11 @@ void addSettings(CLI::App& command, const std::vector<Setting<T>>& table, Settin
 void addMergeCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("merge", "Merge the frames of a burst into one picture");
   const auto options = std::make_shared<MergeOptions>();
-  command->footer(R"(Frames are JPEG or PNG files, raw files (with --size), or one Y4M stream from a file or
-standard input (-): 2 to 10 of them, of one size, 640x480 or larger, and in the same orientation.
-The sharpest becomes the base to which the others are aligned; a JPEG or PNG result carries its
-EXIF, XMP and ICC profile. Pixels are not rotated: EXIF tells the orientation.
+  command->footer(R"(Frames are JPEG, PNG, HEIC or AVIF files, raw files (with --size), or one Y4M stream from a file
+or standard input (-): 2 or more of them, of one size, 640x480 or larger, and in the same
+orientation. Of more than 10 files the 10 sharpest are taken. The sharpest becomes the base to which
+the others are aligned; a JPEG or PNG result carries its EXIF, XMP and ICC profile. Pixels are not
+rotated: EXIF tells the orientation.
 
 Example: tessaline4 merge IMG_*.jpg -o merged.jpg --report merged.json)");
   command->add_option("FRAME", options->frames, "Frames of the burst, or one Y4M stream")->required();
@@ -183,8 +166,12 @@ Example: tessaline4 merge IMG_*.jpg -o merged.jpg --report merged.json)");
   addNoOverwrite(*command, &options->write.existing);
   options->raw.addTo(*command);
   addRange(*command, "--quality", options->write.jpegQuality, "JPEG quality of the result (default 95)", 1, 100);
-  command->add_option("--report", options->report, "Write what became of each frame, as JSON (- for standard output)")
-      ->type_name("FILE");
+  command
+      ->add_option("--report", options->reports,
+                   "Write what became of each frame, as JSON (- for standard output) or, ending in .html, as a page to "
+                   "look at; may be given twice")
+      ->type_name("FILE")
+      ->allow_extra_args(false);
   command
       ->add_option("--report-maps", options->maps,
                    "Write maps of the fine mode: how many frames each place got, and where a frame was kept out")
@@ -194,44 +181,7 @@ Example: tessaline4 merge IMG_*.jpg -o merged.jpg --report merged.json)");
                     "Carry no EXIF and XMP over; the result shows the pixels as they lie");
   command->add_flag("--ignore-icc", options->ignoreIcc, "Carry no ICC profile over");
 
-  Settings* given = &options->settings;
-  addRange(*command, "--threads", given->threads, "Worker threads (default: one per processor)", 0, 64);
-  command->add_option("--processor-mask", given->processorMask, "Bit mask of the processors to pin threads to")
-      ->type_name("MASK");
-  command->add_flag("--library-defaults", options->libraryDefaults,
-                    "Start from the library's defaults instead of the tool's, which are chosen for looks");
-  addSettings(*command, intSettings(), given);
-  addSettings(*command, doubleSettings(), given);
-  command
-      ->add_option_function<std::vector<double>>(
-          "--sharpness-sigmas",
-          [given](const std::vector<double>& values) {
-            given->sharpnessSigmas = {values[0], values[1]};
-          },
-          "Standard deviations, in pixels, of the two blurs whose difference sharpens")
-      ->expected(2)
-      ->type_name("FINE WIDE")
-      ->group("Settings");
-  command
-      ->add_option("--luma-nr-table", given->lumaNrTable,
-                   "Brightness denoising where 0, 1, 2 ... frames agree, separated by commas")
-      ->delimiter(',')
-      ->expected(1, 33)
-      ->type_name("N,N,...")
-      ->group("Settings");
-  command
-      ->add_option("--chroma-nr-table", given->chromaNrTable,
-                   "Colour denoising where 0, 1, 2 ... frames agree, separated by commas")
-      ->delimiter(',')
-      ->expected(1, 33)
-      ->type_name("N,N,...")
-      ->group("Settings");
-  for (const auto& [level, raw] :
-       {std::pair{"--obj-blur-level", "--obj-blur-raw"}, std::pair{"--luma-nr-level", "--luma-nr-raw"},
-        std::pair{"--luma-nr-level", "--luma-nr-times"}, std::pair{"--chroma-nr-level", "--chroma-nr-raw"},
-        std::pair{"--chroma-nr-level", "--chroma-nr-times"}}) {
-    command->get_option(level)->excludes(raw);
-  }
+  addSettingOptions(*command, &options->settings, &options->libraryDefaults);
   command->callback([options] { merge(*options); });
 }
 

@@ -10,6 +10,7 @@ namespace {
 constexpr size_t kMostExtra = size_t{64} << 20;
 // Coded pixels, generously: 8 bytes a pixel before compression at most, which may double them.
 constexpr size_t kMostPerPixel = 16;
+constexpr size_t kMostHeif = size_t{1} << 28;
 constexpr size_t kPngSignature = 8;
 
 // Whether the bytes that are there agree with the beginning of text.
@@ -31,6 +32,12 @@ size_t PictureExtent::operator()(ByteView read) {
     if (const size_t wanted = detect(read); kind_ == Kind::kUnknown) return wanted;
   }
   if (kind_ == Kind::kY4m) return kY4mMagic - std::min(read.size(), kY4mMagic);
+  if (kind_ == Kind::kHeif) {
+    if (read.size() < kHeifMagic) return kHeifMagic - read.size();
+    if (!isHeif(read)) return 0;
+    if (read.size() >= kMostHeif) throw Error(name_, "damaged: longer than any HEIC or AVIF picture");
+    return kMostHeif - read.size();
+  }
   if (kind_ == Kind::kJpeg ? endsJpeg(read) : endsPng(read)) return 0;
   if (std::max(at_, read.size()) >= limit_) throw Error(name_, "damaged: it goes on past any picture of its size");
   return limit_ - read.size();
@@ -42,8 +49,11 @@ size_t PictureExtent::detect(ByteView read) {
     const char* text;
     size_t length;
   };
-  static const Beginning beginnings[] = {
-      {Kind::kJpeg, "\xFF\xD8\xFF", 3}, {Kind::kPng, "\x89PNG\r\n\x1A\n", kPngSignature}, {Kind::kY4m, "YUV4MPEG2", 9}};
+  static const Beginning beginnings[] = {{Kind::kJpeg, "\xFF\xD8\xFF", 3},
+                                         {Kind::kPng, "\x89PNG\r\n\x1A\n", kPngSignature},
+                                         // The length of a box: this one is short.
+                                         {Kind::kHeif, "\0\0\0", 3},
+                                         {Kind::kY4m, "YUV4MPEG2", 9}};
   for (const Beginning& beginning : beginnings) {
     if (!agrees(read, 0, beginning.text, beginning.length)) continue;
     if (read.size() < beginning.length) return beginning.length - read.size();

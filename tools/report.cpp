@@ -42,6 +42,21 @@ Json frameJson(const std::string& file, size_t index, const FrameReport& frame) 
   return json;
 }
 
+Json framesJson(const Choice& choice, const BurstResult& result) {
+  Json frames = Json::array();
+  const size_t count = choice.isChoice() ? choice.files.size() : result.frames.size();
+  for (size_t place = 0, next = 0; place < count; ++place) {
+    const std::string file = displayName(choice.files.size() == 1 ? choice.files[0] : choice.files.at(place));
+    if (next < result.frames.size() && choice.placeOf(next) == place) {
+      frames.push_back(frameJson(file, place, result.frames[next++]));
+    } else {
+      frames.push_back({{"file", file}, {"index", place}, {"status", notSharpestWords()}});
+    }
+    if (choice.isChoice()) frames.back()["sharpness"] = choice.sharpness[place];
+  }
+  return frames;
+}
+
 }  // namespace
 
 std::vector<std::string> mapFiles(const std::string& folder, size_t frames) {
@@ -72,8 +87,33 @@ void writeMaps(const std::string& folder, const BurstResult& result, Existing ex
   }
 }
 
-void writeReport(const std::string& path, const std::vector<std::string>& files, const std::string& output,
-                 const Settings& settings, const BurstResult& result, Existing existing) {
+const char* notSharpestWords() {
+  return "not among the sharpest";
+}
+
+std::vector<std::pair<std::string, std::string>> settingTexts(const Settings& settings) {
+  std::vector<std::pair<std::string, std::string>> texts;
+  const Json json = settingsJson(settings);
+  for (const auto& [name, value] : json.items()) texts.emplace_back(name, value.dump());
+  return texts;
+}
+
+std::string mergeSummary(const Choice& choice, const BurstResult& result) {
+  const auto merged = std::count_if(result.frames.begin(), result.frames.end(),
+                                    [](const FrameReport& frame) { return frame.status == ZELVAN_TESSALINE4_MERGED; });
+  char sharpest[64] = "";
+  if (choice.isChoice()) {
+    std::snprintf(sharpest, sizeof(sharpest), " (the sharpest of %zu)", choice.files.size());
+  }
+  char text[192];
+  std::snprintf(text, sizeof(text), "%d of %zu frames%s merged, base is frame %zu, %.2f s", static_cast<int>(merged),
+                result.frames.size(), sharpest, choice.placeOf(result.base) + 1,
+                result.intakeSeconds + result.mergeSeconds);
+  return text;
+}
+
+void writeReport(const std::string& path, const Choice& choice, const std::string& output, const Settings& settings,
+                 const BurstResult& result, Existing existing) {
   Json json;
   json["library"] = zelvan_Tessaline4_getVersion();
   json["output"] = outputName(output);
@@ -81,17 +121,13 @@ void writeReport(const std::string& path, const std::vector<std::string>& files,
   json["height"] = result.picture.planes.height;
   json["settings"] = settingsJson(settings);
   json["seconds"] = {{"intake", result.intakeSeconds}, {"merge", result.mergeSeconds}};
-  json["base"] = result.base;
+  json["base"] = choice.placeOf(result.base);
   if (result.fine) {
     const FineReport& fine = *result.fine;
     json["noise"] = {{"luma", fine.noise[0]}, {"chroma", {fine.noise[1], fine.noise[2]}}};
     json["chosen"] = {{"lumaStrength", fine.lumaStrength}, {"chromaStrength", fine.chromaStrength}};
   }
-  Json& frames = json["frames"] = Json::array();
-  for (size_t i = 0; i < result.frames.size(); ++i) {
-    const std::string& file = files.size() == result.frames.size() ? files[i] : files.at(0);
-    frames.push_back(frameJson(displayName(file), i, result.frames[i]));
-  }
+  json["frames"] = framesJson(choice, result);
   // File names need not be UTF-8.
   const std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
   writeFile(path, std::vector<uint8_t>(text.begin(), text.end()), existing);

@@ -3,17 +3,27 @@
 #define TESSALINE4_TOOLS_REPORT_H_
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "burst.h"
 #include "homography.h"
 #include "output_file.h"
+#include "sharpest.h"
 
 namespace tool {
 
-// files: where each frame of the result's burst came from; a stream is named once and stands for all frames.
-void writeReport(const std::string& path, const std::vector<std::string>& files, const std::string& output,
-                 const Settings& settings, const BurstResult& result, Existing existing);
+// "8 of 10 frames merged, base is frame 3, 0.52 s": places among all files that were given.
+std::string mergeSummary(const Choice& choice, const BurstResult& result);
+
+// Of a frame that was given and not taken.
+const char* notSharpestWords();
+// What was set, by the names of the options.
+std::vector<std::pair<std::string, std::string>> settingTexts(const Settings& settings);
+
+// choice: where the frames of the result's burst came from. Frames that were not taken are in the report, too.
+void writeReport(const std::string& path, const Choice& choice, const std::string& output, const Settings& settings,
+                 const BurstResult& result, Existing existing);
 
 // Maps of the fine mode as PNG files, a quarter as wide and high as the frames: frames.png, brighter where more frames
 // were merged, white for all; weight00.png, ... of each merged frame, dark where it was kept out. Nothing for another

@@ -46,6 +46,50 @@ inline std::vector<uint8_t> makeExif(int32_t orientation, bool thumbnail) {
   return block;
 }
 
+// What a camera tells of a shot: its model, the time as EXIF writes it with digits of a second (none: empty), the
+// exposure as a ratio of seconds, and ISO.
+struct ShotTags {
+  std::string time;
+  std::string subSeconds;
+  std::string model = "Camera";
+  uint32_t exposure[2] = {1, 100};
+  uint16_t iso = 100;
+};
+
+inline std::vector<uint8_t> makeShotExif(const ShotTags& tags, ExifByteOrder order = EXIF_BYTE_ORDER_INTEL) {
+  const ExifOwner data(exif_data_new());
+  exif_data_set_byte_order(data.get(), order);
+  const auto add = [&](ExifIfd ifd, ExifTag tag, ExifFormat format, unsigned components, unsigned bytes) {
+    ExifEntry* entry = exif_entry_new();
+    exif_content_add_entry(data->ifd[ifd], entry);
+    entry->tag = tag;
+    entry->format = format;
+    entry->components = components;
+    entry->size = bytes;
+    entry->data = static_cast<unsigned char*>(std::calloc(bytes, 1));
+    exif_entry_unref(entry);
+    return entry->data;
+  };
+  const auto addText = [&](ExifIfd ifd, ExifTag tag, const std::string& text) {
+    if (text.empty()) return;
+    const auto bytes = static_cast<unsigned>(text.size() + 1);
+    std::memcpy(add(ifd, tag, EXIF_FORMAT_ASCII, bytes, bytes), text.c_str(), bytes);
+  };
+  addText(EXIF_IFD_0, EXIF_TAG_MAKE, "Maker ");
+  addText(EXIF_IFD_0, EXIF_TAG_MODEL, tags.model);
+  addText(EXIF_IFD_EXIF, EXIF_TAG_DATE_TIME_ORIGINAL, tags.time);
+  addText(EXIF_IFD_EXIF, EXIF_TAG_SUB_SEC_TIME_ORIGINAL, tags.subSeconds);
+  exif_set_rational(add(EXIF_IFD_EXIF, EXIF_TAG_EXPOSURE_TIME, EXIF_FORMAT_RATIONAL, 1, 8), order,
+                    {tags.exposure[0], tags.exposure[1]});
+  exif_set_short(add(EXIF_IFD_EXIF, EXIF_TAG_ISO_SPEED_RATINGS, EXIF_FORMAT_SHORT, 1, 2), order, tags.iso);
+  unsigned char* saved = nullptr;
+  unsigned size = 0;
+  exif_data_save_data(data.get(), &saved, &size);
+  const std::vector<uint8_t> block(saved + 6, saved + size);
+  std::free(saved);
+  return block;
+}
+
 inline ExifOwner parseExif(const std::vector<uint8_t>& block) {
   std::vector<uint8_t> segment = {'E', 'x', 'i', 'f', 0, 0};
   segment.insert(segment.end(), block.begin(), block.end());
