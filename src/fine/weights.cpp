@@ -116,14 +116,17 @@ double lineError(const DriftLine& line, const DriftSquare& square, int32_t chann
 // usual: the gain where the squares have no range.
 void refit(DriftLine* line, const DriftSquare* squares, int32_t count, int32_t channel, double usual, double variance,
            const LineStep& step) {
-  constexpr double kPrior = 4.0;  // squared levels
+  // In squared levels; where colours spread no further than their noise, that tells no gain.
+  const double prior = 4.0 + 2.0 * variance;
+  // Cutting into the noise would bend its moments.
+  const double limit = std::max(step.limit, 2.5 * (variance > 0.0 ? RawDouble_sqrt(2.0 * variance) : 0.0));
   double n = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
   for (int32_t i = 0; i < count; ++i) {
     const double size = lineError(*line, squares[i], channel);
-    if (size > 3 * step.limit) continue;
+    if (size > 3 * limit) continue;
     const double x = squares[i].frame[channel] * kSquareUnit;
     const double change = squares[i].base[channel] * kSquareUnit - x;
-    const double w = size < step.limit ? 1.0 : step.limit / size;
+    const double w = size < limit ? 1.0 : limit / size;
     n += w;
     sx += w * x;
     sy += w * change;
@@ -135,7 +138,7 @@ void refit(DriftLine* line, const DriftSquare* squares, int32_t count, int32_t c
   if (step.bends) {
     const double spread = sxx - sx * sx / n - n * variance;
     const double common = sxy - sx * sy / n + n * variance;
-    line->gain = (common + n * kPrior * usual) / ((spread > 0.0 ? spread : 0.0) + n * kPrior);
+    line->gain = (common + n * prior * usual) / ((spread > 0.0 ? spread : 0.0) + n * prior);
   }
   line->offset = (sy - line->gain * sx) / n;
 }
