@@ -180,7 +180,8 @@ def _plan(options: argparse.Namespace, failures: list[tuple[str, str]]) -> list[
     how = f"runs of {options.count}" if options.count else f"gap {_duration(gap)}"
     if options.gap is None and not options.count:
         how += ", found from their times"
-    print(f"{_counted(len(photos), 'photo')}: {_counted(len(bursts), 'burst')}, {_counted(len(singles), 'single')} ({how})")
+    found = f"{_counted(len(photos), 'photo')}: {_counted(len(bursts), 'burst')}, {_counted(len(singles), 'single')}"
+    print(f"{found} ({how})")
     for _, reason in unread:
         print(reason, file=sys.stderr)
     settings = {
@@ -202,7 +203,8 @@ def _plan(options: argparse.Namespace, failures: list[tuple[str, str]]) -> list[
         for i, (job, burst) in enumerate(zip(jobs, bursts)):
             there = job.existing()
             seconds = _duration((burst[-1].time - burst[0].time) * 1e-6)
-            print(f"burst {i + 1}: {_counted(len(burst), 'photo')} in {seconds}{f', done: {there.name}' if there else ''}")
+            state = f", done: {there.name}" if there else ""
+            print(f"burst {i + 1}: {_counted(len(burst), 'photo')} in {seconds}{state}")
             print(*(f"  {path}" for path in job.paths), sep="\n")
         if singles:
             print("left alone:", *(f"  {photo.path}" for photo in singles), sep="\n")
