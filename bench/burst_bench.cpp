@@ -4,6 +4,8 @@
 //   tessaline4_bench                      both sizes, all processors
 //   tessaline4_bench --workers=1          with one worker
 //   tessaline4_bench --cpu=avx2           with the row functions of that level: plain, avx2, avx512
+//   tessaline4_bench --once=640x480       one burst by the library's road and one by the fine mode, nothing measured:
+//                                         for tools that watch a process
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
@@ -222,11 +224,26 @@ bool forceLevel(const char* name) {
   return false;
 }
 
+// Both roads, once.
+bool runOnce(const char* size) {
+  char* rest = nullptr;
+  const auto width = static_cast<int32_t>(std::strtol(size, &rest, 10));
+  const auto height = *rest == 'x' ? static_cast<int32_t>(std::strtol(rest + 1, &rest, 10)) : 0;
+  if (*rest != 0 || width < 64 || height < 64) return false;
+  for (const int32_t fine : {0, 1}) {
+    Run run(width, height, fine == 0, fine);
+    run.intake();
+    Run::check(zelvan_Tessaline4_getResult(&run.handle));
+  }
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   if (const char* count = takeOption(&argc, argv, "--workers=")) workers = std::atoi(count);
   if (const char* level = takeOption(&argc, argv, "--cpu="); level != nullptr && !forceLevel(level)) return 1;
+  if (const char* size = takeOption(&argc, argv, "--once=")) return runOnce(size) ? 0 : 1;
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();
