@@ -245,7 +245,7 @@ Status makeMapBase(Burst* burst) {
   fillMesh(&mesh, burst->crop, nullptr, kMapLevel, luma.width, luma.height);
   for (int32_t y = 0; y < luma.height; ++y) {
     for (const auto& [from, to] : {std::pair{&luma, &burst->mapLuma}, std::pair{&colour, &burst->mapColour}}) {
-      sampleRow(row.data(), *samplersBest(), true, *from, mesh, y, luma.width);
+      sampleRow(row.data(), *from, mesh, y, luma.width);
       const int32_t bytes = from == &luma ? luma.width : 2 * luma.width;
       for (int32_t x = 0; x < bytes; ++x) {
         imageRow(to, y)[x] = clampByte((row[static_cast<size_t>(x)] + 8192 + 32) >> 6);
@@ -270,7 +270,7 @@ Status weighFrame(Burst* b, const WeightBase& base, int32_t k) {
   if (!nodes) return ZELVAN_ERROR_NOMEM;
   Mesh mesh = {0, 0, nodes.data()};
   fillMesh(&mesh, resultMotion(*b, b->order[k]), fieldOf(frame), kMapLevel, map.width, map.height, &b->crop);
-  const WeightInput input = {&base, &frame.pyramid, &mesh, samplersBest(), b->settings.strictness};
+  const WeightInput input = {&base, &frame.pyramid, &mesh, b->settings.strictness};
   return makeWeights(&frame.weights, &frame.drift, &frame.share, b->env, input);
 }
 
@@ -298,7 +298,7 @@ Status measureNoise(Burst* burst) {
     ++count;
   }
   if (count == 0) return estimateAlone(&burst->noise, env, base.image, base.pyramid);
-  return estimateNoise(&burst->noise, env, *samplersBest(), pairs, count);
+  return estimateNoise(&burst->noise, env, pairs, count);
 }
 
 // How sharp a frame is by the base, over what both show: a motion brings other things into view.

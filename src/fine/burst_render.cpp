@@ -70,9 +70,6 @@ void fillFusion(Fusion* fusion, const Burst& burst) {
   *fusion = {};
   fusion->env = burst.env;
   fusion->pel = burst.pel;
-  fusion->samplers = samplersBest();
-  fusion->dct = dctRowsBest();
-  fusion->cubic = true;
   fusion->baseMoves = burst.cropped != 0;
   fusion->mapLuma = &burst.mapLuma;
   fusion->left = &burst.left;

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
+#include "base/cpu_level.h"
+
 namespace fine {
 namespace {
-
-#define ALWAYS_INLINE [[gnu::always_inline]] inline
 
 ALWAYS_INLINE int16_t mulRound(int16_t a, int16_t b) {
   return static_cast<int16_t>((((int32_t{a} * b) >> 14) + 1) >> 1);
@@ -162,8 +162,8 @@ ALWAYS_INLINE void addRow(int16_t* __restrict out, const int16_t* __restrict row
   for (int32_t x = 0; x < count; ++x) out[x] = add(out[x], row[x]);
 }
 
-ALWAYS_INLINE void shrinkBlocks(int16_t* out, const int16_t* in, const int16_t* sigma, const ShrinkTable& table,
-                                int32_t width) {
+ALWAYS_INLINE void shrinkBody(int16_t* out, const int16_t* in, const int16_t* sigma, const ShrinkTable& table,
+                              int32_t width) {
   const int32_t stride = dctStride(width);
   const int32_t items = stride / 4;
   const int32_t blocks = items - 1;
@@ -190,32 +190,12 @@ ALWAYS_INLINE void shrinkBlocks(int16_t* out, const int16_t* in, const int16_t* 
   }
 }
 
-#define DCT_VARIANT(suffix, target)                                                                            \
-  target void shrink_##suffix(int16_t* out, const int16_t* in, const int16_t* sigma, const ShrinkTable& table, \
-                              int32_t width) {                                                                 \
-    shrinkBlocks(out, in, sigma, table, width);                                                                \
-  }                                                                                                            \
-  constexpr DctRows kDctRows_##suffix = {#suffix, shrink_##suffix};
-
-DCT_VARIANT(plain, )
-#if defined(__x86_64__)
-DCT_VARIANT(avx2, [[gnu::target("avx2")]])
-#endif
+constexpr CpuRow<shrinkBody> kShrink;
 
 }  // namespace
 
-const DctRows* dctRowsAt(int32_t index) {
-  if (index == 0) return &kDctRows_plain;
-#if defined(__x86_64__)
-  if (index == 1 && __builtin_cpu_supports("avx2")) return &kDctRows_avx2;
-#endif
-  return nullptr;
-}
-
-const DctRows* dctRowsBest() {
-  const DctRows* best = dctRowsAt(0);
-  for (int32_t i = 1; dctRowsAt(i) != nullptr; ++i) best = dctRowsAt(i);
-  return best;
+void shrinkBlocks(int16_t* out, const int16_t* in, const int16_t* sigma, const ShrinkTable& table, int32_t width) {
+  kShrink(out, in, sigma, table, width);
 }
 
 }  // namespace fine

@@ -33,15 +33,7 @@ inline constexpr int32_t kDctSlack = 160;
 
 // One row of blocks: in is the first of eight padded rows. out: eight padded rows that the results are added to.
 // sigma: of each block, 128 x the standard deviation of a pixel; dctStride(width) / 4 - 1 blocks.
-using ShrinkBlocks = void (*)(int16_t* out, const int16_t* in, const int16_t* sigma, const ShrinkTable& table,
-                              int32_t width);
-
-struct DctRows {
-  const char* name;
-  ShrinkBlocks shrink;
-};
-const DctRows* dctRowsAt(int32_t index);  // the first is the plain one; null behind the last that runs here
-const DctRows* dctRowsBest();
+void shrinkBlocks(int16_t* out, const int16_t* in, const int16_t* sigma, const ShrinkTable& table, int32_t width);
 
 }  // namespace fine
 

@@ -5,16 +5,13 @@
 
 #include "base/integer.h"
 #include "base/scoped.h"
+#include "fine/fusion_rows.h"
 #include "parallel/pel_kernel.h"
 
 namespace fine {
 namespace {
 
 constexpr int32_t kHalo = 4;  // rows of a block beyond a band
-
-int16_t mulRound(int16_t a, int16_t b) {
-  return static_cast<int16_t>((((int32_t{a} * b) >> 14) + 1) >> 1);
-}
 
 // Scratch of one worker.
 struct Worker {
@@ -69,78 +66,45 @@ bool shareRow(Worker* w, const Image& shares, int32_t y, int32_t factor, int32_t
   const int32_t f = p - j * 2 * factor;
   const uint16_t* a = imageRow<uint16_t>(&shares, clampInt(j, 0, shares.height - 1));
   const uint16_t* b = imageRow<uint16_t>(&shares, clampInt(j + 1, 0, shares.height - 1));
-  const int32_t shift = factor == 4 ? 3 : 2;
   uint16_t* line = w->line + 1;
-  uint32_t any = 0;
-  for (int32_t x = 0; x < shares.width; ++x) {
-    line[x] = static_cast<uint16_t>((a[x] * (2 * factor - f) + b[x] * f) >> shift);
-    any |= line[x];
-  }
-  if (any == 0) return false;
+  if (kBetween(line, a, b, f * 4 / factor, shares.width) == 0) return false;
   line[-1] = line[0];
   line[shares.width] = line[shares.width - 1];
   int16_t* out = w->weights;
   const int32_t whole = std::min(width / factor, shares.width);
   if (factor == 4) {
-    for (int32_t x = 0; x < whole; ++x) {
-      out[4 * x] = static_cast<int16_t>((3 * line[x - 1] + 5 * line[x]) >> 3);
-      out[4 * x + 1] = static_cast<int16_t>((line[x - 1] + 7 * line[x]) >> 3);
-      out[4 * x + 2] = static_cast<int16_t>((7 * line[x] + line[x + 1]) >> 3);
-      out[4 * x + 3] = static_cast<int16_t>((5 * line[x] + 3 * line[x + 1]) >> 3);
-    }
+    kStretchBy4(out, line, whole);
   } else {
-    for (int32_t x = 0; x < whole; ++x) {
-      const auto left = static_cast<int16_t>((line[x - 1] + 3 * line[x]) >> 2);
-      const auto right = static_cast<int16_t>((3 * line[x] + line[x + 1]) >> 2);
-      out[4 * x] = left;
-      out[4 * x + 1] = left;
-      out[4 * x + 2] = right;
-      out[4 * x + 3] = right;
-    }
+    kStretchBy2(out, line, whole);
   }
   const int32_t made = whole * factor * channels;
   for (int32_t x = made; x < width * channels; ++x) out[x] = made > 0 ? out[made - 1] : 0;
   return true;
 }
 
-void addFrame(int16_t* __restrict sum, const int16_t* __restrict base, const int16_t* __restrict sample,
-              const int16_t* __restrict weights, int32_t count) {
-  for (int32_t x = 0; x < count; ++x) {
-    sum[x] = static_cast<int16_t>(sum[x] + mulRound(static_cast<int16_t>(sample[x] - base[x]), weights[x]));
-  }
-}
-
-void undrift(int16_t* __restrict s, int16_t gain0, int16_t offset0, int16_t gain1, int16_t offset1, int32_t count) {
-  for (int32_t x = 0; x < count; x += 2) {
-    s[x] = static_cast<int16_t>(s[x] + mulRound(s[x], gain0) + offset0);
-    s[x + 1] = static_cast<int16_t>(s[x + 1] + mulRound(s[x + 1], gain1) + offset1);
-  }
-}
-
 bool drifts(const Drift& d, int32_t channel) {
   return d.gain[channel] != 0 || d.offset[channel] != 0;
-}
-
-void centre(int16_t* __restrict out, const uint8_t* __restrict row, int32_t count) {
-  for (int32_t x = 0; x < count; ++x) out[x] = static_cast<int16_t>((row[x] - 128) * 64);
 }
 
 // Row y of luma, width samples of 1/64.
 void mergeLumaRow(int16_t* sum, const Fusion& f, Worker* w, int32_t y, int32_t width) {
   const FusionFrame& base = f.frames[0];
   if (f.baseMoves) {
-    sampleRow(w->base, *f.samplers, f.cubic, base.luma, base.mesh, y, width);
+    sampleRow(w->base, base.luma, base.mesh, y, width);
   } else {
-    centre(w->base, imageRow(&base.luma, y), width);
+    kCentre(w->base, imageRow(&base.luma, y), width);
   }
   std::memcpy(sum, w->base, static_cast<size_t>(width) * sizeof(int16_t));
   for (int32_t i = 1; i < f.count; ++i) {
     const FusionFrame& frame = f.frames[i];
     if (!shareRow(w, *frame.shares, y, 4, width, 1)) continue;
-    sampleRow(w->sample, *f.samplers, f.cubic, frame.luma, frame.mesh, y, width);
+    sampleRow(w->sample, frame.luma, frame.mesh, y, width);
     const Drift& d = frame.drift;
-    if (drifts(d, 0)) undrift(w->sample, d.gain[0], d.offset[0], d.gain[0], d.offset[0], width);
-    addFrame(sum, w->base, w->sample, w->weights, width);
+    if (drifts(d, 0)) {
+      const int16_t gain[2] = {d.gain[0], d.gain[0]}, offset[2] = {d.offset[0], d.offset[0]};
+      kUndrift(w->sample, gain, offset, width);
+    }
+    kAddFrame(sum, w->base, w->sample, w->weights, width);
   }
 }
 
@@ -148,20 +112,18 @@ void mergeLumaRow(int16_t* sum, const Fusion& f, Worker* w, int32_t y, int32_t w
 void mergeChromaRow(int16_t* sum, const Fusion& f, Worker* w, int32_t y, int32_t width) {
   const FusionFrame& base = f.frames[0];
   if (f.baseMoves) {
-    sampleChroma(w->base, *f.samplers, f.cubic, base.pairs, base.mesh, y, width);
+    sampleChroma(w->base, base.pairs, base.mesh, y, width);
   } else {
-    centre(w->base, imageRow(&base.pairs, y), 2 * width);
+    kCentre(w->base, imageRow(&base.pairs, y), 2 * width);
   }
   std::memcpy(sum, w->base, static_cast<size_t>(width) * 2 * sizeof(int16_t));
   for (int32_t i = 1; i < f.count; ++i) {
     const FusionFrame& frame = f.frames[i];
     if (!shareRow(w, *frame.shares, y, 2, width, 2)) continue;
-    sampleChroma(w->sample, *f.samplers, f.cubic, frame.pairs, frame.mesh, y, width);
+    sampleChroma(w->sample, frame.pairs, frame.mesh, y, width);
     const Drift& d = frame.drift;
-    if (drifts(d, 1) || drifts(d, 2)) {
-      undrift(w->sample, d.gain[1], d.offset[1], d.gain[2], d.offset[2], 2 * width);
-    }
-    addFrame(sum, w->base, w->sample, w->weights, 2 * width);
+    if (drifts(d, 1) || drifts(d, 2)) kUndrift(w->sample, d.gain + 1, d.offset + 1, 2 * width);
+    kAddFrame(sum, w->base, w->sample, w->weights, 2 * width);
   }
 }
 
@@ -199,37 +161,6 @@ void fillRoots(uint8_t* roots) {
 int32_t half8(int32_t y) {
   return 3 + (y & 1);
 }
-void narrow(int16_t* __restrict to, const int16_t* __restrict from, int32_t count, int32_t half) {
-  for (int32_t x = 0; x < count; ++x) to[x] = static_cast<int16_t>((from[x] + half) >> 3);
-}
-void narrowPairs(int16_t* __restrict a, int16_t* __restrict b, const int16_t* __restrict from, int32_t count,
-                 int32_t half) {
-  for (int32_t x = 0; x < count; ++x) {
-    a[x] = static_cast<int16_t>((from[2 * x] + half) >> 3);
-    b[x] = static_cast<int16_t>((from[2 * x + 1] + half) >> 3);
-  }
-}
-void storeFrom64(uint8_t* __restrict to, const int16_t* __restrict from, int32_t count) {
-  for (int32_t x = 0; x < count; ++x) {
-    const int32_t v = (from[x] + 8192 + 32) >> 6;
-    to[x] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
-  }
-}
-void storeFrom8(uint8_t* __restrict to, const int16_t* __restrict from, int32_t count, int32_t half) {
-  for (int32_t x = 0; x < count; ++x) {
-    const int32_t v = (from[x] + 1024 + half) >> 3;
-    to[x] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
-  }
-}
-void storePairsFrom8(uint8_t* __restrict to, const int16_t* __restrict a, const int16_t* __restrict b, int32_t count,
-                     int32_t half) {
-  for (int32_t x = 0; x < count; ++x) {
-    const int32_t u = (a[x] + 1024 + half) >> 3;
-    const int32_t v = (b[x] + 1024 + half) >> 3;
-    to[2 * x] = static_cast<uint8_t>(u < 0 ? 0 : u > 255 ? 255 : u);
-    to[2 * x + 1] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
-  }
-}
 
 // Repeats the first and the last sample of a padded row.
 void padRow(int16_t* row, int32_t width, int32_t stride) {
@@ -245,8 +176,8 @@ void shrinkBand(const Fusion& f, const FusionShrink& shrink, const uint8_t* root
   std::memset(result, 0, static_cast<size_t>(all) * static_cast<size_t>(stride) * sizeof(int16_t));
   for (int32_t j = 0; j + 8 <= all; j += 4) {
     sigmaRow(w->sigma, f, shrink, roots, y0 - kHalo + j, cell, stride / 4 - 1);
-    f.dct->shrink(result + static_cast<ptrdiff_t>(j) * stride, band + static_cast<ptrdiff_t>(j) * stride, w->sigma,
-                  shrink.table, width);
+    shrinkBlocks(result + static_cast<ptrdiff_t>(j) * stride, band + static_cast<ptrdiff_t>(j) * stride, w->sigma,
+                 shrink.table, width);
   }
 }
 
@@ -267,7 +198,7 @@ void lumaBand(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
   if (!shrink.on) {
     for (int32_t y = y0; y < y1; ++y) {
       mergeLumaRow(w->band, f, w, y, width);
-      storeFrom64(imageRow(job.output, y), w->band, width);
+      kStoreFrom64(imageRow(job.output, y), w->band, width);
     }
     return;
   }
@@ -281,13 +212,13 @@ void lumaBand(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
       continue;
     }
     mergeLumaRow(w->result, f, w, std::max(y, 0), width);
-    narrow(row + kDctPad, w->result, width, half8(y));
+    kNarrow(row + kDctPad, w->result, width, half8(y));
     padRow(row, width, stride);
   }
   shrinkBand(f, shrink, job.roots, w->band, w->result, w, y0, rows, width, 4);
   for (int32_t y = y0; y < y1; ++y) {
-    storeFrom8(imageRow(job.output, y), w->result + static_cast<ptrdiff_t>(y - y0 + kHalo) * stride + kDctPad, width,
-               half8(y));
+    kStoreFrom8(imageRow(job.output, y), w->result + static_cast<ptrdiff_t>(y - y0 + kHalo) * stride + kDctPad, width,
+                half8(y));
   }
 }
 
@@ -309,7 +240,7 @@ void chromaBand(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
   if (!f.shrink[1].on && !f.shrink[2].on) {
     for (int32_t y = y0; y < y1; ++y) {
       mergeChromaRow(w->band, f, w, y, width);
-      storeFrom64(imageChromaRow(job.output, y), w->band, 2 * width);
+      kStoreFrom64(imageChromaRow(job.output, y), w->band, 2 * width);
       finishChromaRow(job, imageChromaRow(job.output, y), width);
     }
     return;
@@ -326,7 +257,7 @@ void chromaBand(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
       continue;
     }
     mergeChromaRow(w->result, f, w, std::max(y, 0), width);
-    narrowPairs(row + kDctPad, row + plane + kDctPad, w->result, width, half8(y));
+    kNarrowPairs(row + kDctPad, row + plane + kDctPad, w->result, width, half8(y));
     padRow(row, width, stride);
     padRow(row + plane, width, stride);
   }
@@ -335,7 +266,7 @@ void chromaBand(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
   }
   for (int32_t y = y0; y < y1; ++y) {
     const int16_t* from = w->result + static_cast<ptrdiff_t>(y - y0 + kHalo) * stride + kDctPad;
-    storePairsFrom8(imageChromaRow(job.output, y), from, from + plane, width, half8(y));
+    kStorePairsFrom8(imageChromaRow(job.output, y), from, from + plane, width, half8(y));
     finishChromaRow(job, imageChromaRow(job.output, y), width);
   }
 }

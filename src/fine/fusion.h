@@ -36,9 +36,6 @@ struct FusionShrink {
 struct Fusion {
   Env* env;
   Pel* pel;
-  const Samplers* samplers;
-  const DctRows* dct;
-  bool cubic;
   bool baseMoves;  // the base is sampled through its mesh, too
   int32_t count;   // frames, the base first
   FusionFrame frames[kMostFrames];

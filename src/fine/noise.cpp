@@ -71,7 +71,7 @@ float typicalLevel(const NoiseCurve& curve, Windows windows) {
 }
 
 // Windows of the full-size frames on a grid. scale: variance of one frame by that of the difference.
-void collectFull(Windows* out, const Samplers& samplers, const NoisePair& pair, int32_t most) {
+void collectFull(Windows* out, const NoisePair& pair, int32_t most) {
   const Image& base = *pair.base;
   ScopedImage luma(base.env), pairs(base.env);
   Image_initSubImageY(&luma, pair.frame, 0, 0, base.width, base.height);
@@ -92,14 +92,14 @@ void collectFull(Windows* out, const Samplers& samplers, const NoisePair& pair, 
       int32_t brightness = 0;
       for (int32_t j = 0; j < kFullWindow; ++j) {
         int16_t samples[2 * kFullWindow + kSampleSlack];
-        sampleWindowRow(samples, samplers, luma, *pair.mesh, left, y + j, kFullWindow, false);
+        sampleWindowRow(samples, luma, *pair.mesh, left, y + j, kFullWindow, false);
         const uint8_t* row = imageRow(&base, y + j) + left;
         for (int32_t i = 0; i < kFullWindow; ++i) {
           sums[0].add(samples[i] - (row[i] - 128) * 64);
           shown.add(samples[i] + (row[i] - 128) * 64);
           brightness += row[i];
         }
-        sampleWindowRow(samples, samplers, pairs, *pair.mesh, left / 2, y / 2 + j, kFullWindow, true);
+        sampleWindowRow(samples, pairs, *pair.mesh, left / 2, y / 2 + j, kFullWindow, true);
         const uint8_t* chroma = imageChromaRow(&base, y / 2 + j) + left / 2 * 2;
         for (int32_t i = 0; i < 2 * kFullWindow; ++i) sums[1 + i % 2].add(samples[i] - (chroma[i] - 128) * 64);
       }
@@ -113,7 +113,7 @@ void collectFull(Windows* out, const Samplers& samplers, const NoisePair& pair, 
   }
 }
 
-void collectMap(Windows* out, const Samplers& samplers, const NoisePair& pair, int32_t most) {
+void collectMap(Windows* out, const NoisePair& pair, int32_t most) {
   const Image& base = pair.basePyramid->level[kMapLevel];
   const Image& colour = pair.basePyramid->colour;
   const Image& frame = pair.framePyramid->level[kMapLevel];
@@ -131,14 +131,14 @@ void collectMap(Windows* out, const Samplers& samplers, const NoisePair& pair, i
       int32_t brightness = 0;
       for (int32_t j = 0; j < kMapWindow; ++j) {
         int16_t samples[2 * kMapWindow + kSampleSlack];
-        sampleWindowRow(samples, samplers, frame, *pair.mapMesh, x, y + j, kMapWindow, false);
+        sampleWindowRow(samples, frame, *pair.mapMesh, x, y + j, kMapWindow, false);
         const uint8_t* row = imageRow(&base, y + j) + x;
         for (int32_t i = 0; i < kMapWindow; ++i) {
           sums[0].add(samples[i] - (row[i] - 128) * 64);
           shown.add(samples[i] + (row[i] - 128) * 64);
           brightness += row[i];
         }
-        sampleWindowRow(samples, samplers, pair.framePyramid->colour, *pair.mapMesh, x, y + j, kMapWindow, false);
+        sampleWindowRow(samples, pair.framePyramid->colour, *pair.mapMesh, x, y + j, kMapWindow, false);
         const uint8_t* chroma = imageRow(&colour, y + j) + 2 * x;
         for (int32_t i = 0; i < 2 * kMapWindow; ++i) sums[1 + i % 2].add(samples[i] - (chroma[i] - 128) * 64);
       }
@@ -165,13 +165,13 @@ double noiseColour(const Noise& noise, int32_t channel) {
   return full > 0.0 ? std::max(1.0, area * map / full) : 1.0;
 }
 
-Status estimateNoise(Noise* noise, Env* env, const Samplers& samplers, const NoisePair* pairs, int32_t count) {
+Status estimateNoise(Noise* noise, Env* env, const NoisePair* pairs, int32_t count) {
   *noise = {};
   const ScopedBlock<Window> items(env, kMostWindows);
   const ScopedBlock<float> scratch(env, kMostWindows);
   if (!items || !scratch) return ZELVAN_ERROR_NOMEM;
   Windows windows = {items.data(), 0};
-  for (int32_t i = 0; i < count; ++i) collectFull(&windows, samplers, pairs[i], kMostWindows / count);
+  for (int32_t i = 0; i < count; ++i) collectFull(&windows, pairs[i], kMostWindows / count);
   keepFlattest(&windows, kFlattest, scratch.data());
   NoiseCurve alone = {};
   if (count > 0) {
@@ -185,7 +185,7 @@ Status estimateNoise(Noise* noise, Env* env, const Samplers& samplers, const Noi
     noise->level[c] = typicalLevel(noise->full[c], windows);
   }
   windows.count = 0;
-  for (int32_t i = 0; i < count; ++i) collectMap(&windows, samplers, pairs[i], kMostWindows / count);
+  for (int32_t i = 0; i < count; ++i) collectMap(&windows, pairs[i], kMostWindows / count);
   keepFlattest(&windows, kFlattest, scratch.data());
   for (int32_t c = 0; c < 3; ++c) {
     fitCurve(&noise->map[c], windows, c, 0.5, kMapRatio, scratch.data());

@@ -40,7 +40,7 @@ struct NoisePair {
 double noiseColour(const Noise& noise, int32_t channel);
 
 // ZELVAN_ERROR_NOMEM. count 0: the curves of estimateAlone.
-Status estimateNoise(Noise* noise, Env* env, const Samplers& samplers, const NoisePair* pairs, int32_t count);
+Status estimateNoise(Noise* noise, Env* env, const NoisePair* pairs, int32_t count);
 // Of one frame: from the flattest windows of its luma and chroma, after the local mean. Texture everywhere counts as
 // noise.
 Status estimateAlone(Noise* noise, Env* env, const Image& frame, const Pyramid& pyramid);

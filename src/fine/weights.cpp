@@ -449,9 +449,9 @@ Status makeWeights(Image* map, Drift* drift, float* share, Env* env, const Weigh
     return plane + static_cast<size_t>(y) * static_cast<size_t>(width);
   };
   for (int32_t y = 0; y < height; ++y) {
-    sampleRow(rowOf(laid.luma, y), *input.samplers, true, input.frame->level[kMapLevel], *input.mapMesh, y, width);
-    sampleRow(laid.pairs + 2 * static_cast<size_t>(y) * static_cast<size_t>(width), *input.samplers, true,
-              input.frame->colour, *input.mapMesh, y, width);
+    sampleRow(rowOf(laid.luma, y), input.frame->level[kMapLevel], *input.mapMesh, y, width);
+    sampleRow(laid.pairs + 2 * static_cast<size_t>(y) * static_cast<size_t>(width), input.frame->colour, *input.mapMesh,
+              y, width);
     coverRow(rowOf(laid.covered, y), *input.mapMesh, y, width, height);
   }
   {

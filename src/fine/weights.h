@@ -46,7 +46,6 @@ struct WeightInput {
   const WeightBase* base;
   const Pyramid* frame;
   const Mesh* mapMesh;
-  const Samplers* samplers;
   double strictness;  // 1: as described; larger: what differs less is kept out
 };
 

@@ -8,6 +8,7 @@
 #include <memory>
 #include <random>
 
+#include "support/cpu_levels.h"
 #include "support/test_arena.h"
 #include "support/test_image.h"
 #include "support/test_pel.h"
@@ -32,9 +33,6 @@ class Scene {
         left_(map_.width, map_.height, IMAGE_UINT8),
         shares_(map_.width, map_.height, IMAGE_UINT16, 1, 6) {
     fusion_.env = arena_.env();
-    fusion_.samplers = samplersBest();
-    fusion_.dct = dctRowsBest();
-    fusion_.cubic = true;
     fusion_.count = static_cast<int32_t>(motions.size());
     fusion_.mapLuma = &map_;
     fusion_.left = &left_;
@@ -79,10 +77,6 @@ class Scene {
       for (uint16_t& v : shrink.byLuma) v = static_cast<uint16_t>(128 * sigma);
       for (int32_t i = 1; i < 64; ++i) shrink.table.threshold[i / 8][i % 8] = static_cast<int16_t>(2048 * strength);
     }
-  }
-  void tables(int32_t index) {
-    fusion_.samplers = samplersAt(index) != nullptr ? samplersAt(index) : samplersBest();
-    fusion_.dct = dctRowsAt(index) != nullptr ? dctRowsAt(index) : dctRowsBest();
   }
   std::unique_ptr<TestImage> fused(Pel* pel = nullptr, uint32_t seed = 9) {
     auto out = std::make_unique<TestImage>(width_, height_, IMAGE_YVU420_SEMIPLANAR, seed);
@@ -162,22 +156,21 @@ TEST(FineFusion, AShiftedFrameComesBack) {
   }
 }
 
-TEST(FineFusion, BytesDependOnNeitherWorkersNorTablesNorWhatWasThere) {
+TEST(FineFusion, BytesDependOnNeitherWorkersNorLevelNorWhatWasThere) {
   for (const auto& size : kSizes) {
     Scene scene(size.width, size.height,
                 {shift(0, 0), shift(1.3, -2.6), {{1.01, 0.02, -3, -0.02, 0.99, 4, 0, 0, 1}, {}}}, hashed);
     for (const bool shrinks : {false, true}) {
       if (shrinks) scene.shrinkBy(1.5, 20);
-      scene.tables(0);
-      const auto expected = scene.fused();
-      for (int32_t index = 1; index < 3; ++index) {
-        scene.tables(index);
-        for (const int32_t workers : {1, 2, 3, 8}) {
+      std::unique_ptr<TestImage> expected;
+      test::atEveryLevel([&](CpuLevel level) {
+        if (level == CPU_PLAIN) expected = scene.fused();
+        for (const int32_t workers : {1, 2, 8}) {
           const TestPel pel(workers);
-          const auto out = scene.fused(pel.get(), static_cast<uint32_t>(10 * workers + index));
-          ASSERT_EQ(worstDifference(*out, *expected), 0) << size.width << ", " << workers << " workers, " << index;
+          const auto out = scene.fused(pel.get(), static_cast<uint32_t>(10 * workers + level));
+          ASSERT_EQ(worstDifference(*out, *expected), 0) << size.width << ", " << workers << " workers, " << level;
         }
-      }
+      });
     }
   }
 }

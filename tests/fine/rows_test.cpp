@@ -7,6 +7,7 @@
 
 #include "fine/dct_shrink.h"
 #include "fine/sampler.h"
+#include "support/cpu_levels.h"
 #include "support/test_arena.h"
 #include "support/test_image.h"
 
@@ -20,28 +21,39 @@ std::vector<uint8_t> bytes(size_t count, uint32_t seed, bool extreme) {
   return out;
 }
 
-TEST(FineSampler, TablesAgreeWithThePlainOne) {
-  const Samplers& plain = *samplersAt(0);
-  for (int32_t index = 1; samplersAt(index) != nullptr; ++index) {
-    const Samplers& tuned = *samplersAt(index);
-    for (int32_t count = 1; count <= 200; ++count) {
-      for (const bool extreme : {false, true}) {
-        const std::vector<uint8_t> rows = bytes(4 * 512, static_cast<uint32_t>(count), extreme);
-        std::mt19937 random(static_cast<uint32_t>(count));
-        SampleRun run;
-        for (size_t i = 0; i < 4; ++i) run.rows[i] = rows.data() + 512 * i;
-        run.fx = random() & 0x7fff;
-        run.fy = random() & 0x7fff;
-        run.dx = static_cast<uint16_t>(random());
-        run.dy = static_cast<uint16_t>(random());
-        for (const int channels : {1, 2}) {
-          for (const bool cubic : {false, true}) {
-            std::vector<int16_t> a(512), b(512);
-            (cubic ? plain.cubic : plain.bilinear)[channels - 1](a.data(), run, count);
-            (cubic ? tuned.cubic : tuned.bilinear)[channels - 1](b.data(), run, count);
-            ASSERT_EQ(a, b) << tuned.name << ", " << count << " of " << channels << (cubic ? ", cubic" : ", bilinear");
-          }
+// Rows of one and of two channels, moved by all there is: fractions, steps, edges.
+TEST(FineSampler, LevelsAgree) {
+  std::mt19937 random(1);
+  for (int32_t width = 2; width <= 200; ++width) {
+    for (const bool extreme : {false, true}) {
+      constexpr int32_t kHeight = 20;
+      const auto turn = [&](double most) { return most * (static_cast<double>(random() % 2001) / 1000 - 1); };
+      const Mvec8Real motion = {{1 + turn(0.05), turn(0.05), turn(9), turn(0.05), 1 + turn(0.05), turn(9), 0, 0, 1},
+                                {}};
+      std::vector<MeshNode> nodes(static_cast<size_t>(meshNodes(width)) * static_cast<size_t>(meshNodes(kHeight)));
+      Mesh mesh = {0, 0, nodes.data()};
+      fillMesh(&mesh, motion, nullptr, 0, width, kHeight);
+      for (const int format : {IMAGE_UINT8, IMAGE_UINT88}) {
+        TestImage image(width, kHeight, format);
+        const std::vector<uint8_t> content = bytes(static_cast<size_t>(2 * width * kHeight), random(), extreme);
+        for (int32_t y = 0; y < kHeight; ++y) {
+          std::copy_n(content.data() + 2 * y * width, image.pixelBytes(0), image.row(0, y));
         }
+        std::vector<int16_t> plain;
+        test::atEveryLevel([&](CpuLevel level) {
+          std::vector<int16_t> rows;
+          for (int32_t y = 0; y < kHeight; ++y) {
+            std::vector<int16_t> row(static_cast<size_t>(2 * width + kSampleSlack));
+            sampleRow(row.data(), image, mesh, y, width);
+            rows.insert(rows.end(), row.data(), row.data() + image.pixelBytes(0));
+            if (format == IMAGE_UINT88 && y < kHeight / 2) {
+              sampleChroma(row.data(), image, mesh, y, width / 2);
+              rows.insert(rows.end(), row.data(), row.data() + width / 2 * 2);
+            }
+          }
+          if (level == CPU_PLAIN) plain = rows;
+          ASSERT_EQ(rows, plain) << cpuLevelName(level) << ", width " << width;
+        });
       }
     }
   }
@@ -70,7 +82,7 @@ TEST(FineSampler, RowsFollowTheBicubicFormula) {
   std::vector<int16_t> row(kWidth + kSampleSlack);
   double worst = 0;
   for (int32_t y = 0; y < kHeight; ++y) {
-    sampleRow(row.data(), *samplersBest(), true, image, mesh, y, kWidth);
+    sampleRow(row.data(), image, mesh, y, kWidth);
     for (int32_t x = 0; x < kWidth; ++x) {
       const MeshNode at = meshPosition(mesh, x, y);
       double u, v;
@@ -92,8 +104,8 @@ TEST(FineSampler, RowsFollowTheBicubicFormula) {
 }
 
 // One plane through the transform with all rows of blocks that its rows need.
-std::vector<int16_t> transformed(const std::vector<int16_t>& in, const DctRows& rows, const ShrinkTable& table,
-                                 int32_t width, int32_t height, int16_t sigma) {
+std::vector<int16_t> transformed(const std::vector<int16_t>& in, const ShrinkTable& table, int32_t width,
+                                 int32_t height, int16_t sigma) {
   const int32_t stride = dctStride(width);
   std::vector<int16_t> padded(static_cast<size_t>((height + 8) * stride) + 8 * kDctSlack), out(padded.size());
   for (int32_t y = -4; y < height + 4; ++y) {
@@ -104,7 +116,7 @@ std::vector<int16_t> transformed(const std::vector<int16_t>& in, const DctRows& 
   }
   const std::vector<int16_t> sigmas(static_cast<size_t>(stride / 4) + kDctSlack, sigma);
   for (int32_t y = 0; y + 8 <= height + 8; y += 4) {
-    rows.shrink(out.data() + y * stride, padded.data() + y * stride, sigmas.data(), table, width);
+    shrinkBlocks(out.data() + y * stride, padded.data() + y * stride, sigmas.data(), table, width);
   }
   std::vector<int16_t> result;
   for (int32_t y = 0; y < height; ++y) {
@@ -114,7 +126,7 @@ std::vector<int16_t> transformed(const std::vector<int16_t>& in, const DctRows& 
   return result;
 }
 
-TEST(FineDct, IsTheIdentityWithoutThresholdsAndTablesAgree) {
+TEST(FineDct, IsTheIdentityWithoutThresholdsAndLevelsAgree) {
   ShrinkTable none = {}, some = {};
   for (int32_t i = 1; i < 64; ++i) {
     some.threshold[i / 8][i % 8] = static_cast<int16_t>(2000 + 37 * i);
@@ -125,18 +137,17 @@ TEST(FineDct, IsTheIdentityWithoutThresholdsAndTablesAgree) {
     std::mt19937 random(static_cast<uint32_t>(width));
     std::vector<int16_t> in(static_cast<size_t>(width * kHeight));
     for (int16_t& v : in) v = static_cast<int16_t>(random() % 2049) - 1024;
-    const std::vector<int16_t> same = transformed(in, *dctRowsAt(0), none, width, kHeight, 640);
+    const std::vector<int16_t> same = transformed(in, none, width, kHeight, 640);
     double squares = 0;
     for (size_t i = 0; i < in.size(); ++i) {
       ASSERT_NEAR(same[i], in[i], 7) << width << " at " << i;
       squares += std::pow(same[i] - in[i], 2);
     }
     EXPECT_LT(squares / static_cast<double>(in.size()), 2.5) << "rounding only, in eighths of a level";
-    const std::vector<int16_t> shrunk = transformed(in, *dctRowsAt(0), some, width, kHeight, 640);
+    const std::vector<int16_t> shrunk = transformed(in, some, width, kHeight, 640);
     EXPECT_NE(shrunk, same);
-    for (int32_t index = 1; dctRowsAt(index) != nullptr; ++index) {
-      EXPECT_EQ(transformed(in, *dctRowsAt(index), some, width, kHeight, 640), shrunk) << dctRowsAt(index)->name;
-    }
+    test::atEveryLevel(
+        [&](CpuLevel level) { EXPECT_EQ(transformed(in, some, width, kHeight, 640), shrunk) << cpuLevelName(level); });
   }
 }
 
@@ -154,7 +165,7 @@ TEST(FineDct, TakesNoiseAndLeavesMeansAndEdges) {
       in[static_cast<size_t>(i)] = static_cast<int16_t>(clean + std::lround(normal(random)));
       before += std::pow(in[static_cast<size_t>(i)] - clean, 2);
     }
-    const std::vector<int16_t> out = transformed(in, *dctRowsBest(), table, kSide, kSide, 4 * 128);
+    const std::vector<int16_t> out = transformed(in, table, kSide, kSide, 4 * 128);
     double after = 0, mean = 0, meanBefore = 0;
     for (int32_t i = 0; i < kSide * kSide; ++i) {
       const int32_t clean = 8 * ((i % kSide < kSide / 2 ? level : 255 - level) - 128);

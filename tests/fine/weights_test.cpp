@@ -31,9 +31,7 @@ Weighed weigh(const FrameOptions& base, const FrameOptions& other, Pel* pel = nu
   const TestMeshes meshes(-other.dx);
   TestImage map(kMapWidth, kMapHeight, IMAGE_UINT8, 1, 0);
   Weighed out;
-  EXPECT_EQ(fine::makeWeights(&map, &out.drift, &out.share, env,
-                              {&prepared, &b.pyramid, &meshes.map, fine::samplersBest(), 1.0}),
-            ZELVAN_OK);
+  EXPECT_EQ(fine::makeWeights(&map, &out.drift, &out.share, env, {&prepared, &b.pyramid, &meshes.map, 1.0}), ZELVAN_OK);
   for (int32_t y = 0; y < kMapHeight; ++y) out.map.insert(out.map.end(), map.row(0, y), map.row(0, y) + kMapWidth);
   return out;
 }

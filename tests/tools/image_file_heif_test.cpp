@@ -11,7 +11,7 @@
 #include "tool_run.h"
 
 // The encoder of the test's own files keeps its tables to the end of the process.
-extern "C" const char* __lsan_default_suppressions();
+extern "C" [[gnu::visibility("default")]] const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:libx265";
 }
