@@ -1,5 +1,4 @@
 // The report on frames after a merge.
-#include <algorithm>
 
 #include "instance.h"
 

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/burst.h"
@@ -14,6 +15,8 @@ namespace test {
 
 constexpr char kVu[] = "YVU420_SEMIPLANAR";
 constexpr char kUv[] = "YUV420_SEMIPLANAR";
+constexpr char kPlanar[] = "YUV420_PLANAR";
+constexpr char kPacked[] = "YUV422_YUYV";
 constexpr uint32_t kOk = ZELVAN_TESSALINE4_OK;
 constexpr uint32_t kParam = ZELVAN_TESSALINE4_ERROR_PARAM;
 constexpr uint32_t kState = ZELVAN_TESSALINE4_ERROR_STATE;
@@ -70,6 +73,14 @@ inline void highestSettings(zelvan_Tessaline4* handle) {
   EXPECT_EQ(status, kOk);
 }
 
+inline void fine(zelvan_Tessaline4* handle) {
+  EXPECT_EQ(zelvan_Tessaline4_setFineMode(handle, 1), kOk);
+}
+inline void fineAndHighest(zelvan_Tessaline4* handle) {
+  fine(handle);
+  highestSettings(handle);
+}
+
 // Adds copies of the frames and takes the result; the statuses of the calls.
 inline uint32_t addAndMerge(zelvan_Tessaline4* handle, const std::vector<Frame>& burst) {
   std::vector<Frame> frames = copyBurst(burst);
@@ -95,6 +106,42 @@ inline std::vector<uint8_t> mergeOnce(const std::vector<Frame>& burst, const std
   Frame output;
   EXPECT_EQ(run(&instance, burst, format, settings, &output), kOk);
   return output.bytes;
+}
+
+// One picture, whatever the workers and what the memory held. Masks of processors that are not there neither stop nor
+// change the work.
+inline void expectSameForAnyWorkers(const std::vector<Frame>& burst, const std::string& format,
+                                    const Settings& settings) {
+  std::vector<uint8_t> expected;
+  for (const auto& [workers, mask, fill] : {std::tuple(1, 0u, 0x00),
+                                            {2, 0u, 0xFF},
+                                            {3, 0u, 0x5A},
+                                            {17, 0u, 0},
+                                            {-1, 0u, 0},
+                                            {0, 0u, 0},
+                                            {2, 0xC0000000u, 0},
+                                            {40, 0u, 0}}) {
+    const Settings all = [&, workers = workers, mask = mask](zelvan_Tessaline4* handle) {
+      settings(handle);
+      EXPECT_EQ(zelvan_Tessaline4_setCoreSetting(handle, workers, mask), kOk);
+    };
+    const std::vector<uint8_t> result = mergeOnce(burst, format, all, static_cast<uint8_t>(fill));
+    if (expected.empty()) expected = result;
+    EXPECT_TRUE(result == expected) << burst[0].data.width << ", " << workers << " workers, mask " << mask;
+  }
+}
+
+// Mean squared difference of a luma plane of 640 x 480 to the clean scene as a frame of makeBurst shows it.
+inline double lumaError(const std::vector<uint8_t>& luma, int32_t frame) {
+  double sum = 0;
+  for (int32_t y = 0; y < 480; y += 2) {
+    for (int32_t x = 0; x < 640; x += 3) {
+      const double clean = std::clamp(sceneLuma(x + 1.3 * frame, y - 0.8 * frame), 0.0, 255.0);
+      const double d = luma[static_cast<size_t>(y * 640 + x)] - clean;
+      sum += d * d;
+    }
+  }
+  return sum / (240 * 214);
 }
 
 }  // namespace test

@@ -8,10 +8,6 @@ namespace {
 
 constexpr int32_t kFrames = 3;
 
-void fine(zelvan_Tessaline4* handle) {
-  EXPECT_EQ(zelvan_Tessaline4_setFineMode(handle, 1), kOk);
-}
-
 struct Listener {
   int32_t stopAt = 1000;  // the first answer from this percentage on is a stop
   std::vector<int32_t> told;
@@ -49,7 +45,7 @@ const Road kRoads[] = {
     {"exact, highest", kUv, highestSettings, false, true},
     {"fine", kVu, fine, false},
     {"fine, halves", kVu, fine, true},
-    {"packed", "YUV422_YUYV", {}, false, true},
+    {"packed", kPacked, {}, false, true},
 };
 
 TEST(Progress, RisesToAHundredOnTheCallersThread) {

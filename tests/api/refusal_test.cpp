@@ -7,18 +7,14 @@
 #include "api/tessal4_handle.h"
 #include "instance.h"
 #include "support/arena_requests.h"
+#include "support/sanitized.h"
 
 namespace test {
 namespace {
 
-// How many requests that are alike are refused, and every how many-th of all. The sanitizers are slow.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kAlike = 1;
-constexpr int64_t kStride = 7;
-#else
-constexpr int kAlike = 2;
-constexpr int64_t kStride = 1;
-#endif
+// How many requests that are alike are refused, and every how many-th of all.
+constexpr int kAlike = kSanitized ? 1 : 2;
+constexpr int64_t kStride = kSanitized ? 7 : 1;
 constexpr int32_t kFrames = 2;
 
 struct Road {
@@ -123,8 +119,8 @@ TEST_P(Refusal, IsToldOrChangesNothing) {
 
 INSTANTIATE_TEST_SUITE_P(Roads, Refusal,
                          testing::Values(Road{kUv, 0, 0}, Road{kUv, 0, 1}, Road{kUv, 2, 0}, Road{kUv, 2, 1},
-                                         Road{kVu, 2, 0}, Road{"YUV420_PLANAR", 2, 1}, Road{"YUV422_YUYV", 0, 1},
-                                         Road{kUv, 0, 1, 1}, Road{"YUV420_PLANAR", 2, 0, 1}),
+                                         Road{kVu, 2, 0}, Road{kPlanar, 2, 1}, Road{kPacked, 0, 1}, Road{kUv, 0, 1, 1},
+                                         Road{kPlanar, 2, 0, 1}),
                          [](const testing::TestParamInfo<Road>& info) { return nameOf(info.param); });
 
 }  // namespace

@@ -30,6 +30,7 @@ const Setting<int32_t> kIntSettings[] = {
     {SETTING(Gamma), 100, {{0, 0}, {1000, 1000}}, {1001, -1}},
     {SETTING(Contrast), 0, {{0, 0}, {2000, 2000}}, {2001, -1}},
     {SETTING(SharpnessEnhanceLevel), 900, {{0, 0}, {10000, 10000}}, {10001, -1}},
+    {SETTING(FineMode), 0, {{0, 0}, {1, 1}}, {2, -1}},
     {SETTING(LumaNoiseReductionTimes_internal), 0, {{5, 5}, {-2, -2}}, {}},
     {SETTING(ChromaNoiseReductionTimes_internal), 0, {{5, 5}, {-2, -2}}, {}},
     {SETTING(RemoveSpikeNoiseLevel_internal), 0, {{255, 255}, {-1, -1}}, {}},

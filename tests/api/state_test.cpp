@@ -1,83 +1,10 @@
-// The order of calls: every public function against a small model of the states.
+// Bad arguments and calls out of order. fuzz/api.cpp has sequences of calls against a model of the states.
 #include "instance.h"
 
 namespace test {
 namespace {
 
 constexpr int32_t kFrames = 2;
-
-// What the library promises of the flag word.
-struct Model {
-  uint32_t flags = 1;
-  int32_t added = 0;
-
-  uint32_t setter() const { return (flags & 3) == 1 ? kOk : kState; }
-  uint32_t start() {
-    if ((flags & 3) != 1) return kState;
-    flags |= 2;
-    added = 0;
-    return kOk;
-  }
-  uint32_t add() {
-    if ((flags & 10) != 2) return kState;
-    if (added >= kFrames) return kParam;
-    ++added;
-    flags |= 4;
-    return kOk;
-  }
-  uint32_t merge() {
-    if ((flags & 12) != 4) return kState;
-    flags |= 8;
-    return kOk;
-  }
-  uint32_t enhance() const { return (flags & 12) == 12 ? kOk : kState; }
-  uint32_t mergeStatus() const { return (flags & 8) != 0 ? kOk : kState; }
-  uint32_t reset() {
-    if ((flags & 2) == 0) return kState;
-    flags = 3;
-    added = 0;
-    return kOk;
-  }
-};
-
-TEST(State, RandomSequencesFollowTheModel) {
-  const std::vector<Frame> burst = makeBurst(kVu, 640, 480, kFrames);
-  std::mt19937 random(5);
-  int32_t merges = 0;
-  for (int32_t round = 0; round < 6; ++round) {
-    Instance instance(640, 480, kFrames);
-    zelvan_Tessaline4* handle = instance.handle();
-    Model model;
-    std::vector<Frame> frames = copyBurst(burst);
-    Frame output = makeFrame(kVu, 640, 480);
-    for (int32_t step = 0; step < 24; ++step) {
-      const uint32_t call = random() % 9;
-      const bool merge = (call == 2 || call == 3) && (model.flags & 12) == 4;
-      if (merge && model.added < kFrames) continue;  // a burst that is not full has no promised result
-      merges += merge;
-      int32_t value = 0;
-      if (call == 0 || call == 1) {
-        zelvan_ImageData* frame = &frames[static_cast<size_t>(model.added % kFrames)].data;
-        EXPECT_EQ(zelvan_Tessaline4_addImage(handle, frame), model.add());
-      } else if (call == 2 || call == 3) {
-        const auto merged = call == 2 ? zelvan_Tessaline4_getResult(handle) : zelvan_Tessaline4_merge(handle);
-        EXPECT_EQ(merged, model.merge());
-      } else if (call == 4) {
-        EXPECT_EQ(zelvan_Tessaline4_enhance(handle), model.enhance());
-      } else if (call == 5) {
-        EXPECT_EQ(zelvan_Tessaline4_getMergeStatus(handle, &value, 0), model.mergeStatus());
-      } else if (call == 6) {
-        EXPECT_EQ(zelvan_Tessaline4_setSharpnessEnhanceLevel(handle, 100), model.setter());
-      } else if (call == 7) {
-        EXPECT_EQ(zelvan_Tessaline4_start(handle, &output.data, kFrames), model.start());
-      } else if (random() % 3 == 0) {  // rarer, so that bursts come to their end
-        EXPECT_EQ(zelvan_Tessaline4_reset(handle), model.reset());
-      }
-      EXPECT_EQ(zelvan_Tessaline4_getSharpnessEnhanceLevel(handle, &value), kOk);
-    }
-  }
-  EXPECT_GE(merges, 2) << "the sequences never came to a merge";
-}
 
 TEST(State, InitializeTestsItsArguments) {
   std::vector<uint8_t> memory(1000);
@@ -147,8 +74,8 @@ TEST(State, BadArgumentsChangeNothing) {
 
 // A plane that is not there is a bad argument with and without a curve, at sizes of every way to shrink.
 TEST(State, NullPlanesAreRefused) {
-  for (const char* format : {kVu, kUv, "YUV420_PLANAR", "YUV422_YUYV"}) {
-    const bool packed = std::string(format) == "YUV422_YUYV";
+  for (const char* format : {kVu, kUv, kPlanar, kPacked}) {
+    const bool packed = std::string(format) == kPacked;
     for (const auto& [width, height] : {std::pair(640, 480), {1280, 960}, {641, 481}, {2560, 1920}}) {
       if (width > 2000 && format != kVu) continue;
       for (int32_t gain : {100, 150}) {
@@ -171,7 +98,7 @@ TEST(State, NullPlanesAreRefused) {
     }
   }
   Instance instance(640, 480, 1);
-  ASSERT_EQ(zelvan_Tessaline4_setImageFormat(instance.handle(), "YUV422_YUYV"), kOk);
+  ASSERT_EQ(zelvan_Tessaline4_setImageFormat(instance.handle(), kPacked), kOk);
   zelvan_ImageData none = {640, 480, nullptr, nullptr, nullptr};
   EXPECT_EQ(zelvan_Tessaline4_start(instance.handle(), &none, 1), kParam);
   EXPECT_EQ(none.plane1, nullptr);
@@ -180,7 +107,6 @@ TEST(State, NullPlanesAreRefused) {
 
 // The record of a frame that cannot be converted stays as the caller wrote it, stray second plane and all.
 TEST(State, RefusedConversionChangesNothing) {
-  constexpr char kPacked[] = "YUV422_YUYV";
   Instance instance(640, 480, 2, kPacked);
   zelvan_Tessaline4* handle = instance.handle();
   ASSERT_EQ(zelvan_Tessaline4_setImageFormat(handle, kPacked), kOk);

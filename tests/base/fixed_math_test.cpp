@@ -6,6 +6,7 @@
 #include <cmath>
 #include <random>
 
+#include "base/integer.h"
 #include "base/soft_double.h"
 
 namespace {
@@ -96,6 +97,18 @@ TEST(SoftDouble, AgreesWithTheHardware) {
                                                  {Double_exp(bits(1.5)), std::exp(1.5)},
                                                  {Double_log(bits(10.0)), std::log(10.0)}};
   for (const auto& [found, value] : functions) EXPECT_NEAR(std::bit_cast<double>(found), value, 2e-15);
+}
+
+TEST(Integer, IsqrtIsTheFloorOfTheRoot) {
+  const auto check = [](int64_t n) {
+    const int64_t root = isqrt(static_cast<int32_t>(n));
+    ASSERT_TRUE(root >= 0 && root * root <= n && (root + 1) * (root + 1) > n) << n << " gives " << root;
+  };
+  for (int64_t root = 1; root <= 46340; ++root) {
+    for (int64_t n = root * root - 1; n <= root * root + 1; ++n) check(n);
+  }
+  check(INT32_MAX);
+  for (int32_t n : {-1, -2, -100, INT32_MIN}) EXPECT_LE(isqrt(n), 0);  // ends at least
 }
 
 }  // namespace

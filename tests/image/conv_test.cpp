@@ -1,6 +1,4 @@
-#include <gtest/gtest.h>
 
-#include <string>
 
 #include "image/image_conv.h"
 #include "support/test_arena.h"

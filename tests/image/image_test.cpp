@@ -1,7 +1,5 @@
 #include "image/image.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <limits>
 

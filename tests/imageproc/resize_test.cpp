@@ -18,25 +18,6 @@ Status byShares(KernelRig& rig, Image* dst, const Image* src) {
   return ImageProc2_averageShrink(&rig.proc2, dst, src);
 }
 
-// Slopes stay slopes, between the centres of the outer pixels.
-TEST(Resize, SlopesKeepTheirPlaces) {
-  KernelRig rig(0);
-  for (const Resize resize : {byExecutor, byPel, byShares}) {
-    for (const auto& [w, h] : {std::pair{201, 150}, {33, 40}, {120, 31}, {40, 30}, {27, 20}, {20, 15}}) {
-      if (resize == byShares && (w > 40 || h > 30)) continue;  // for half the size and below
-      TestImage src(80, 60, IMAGE_UINT8), dst(w, h, IMAGE_UINT8);
-      for (int32_t i = 0; i < 80 * 60; ++i) imageRow(&src, i / 80)[i % 80] = static_cast<uint8_t>(i % 80 * 2 + i / 80);
-      ASSERT_EQ(resize(rig, &dst, &src), ZELVAN_OK);
-      for (int32_t i = 0; i < w * h; ++i) {
-        const double x = (i % w + 0.5) * 80 / w - 0.5, y = (i / w + 0.5) * 60 / h - 0.5;
-        const double want = 2 * std::clamp(x, 0.0, 79.0) + std::clamp(y, 0.0, 59.0);
-        EXPECT_NEAR(imageRow(&dst, i / w)[i % w], want, resize == byShares ? 3.0 : 1.5)
-            << w << ' ' << i % w << ' ' << i / w;
-      }
-    }
-  }
-}
-
 TEST(Resize, FloatHoldsMoreThanBytes) {
   KernelRig rig(0);
   TestImage src(2, 1, IMAGE_FLOAT, 1, 8), dst(4, 1, IMAGE_FLOAT, 1, 8);

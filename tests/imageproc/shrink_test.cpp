@@ -1,7 +1,5 @@
 #include "imageproc/shrink.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 
 #include "support/test_arena.h"

@@ -1,11 +1,7 @@
 #include "motion/milsm.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
 #include <cstring>
 #include <random>
-#include <vector>
 
 #include "motion/milsm8.h"
 #include "motion/milsm8st.h"

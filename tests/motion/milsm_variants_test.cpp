@@ -1,8 +1,6 @@
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <random>
-#include <vector>
 
 #include "motion/milsm3r.h"
 #include "motion/milsm4.h"
@@ -278,6 +276,38 @@ TEST(MILsm8RFixedPoint, SumsStartAndPasses) {
   record->tolerance = 0;  // never met
   EXPECT_EQ(s.solve(), MILSM_FAIL_PASSES);
   EXPECT_LT(largestDistance(s.output(1), kRotated[1]), 1.0 / 16);
+}
+
+TEST(MILsm8R, RaysMatricesAndQ15) {
+  TestArena arena;
+  MILsm lsm;
+  construct_MILsm(&lsm, arena.env());
+  ASSERT_EQ(MILsm_init(&lsm, MILSM_8R, 2) | MILsm_setCameraParam(&lsm, 640, 480, 60.0), ZELVAN_OK);
+  auto* self = static_cast<MILsm8R*>(lsm.impl);
+  double rotation[9], found[9], calculated[9];
+  ASSERT_EQ(Mvec8Real_rotationFromAngles(rotation, 0, -0.05, 0.08, -0.3), ZELVAN_OK);
+  for (int32_t i = 0; i < 20; ++i) {  // rays of the frame, of any length, and those of the base that turn into them
+    const double q[3] = {0.3 * std::sin(i), 0.3 * std::cos(1.7 * i), 1.0 + 0.05 * i};
+    double p[3];
+    for (int32_t r = 0; r < 3; ++r) p[r] = rotation[r] * q[0] + rotation[3 + r] * q[1] + rotation[6 + r] * q[2];
+    ASSERT_EQ(MILsm8R_addRealOnSphere(self, 0, q[0], q[1], q[2], 1, p[0], p[1], p[2], 1.0), ZELVAN_OK);
+  }
+  ASSERT_EQ(MILsm_solve(&lsm), ZELVAN_OK);
+  ASSERT_EQ(MILsm8R_outputRotationMatrix(self, found, 1), ZELVAN_OK);
+  for (int32_t i = 0; i < 9; ++i)
+    EXPECT_NEAR(found[i], rotation[i % 3 * 3 + i / 3], 1e-6) << "the base's into the frame's";
+
+  Mvec8Real real;
+  Mvec8F32 fixed;
+  ASSERT_EQ(MILsm8R_outputMvecReal(self, &real, 1) | MILsm8R_outputMvec(self, &fixed, 1), ZELVAN_OK);
+  for (int32_t i = 0; i < 9; ++i) EXPECT_NEAR(fixed.h[i], real.h[i] * 32768.0, 0.51);
+  // The matrix comes at the motion's scale.
+  ASSERT_EQ(MILsm8R_calcRotMat(self, calculated, &real), ZELVAN_OK);
+  const double scale = std::hypot(calculated[0], calculated[1], calculated[2]);
+  for (int32_t i = 0; i < 9; ++i) EXPECT_NEAR(calculated[i] / scale, found[i], 1e-6) << i;
+  EXPECT_EQ(MILsm8R_setInitialMvec(self, &fixed, 1), ZELVAN_OK);
+  EXPECT_EQ(MILsm8R_clearBlock(self, 0, 1), ZELVAN_ERROR_UNSUPPORTED);
+  EXPECT_EQ(destruct_MILsm(&lsm), ZELVAN_OK);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // Pel: events, dependencies, full tables, timeouts.
 #include <algorithm>
-#include <chrono>
 #include <random>
 #include <thread>
 #include <utility>

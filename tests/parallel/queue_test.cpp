@@ -1,5 +1,4 @@
 // The queue without locks and the one that blocks.
-#include <gtest/gtest.h>
 #include <sys/time.h>
 
 #include <atomic>
@@ -8,7 +7,6 @@
 #include <deque>
 #include <random>
 #include <thread>
-#include <vector>
 
 #include "parallel/concurrent_linked_queue.h"
 #include "parallel/count_down_latch.h"

@@ -100,24 +100,6 @@ TEST_P(ImageFuncWarp, UpdateImageBlendsByEachMap) {
   test::expectGolden("kernels.txt", "warp.update-" + std::to_string(GetParam()), hash);
 }
 
-TEST_P(ImageFuncWarp, IdentityShowsTheSourceAndOutsideIsBlack) {
-  const TestImage src(530, 24, GetParam(), 17), map(9, 4, IMAGE_UINT8);
-  fillMap(map, 1, 0);  // all weight to the source
-  for (const double shift : {0.0, -600.0, 600.0, 1e5, -1e9, 1e9}) {
-    const Mvec8Real motion = affine(1, 0, shift, 0, 1, shift);
-    TestImage acc(530, 24, GetParam(), 19), dst(530, 24, GetParam(), 20);
-    EXPECT_EQ(Tessal4ImageFunc_renderAccum(pel_.get(), arena_.env(), &acc, &src, &motion, &map), ZELVAN_OK);
-    EXPECT_EQ(Tessal4ImageFunc_render(pel_.get(), arena_.env(), &dst, &src, &motion), ZELVAN_OK);
-    EXPECT_EQ(acc.unchanged(), shift != 0) << shift;
-    for (int32_t i = 0; i < 530 * 24; ++i) {
-      const int32_t x = i % 530, y = i / 530;
-      ASSERT_EQ(dst.row(0, y)[x], shift != 0 ? 0 : src.row(0, y)[x]) << shift;
-      ASSERT_TRUE(shift != 0 || acc.row(0, y)[x] == src.row(0, y)[x]);
-      ASSERT_TRUE(shift == 0 || GetParam() == IMAGE_UINT8 || dst.row(1, y / 2)[x] == 0x80) << shift;
-    }
-  }
-}
-
 TEST_P(ImageFuncWarp, NoMemoryLeavesThePicture) {
   TestArena small(2048), oneBlock(102000);  // of the two that the executor's warp asks for
   const TestImage src(776, 20, GetParam()), map(100, 6, IMAGE_UINT8);

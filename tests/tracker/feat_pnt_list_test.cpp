@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 
-#include "support/test_arena.h"
 #include "support/test_executor.h"
 #include "support/test_image.h"
 
