@@ -1,4 +1,3 @@
-// Whole bursts through the public functions.
 #include <thread>
 
 #include "instance.h"
@@ -15,12 +14,6 @@ double leastError(const std::vector<uint8_t>& luma, int32_t count) {
   double least = 1e9;
   for (int32_t frame = 0; frame < count; ++frame) least = std::min(least, lumaError(luma, frame));
   return least;
-}
-
-TEST(Burst, MergingRemovesNoise) {
-  const std::vector<Frame> burst = makeBurst(kVu, 640, 480, 6, 8.0);
-  EXPECT_LT(leastError(mergeOnce(burst, kVu, noSharpening), 6), lumaError(burst[0].bytes, 0) / 3.5)
-      << "6 frames should leave little more than a sixth of the noise power";
 }
 
 TEST(Burst, SameBytesForAnyWorkersAndMemory) {
@@ -43,17 +36,14 @@ TEST(Burst, TwoHalvesAreTheWholeButTheWeakChromaPass) {
   const std::vector<Frame> burst = makeBurst(kVu, 640, 480, 3);
   for (const bool isFine : {false, true}) {
     const std::vector<uint8_t> whole = mergeOnce(burst, kVu, isFine ? Settings(fine) : Settings());
-    Instance instance(640, 480, 3);
-    zelvan_Tessaline4* handle = instance.handle();
-    if (isFine) fine(handle);
-    Frame output = makeFrame(kVu, 640, 480);
+    Instance handle(640, 480, 3);
     std::vector<Frame> frames = copyBurst(burst);
-    ASSERT_EQ(zelvan_Tessaline4_start(handle, &output.data, 3), kOk);
+    ASSERT_EQ(handle.start(isFine ? Settings(fine) : Settings()), kOk);
     for (Frame& frame : frames) ASSERT_EQ(zelvan_Tessaline4_addImage(handle, &frame.data), kOk);
     ASSERT_EQ(zelvan_Tessaline4_merge(handle), kOk);
     ASSERT_EQ(zelvan_Tessaline4_enhance(handle), kOk);
-    EXPECT_TRUE(std::equal(whole.begin(), whole.begin() + 640 * 480, output.bytes.begin()));
-    EXPECT_EQ(output.bytes == whole, isFine);
+    EXPECT_TRUE(std::equal(whole.begin(), whole.begin() + 640 * 480, handle.output.bytes.begin()));
+    EXPECT_EQ(handle.output.bytes == whole, isFine);
     for (size_t i = 0; isFine && i < 3; ++i) EXPECT_TRUE(frames[i].bytes == burst[i].bytes) << i;
   }
 }
@@ -73,8 +63,7 @@ TEST(Burst, PitchesAndPackedRecordsAgree) {
   for (std::vector<uint8_t>& rows : wide) {
     records.push_back({642, 482, rows.data(), rows.data() + size_t{kPitch} * 482, nullptr, kPitch, kPitch, 0});
   }
-  Instance instance(642, 482, 3);
-  zelvan_Tessaline4* handle = instance.handle();
+  Instance handle(642, 482, 3);
   ASSERT_EQ(zelvan_Tessaline4_setImageFormat(handle, kUv), kOk);
   ASSERT_EQ(zelvan_Tessaline4_startEx(handle, &records[3], 3), kOk);
   for (size_t i = 0; i < 3; ++i) ASSERT_EQ(zelvan_Tessaline4_addImageEx(handle, &records[i]), kOk);
@@ -114,48 +103,28 @@ std::vector<bool> pictureBytes(const std::string& format, size_t w, size_t h) {
   return shown;
 }
 
-// What the working memory, the output and the padding of the frames hold beforehand.
-struct Litter {
-  int32_t byte;  // -1: noise
-
-  std::vector<uint8_t> bytes(size_t size) const {
-    std::vector<uint8_t> out(size, static_cast<uint8_t>(byte));
-    std::mt19937 random(9);
-    for (uint8_t& b : out) b = byte < 0 ? static_cast<uint8_t>(random() >> 8) : b;
-    return out;
-  }
-};
-
-// The bytes of the result that show something, the others as 0.
-std::vector<uint8_t> mergeOver(const Litter& litter, const std::vector<Frame>& burst, const std::string& format,
+// The bytes of the result that show something, the others as 0. The working memory, the output and the padding of the
+// frames hold this byte beforehand, or noise.
+std::vector<uint8_t> mergeOver(int32_t byte, const std::vector<Frame>& burst, const std::string& format,
                                int32_t scaling) {
   const int32_t width = burst[0].data.width, height = burst[0].data.height;
   const std::vector<bool> shown = pictureBytes(format, static_cast<size_t>(width), static_cast<size_t>(height));
   std::vector<Frame> frames = copyBurst(burst);
-  const std::vector<uint8_t> noise = litter.bytes(shown.size());
-  for (Frame& frame : frames) {
-    for (size_t i = 0; i < shown.size(); ++i) frame.bytes[i] = shown[i] ? frame.bytes[i] : noise[i];
+  Instance instance(width, height, static_cast<int32_t>(frames.size()), format, byte);
+  std::mt19937 random(9);
+  for (size_t i = 0; i < shown.size(); ++i) {
+    instance.output.bytes[i] = static_cast<uint8_t>(byte < 0 ? random() >> 8 : static_cast<uint32_t>(byte));
+    for (Frame& frame : frames) frame.bytes[i] = shown[i] ? frame.bytes[i] : instance.output.bytes[i];
   }
-  Frame output = makeFrame(format, width, height);
-  std::copy(noise.begin(), noise.end(), output.bytes.begin());
-
-  const auto count = static_cast<int32_t>(frames.size());
-  std::vector<uint8_t> memory =
-      litter.bytes(static_cast<size_t>(zelvan_Tessaline4_getBufferSize(width, height, count, format.c_str())));
-  zelvan_Tessaline4 handle;
-  uint32_t status =
-      zelvan_Tessaline4_initialize(&handle, memory.data(), static_cast<int32_t>(memory.size()), width, height);
-  status |= zelvan_Tessaline4_setImageFormat(&handle, format.c_str());
-  status |= zelvan_Tessaline4_setAutoScaling(&handle, scaling);
-  status |= zelvan_Tessaline4_setChromaNoiseReductionLevel(&handle, 7);
-  status |= zelvan_Tessaline4_setLumaNoiseReductionLevel(&handle, 3);
-  status |= zelvan_Tessaline4_setRemoveSpikeNoiseLevel_internal(&handle, 20);
-  status |= zelvan_Tessaline4_start(&handle, &output.data, count);
-  for (Frame& frame : frames) status |= zelvan_Tessaline4_addImage(&handle, &frame.data);
-  status |= zelvan_Tessaline4_getResult(&handle);
-  EXPECT_EQ(status | zelvan_Tessaline4_finalize(&handle), kOk);
-  for (size_t i = 0; i < shown.size(); ++i) output.bytes[i] = shown[i] ? output.bytes[i] : 0;
-  return output.bytes;
+  const Settings settings = [&](zelvan_Tessaline4* handle) {
+    EXPECT_EQ(zelvan_Tessaline4_setAutoScaling(handle, scaling), kOk);
+    EXPECT_EQ(zelvan_Tessaline4_setChromaNoiseReductionLevel(handle, 7), kOk);
+    EXPECT_EQ(zelvan_Tessaline4_setLumaNoiseReductionLevel(handle, 3), kOk);
+    EXPECT_EQ(zelvan_Tessaline4_setRemoveSpikeNoiseLevel_internal(handle, 20), kOk);
+  };
+  EXPECT_EQ(instance.run(frames, settings), kOk);
+  for (size_t i = 0; i < shown.size(); ++i) instance.output.bytes[i] = shown[i] ? instance.output.bytes[i] : 0;
+  return instance.output.bytes;
 }
 
 // Greatest distance of a chroma byte in the last column or row to the scene. U of the first byte of the plane or group.
@@ -187,9 +156,9 @@ TEST(OddSize, PictureFollowsThePicturesAlone) {
     }
     for (int32_t scaling : {0, 1}) {
       SCOPED_TRACE(testing::Message() << c.format << ' ' << c.width << 'x' << c.height << ", scaling " << scaling);
-      const std::vector<uint8_t> expected = mergeOver({0}, burst, c.format, scaling);
+      const std::vector<uint8_t> expected = mergeOver(0, burst, c.format, scaling);
       EXPECT_LT(edgeError(expected, c.format, c.width, c.height), 12.0);
-      for (int32_t byte : {0xFF, -1}) EXPECT_TRUE(mergeOver({byte}, burst, c.format, scaling) == expected) << byte;
+      for (int32_t byte : {0xFF, -1}) EXPECT_TRUE(mergeOver(byte, burst, c.format, scaling) == expected) << byte;
     }
   }
 }

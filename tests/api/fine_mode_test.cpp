@@ -1,4 +1,3 @@
-// The fine mode through the public functions.
 #include <array>
 #include <numeric>
 
@@ -10,10 +9,8 @@ namespace {
 TEST(FineMode, MergesToTheHundredthAndTellsIt) {
   constexpr int32_t kFrames = 6;
   const std::vector<Frame> burst = makeBurst(kVu, 640, 480, kFrames, 8.0);
-  Instance instance(640, 480, kFrames);
-  Frame output;
-  ASSERT_EQ(run(&instance, burst, kVu, fine, &output), kOk);
-  zelvan_Tessaline4* handle = instance.handle();
+  Instance handle(640, 480, kFrames);
+  ASSERT_EQ(handle.run(burst, fine), kOk);
   zelvan_FrameInfo frames[kFrames];
   int32_t base = -1;
   for (int32_t i = 0; i < kFrames; ++i) {
@@ -23,7 +20,7 @@ TEST(FineMode, MergesToTheHundredthAndTellsIt) {
   }
   ASSERT_GE(base, 0);
   // Less than an average of all frames would leave: the transform takes the rest.
-  EXPECT_LT(lumaError(output.bytes, base), 64.0 / kFrames);
+  EXPECT_LT(lumaError(handle.output.bytes, base), 64.0 / kFrames);
   for (int32_t i = 0; i < kFrames; ++i) {
     for (const auto& [x, y] : {std::array{0, 0}, {639, 0}, {0, 479}, {639, 479}}) {
       const double* h = frames[i].motion;
@@ -57,13 +54,14 @@ TEST(FineMode, SameBytesForAnyWorkersAndMemory) {
 }
 
 TEST(FineMode, RefusesWhatIsNotThere) {
-  Instance instance(640, 480, 2);
-  zelvan_Tessaline4* handle = instance.handle();
-  fine(handle);
+  Instance handle(640, 480, 2);
   zelvan_FineInfo info;
   EXPECT_EQ(zelvan_Tessaline4_getFineInfo(handle, &info), kState);
-  Frame output = makeFrame(kVu, 640, 480), small = makeFrame(kVu, 640, 478);
-  ASSERT_EQ(zelvan_Tessaline4_start(handle, &output.data, 2), kOk);
+  Frame small = makeFrame(kVu, 640, 478);
+  ASSERT_EQ(handle.start(fine), kOk);
+  int32_t mode = 0;
+  EXPECT_EQ(zelvan_Tessaline4_getFineMode(handle, &mode), kOk);
+  EXPECT_EQ(mode, 1);
   EXPECT_EQ(zelvan_Tessaline4_addImage(handle, &small.data), kParam);
   EXPECT_NE(zelvan_Tessaline4_getResult(handle), kOk) << "no frame was taken";
 }

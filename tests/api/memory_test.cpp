@@ -1,4 +1,3 @@
-// Memory: the stated buffer is enough.
 #include <limits>
 
 #include "api/tessal4_handle.h"

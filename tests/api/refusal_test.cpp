@@ -32,7 +32,6 @@ void PrintTo(const Road& road, std::ostream* out) {
   *out << nameOf(road);
 }
 
-// What a burst and the reset behind it came to.
 struct Outcome {
   uint32_t status;  // of start, addImage and getResult
   std::vector<uint8_t> picture;
@@ -47,33 +46,31 @@ class Refusal : public testing::TestWithParam<Road> {
   // One burst and a reset with requests refused, then a reset and a burst with everything served.
   Outcome run(ArenaRequests::Refusal refusal, int64_t n) const {
     const Road& road = GetParam();
-    Instance instance(640, 480, kFrames, road.format);
-    zelvan_Tessaline4* handle = instance.handle();
-    EXPECT_EQ(zelvan_Tessaline4_setImageFormat(handle, road.format.c_str()), kOk);
+    Instance handle(640, 480, kFrames, road.format);
     highestSettings(handle);
     EXPECT_EQ(zelvan_Tessaline4_setAutoScaling(handle, road.autoScaling), kOk);
     EXPECT_EQ(zelvan_Tessaline4_setCoreSetting(handle, road.threads, 0), kOk);
     EXPECT_EQ(zelvan_Tessaline4_setFineMode(handle, road.fine), kOk);
-    Frame output = makeFrame(road.format, 640, 480);
+    std::vector<uint8_t>& result = handle.output.bytes;
     const Heap2* const heap = &handle->pointer->env.heap;
 
     Outcome outcome;
     ArenaRequests::watch(refusal, n);
-    outcome.status = zelvan_Tessaline4_start(handle, &output.data, kFrames);
-    outcome.status |= addAndMerge(handle, burst_);
-    outcome.picture = output.bytes;
+    outcome.status = handle.start();
+    outcome.status |= handle.addAndMerge(burst_);
+    outcome.picture = result;
     zelvan_Tessaline4_reset(handle);
     outcome.requests = ArenaRequests::stop();
 
     EXPECT_EQ(zelvan_Tessaline4_reset(handle), kOk);
     outcome.mark = Heap2_getUsedSize(heap);
     EXPECT_EQ(Heap2_checks(&handle->pointer->env.heap), 1);
-    std::fill(output.bytes.begin(), output.bytes.end(), uint8_t{0});
-    EXPECT_EQ(addAndMerge(handle, burst_), kOk);
+    std::fill(result.begin(), result.end(), uint8_t{0});
+    EXPECT_EQ(handle.addAndMerge(burst_), kOk);
     if (refusal == ArenaRequests::kNone) {
-      EXPECT_EQ(output.bytes, outcome.picture);
+      EXPECT_EQ(result, outcome.picture);
     } else {
-      EXPECT_TRUE(output.bytes == picture_) << "the next burst";
+      EXPECT_TRUE(result == picture_) << "the next burst";
     }
     return outcome;
   }

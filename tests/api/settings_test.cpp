@@ -1,4 +1,3 @@
-// Setters and getters: ranges, defaults, what comes back, and when they are open.
 #include <array>
 
 #include "api/tessal4_handle.h"
@@ -44,8 +43,7 @@ const Setting<double> kDoubleSettings[] = {
 template <typename Value>
 void check(const Setting<Value>& setting) {
   SCOPED_TRACE(setting.name);
-  Instance instance(640, 480, 1);
-  zelvan_Tessaline4* handle = instance.handle();
+  Instance handle(640, 480, 1);
   zelvan_Tessaline4 empty = {nullptr};
   Value value = 12345;
   EXPECT_EQ(setting.set(nullptr, Value{}), kParam);
@@ -62,8 +60,7 @@ void check(const Setting<Value>& setting) {
     EXPECT_EQ(setting.get(handle, &value), kOk);
     EXPECT_EQ(value, out);
   }
-  Frame output = makeFrame(kVu, 640, 480);
-  EXPECT_EQ(zelvan_Tessaline4_start(handle, &output.data, 1), kOk);
+  EXPECT_EQ(handle.start(), kOk);
   EXPECT_EQ(setting.set(handle, Value{}), kState);
   EXPECT_EQ(setting.get(handle, &value), kOk);
 }
@@ -74,8 +71,7 @@ TEST(Settings, KeepTheirRanges) {
 }
 
 TEST(Settings, PairsComeBack) {
-  Instance instance(640, 480, 1);
-  zelvan_Tessaline4* handle = instance.handle();
+  Instance handle(640, 480, 1);
   int32_t threads = 0;
   uint32_t mask = 7;
   double first = 0, second = 0;
@@ -107,8 +103,7 @@ TEST(Settings, ImageFormats) {
       {"RGB888", kUnsupported, 27, 26},   {"yuv420_planar", kUnsupported, 27, 26}, {nullptr, kUnsupported, 27, 26},
       {"YVU420_SEMIPLANAR", kOk, 29, -1}, {"YUV420_PLANAR", kOk, 27, 26},
   };
-  Instance instance(640, 480, 1);
-  zelvan_Tessaline4* handle = instance.handle();
+  Instance handle(640, 480, 1);
   for (const Row& row : rows) {
     EXPECT_EQ(zelvan_Tessaline4_setImageFormat(handle, row.name), row.status);
     EXPECT_EQ(handle->pointer->imageFormat, row.working);
@@ -130,8 +125,7 @@ TEST(Settings, ImageFormats) {
 
 // Items 0 to n of a caller's table replace those of the instance.
 TEST(Settings, StrengthTablesAreBounded) {
-  Instance instance(640, 480, 1);
-  zelvan_Tessaline4* handle = instance.handle();
+  Instance handle(640, 480, 1);
   zelvan_Tessaline4 empty = {nullptr};
   const std::vector<float> levels(40, 3.0f);
   const std::vector<int32_t> thresholds(40, 9);
@@ -153,13 +147,11 @@ TEST(Settings, StrengthTablesAreBounded) {
   expect(3, 3, 10, 9, 9);
 }
 
-// What start makes of the public fields.
 TEST(Settings, LevelsBecomeEngineParameters) {
   enum Case { DEFAULTS, LEVELS, ONE_FRAME };
   for (const Case which : {DEFAULTS, LEVELS, ONE_FRAME}) {
     SCOPED_TRACE(which);
-    Instance instance(640, 480, 4);
-    zelvan_Tessaline4* handle = instance.handle();
+    Instance handle(640, 480, 4);
     if (which == LEVELS) {
       zelvan_Tessaline4_setNumberOfMergeImages(handle, 2);
       zelvan_Tessaline4_setGain(handle, 0);
@@ -175,8 +167,7 @@ TEST(Settings, LevelsBecomeEngineParameters) {
       zelvan_Tessaline4_setGain(handle, 0);
       zelvan_Tessaline4_setGamma(handle, 0);
     }
-    Frame output = makeFrame(kVu, 640, 480);
-    EXPECT_EQ(zelvan_Tessaline4_start(handle, &output.data, 4), kOk);
+    EXPECT_EQ(handle.start(), kOk);
     const Tessal4Handle& h = *handle->pointer;
     const bool levels = which == LEVELS;
     EXPECT_EQ(h.params.gain, which == DEFAULTS ? -1.0 : levels ? 0.0 : 1.0);  // neutral: no curve at intake

@@ -29,8 +29,7 @@ TEST(State, InitializeTestsItsArguments) {
 }
 
 TEST(State, BadArgumentsChangeNothing) {
-  Instance instance(640, 480, kFrames);
-  zelvan_Tessaline4* handle = instance.handle();
+  Instance handle(640, 480, kFrames);
   zelvan_Tessaline4 empty = {nullptr};
   Frame output = makeFrame(kVu, 640, 480);
   zelvan_ImageData* data = &output.data;
@@ -80,12 +79,10 @@ TEST(State, NullPlanesAreRefused) {
       if (width > 2000 && format != kVu) continue;
       for (int32_t gain : {100, 150}) {
         SCOPED_TRACE(testing::Message() << format << ' ' << width << 'x' << height << ", gain " << gain);
-        Instance instance(width, height, 3, format);
-        zelvan_Tessaline4* handle = instance.handle();
-        Frame output = makeFrame(format, width, height), frame = makeFrame(format, width, height);
-        EXPECT_EQ(zelvan_Tessaline4_setImageFormat(handle, format), kOk);
+        Instance handle(width, height, 3, format);
+        Frame frame = makeFrame(format, width, height);
         EXPECT_EQ(zelvan_Tessaline4_setGain(handle, gain), kOk);
-        EXPECT_EQ(zelvan_Tessaline4_start(handle, &output.data, 3), kOk);
+        EXPECT_EQ(handle.start(), kOk);
         zelvan_ImageData data = {width, height, nullptr, frame.data.plane1, frame.data.plane2};
         EXPECT_EQ(zelvan_Tessaline4_addImage(handle, &data), kParam);
         data = {width, height, frame.data.plane0, nullptr, nullptr};
@@ -97,26 +94,24 @@ TEST(State, NullPlanesAreRefused) {
       }
     }
   }
-  Instance instance(640, 480, 1);
-  ASSERT_EQ(zelvan_Tessaline4_setImageFormat(instance.handle(), kPacked), kOk);
+  Instance handle(640, 480, 1);
+  ASSERT_EQ(zelvan_Tessaline4_setImageFormat(handle, kPacked), kOk);
   zelvan_ImageData none = {640, 480, nullptr, nullptr, nullptr};
-  EXPECT_EQ(zelvan_Tessaline4_start(instance.handle(), &none, 1), kParam);
+  EXPECT_EQ(zelvan_Tessaline4_start(handle, &none, 1), kParam);
   EXPECT_EQ(none.plane1, nullptr);
-  EXPECT_EQ(zelvan_Tessaline4_reset(instance.handle()), kOk) << "a failed start has opened the burst";
+  EXPECT_EQ(zelvan_Tessaline4_reset(handle), kOk) << "a failed start has opened the burst";
 }
 
 // The record of a frame that cannot be converted stays as the caller wrote it, stray second plane and all.
 TEST(State, RefusedConversionChangesNothing) {
-  Instance instance(640, 480, 2, kPacked);
-  zelvan_Tessaline4* handle = instance.handle();
-  ASSERT_EQ(zelvan_Tessaline4_setImageFormat(handle, kPacked), kOk);
+  Instance handle(640, 480, 2, kPacked);
   ASSERT_EQ(zelvan_Tessaline4_setGain(handle, 150), kOk);
-  Frame output = makeFrame(kPacked, 640, 480), frame = makeBurst(kPacked, 638, 480, 1)[0];
+  Frame frame = makeBurst(kPacked, 638, 480, 1)[0];
   frame.data.plane0 = frame.bytes.data();
   const std::vector<uint8_t> bytes = frame.bytes;
   frame.data.plane1 = reinterpret_cast<void*>(1);
   const auto unchanged = [&] { return frame.data.plane1 == reinterpret_cast<void*>(1) && frame.bytes == bytes; };
-  ASSERT_EQ(zelvan_Tessaline4_start(handle, &output.data, 2), kOk);
+  ASSERT_EQ(handle.start(), kOk);
   EXPECT_EQ(zelvan_Tessaline4_convertInput(handle, &frame.data, 16, 27), kParam);
   EXPECT_TRUE(unchanged());
   EXPECT_EQ(zelvan_Tessaline4_addImage(handle, &frame.data), kOk) << "what was not converted shows in the picture";

@@ -1,4 +1,3 @@
-// Parameters, the context, intake and the solve.
 #include <limits>
 
 #include "engine/engine_rig.h"

@@ -1,45 +1,10 @@
 #include "filters/denoiser2.h"
 
-#include <set>
-
 #include "engine/engine_rig.h"
-#include "filters/denoiser2_pattern.h"
 #include "support/pixel_scene.h"
 
 namespace test {
 namespace {
-
-using denoiser2::Offset;
-using denoiser2::Scoreboard;
-
-TEST(Denoiser2Pattern, SpreadsEvenly) {
-  const auto board = std::make_unique<Scoreboard>();
-  for (const double radius : {3.0, 8.0, 20.0, 46.0}) {
-    board->clear();
-    std::set<std::pair<int32_t, int32_t>> places;
-    int32_t directions[8] = {};
-    for (int32_t pass = 0; pass < 4; ++pass) {
-      Offset offsets[16];
-      board->choose(offsets, 16, radius, pass, 4);
-      int32_t halves[4] = {};
-      for (const Offset& o : offsets) {
-        ++directions[Scoreboard::directionOf(o.dx, o.dy)];
-        halves[0] += o.dx < 0;
-        halves[1] += o.dx > 0;
-        halves[2] += o.dy < 0;
-        halves[3] += o.dy > 0;
-        EXPECT_NEAR(std::hypot(o.dx, o.dy), radius, 4.5);
-        EXPECT_GE(std::abs(o.dx) + std::abs(o.dy), 2);
-        places.insert({o.dx, o.dy});
-      }
-      for (const int32_t n : halves) EXPECT_TRUE(n >= 5 && n <= 10) << radius << " pass " << pass << ": " << n;
-    }
-    for (const int32_t n : directions) EXPECT_NEAR(n, 8, 1) << radius;
-    EXPECT_GE(places.size(), radius < 5 ? 28u : 60u) << radius;
-  }
-  const std::pair<Offset, int32_t> lines[] = {{{9, 0}, 0}, {{-9, 0}, 0}, {{0, -7}, 4}, {{5, 5}, 2}, {{5, -5}, 6}};
-  for (const auto& [o, direction] : lines) EXPECT_EQ(Scoreboard::directionOf(o.dx, o.dy), direction);
-}
 
 Tessal4Denoiser2Params passes(int32_t luma, int32_t chroma) {
   Tessal4Denoiser2Params params = {};

@@ -69,14 +69,12 @@ TEST(Members, ArgumentRecordsHoldThreeWords) {
 }
 
 TEST(Box, SumsAndMeansOfTheWindow) {
-  TestArena arena;
-  ImageProc proc = {arena.env(), nullptr};
-  ImageProc2 proc2 = {arena.env(), nullptr};
+  KernelRig rig(0);
   for (const int32_t window : {1, 2, 3, 5, 8, 31}) {
     SCOPED_TRACE(window);
     TestImage src(17, 12, 57, 3), sums(17, 12, 58, 4, 8), mean(17, 12, 57, 5), twin(17, 12, 57, 5);
-    ASSERT_EQ(ImageProc_boxSum(&proc, &sums, &src, window), ZELVAN_OK);
-    ASSERT_EQ(ImageProc_boxBlur(&proc, &mean, &src, window), ZELVAN_OK);
+    ASSERT_EQ(ImageProc_boxSum(&rig.proc, &sums, &src, window), ZELVAN_OK);
+    ASSERT_EQ(ImageProc_boxBlur(&rig.proc, &mean, &src, window), ZELVAN_OK);
     EXPECT_TRUE(sums.guardsUnchanged() && mean.guardsUnchanged());
     const Plane from = planesOf(src)[0];
     const int32_t reach = window / 2, r = (window - 1) / 2, scale = 32768 / window;
@@ -90,19 +88,19 @@ TEST(Box, SumsAndMeansOfTheWindow) {
     down.fill([&](int32_t x, int32_t y, int32_t) { return (across.lineSum(x, y, 0, 1, r) * scale + 16384) >> 15; });
     EXPECT_EQ(planesOf(sums)[0], sum);
     EXPECT_EQ(planesOf(mean)[0], down);
-    EXPECT_EQ(ImageProc2_boxBlur(&proc2, &twin, &src, window), window % 2 == 0 ? ZELVAN_ERROR_UNSUPPORTED : ZELVAN_OK);
+    EXPECT_EQ(ImageProc2_boxBlur(&rig.proc2, &twin, &src, window),
+              window % 2 == 0 ? ZELVAN_ERROR_UNSUPPORTED : ZELVAN_OK);
     EXPECT_EQ(twin.sameBytes(mean), window % 2 != 0);
   }
   TestImage chroma(9, 6, IMAGE_UINT88, 3), u(9, 6, IMAGE_UINT8, 3);
   for (int32_t i = 0; i < 9 * 6; ++i) u.row(0, i / 9)[i % 9] = chroma.row(0, i / 9)[i % 9 * 2];
-  ASSERT_EQ(ImageProc_boxBlur2(&proc, &chroma, &chroma, 3), ZELVAN_OK);
-  ASSERT_EQ(ImageProc_boxBlur2(&proc, &u, &u, 3), ZELVAN_OK);
+  ASSERT_EQ(ImageProc_boxBlur2(&rig.proc, &chroma, &chroma, 3), ZELVAN_OK);
+  ASSERT_EQ(ImageProc_boxBlur2(&rig.proc, &u, &u, 3), ZELVAN_OK);
   EXPECT_EQ(chroma.row(0, 3)[8], u.row(0, 3)[4]) << "channels stay apart";
 }
 
 TEST(Filter3x3, EveryMemberByItsRule) {
-  TestArena arena;
-  ImageProc proc = {arena.env(), nullptr};
+  KernelRig rig(0);
   using Filter = Status (*)(ImageProc*, Image*, const Image*);
   using Rule = std::function<int32_t(std::vector<int32_t>)>;
   const auto mean = [](const std::vector<int32_t>& v) {
@@ -125,7 +123,7 @@ TEST(Filter3x3, EveryMemberByItsRule) {
   for (const auto& [filter, rule] : members) {
     TestImage dst(13, 9, IMAGE_UINT8, 3);
     const Plane from = planesOf(dst)[0];
-    ASSERT_EQ(filter(&proc, &dst, &dst), ZELVAN_OK);  // in place
+    ASSERT_EQ(filter(&rig.proc, &dst, &dst), ZELVAN_OK);  // in place
     for (int32_t k = 0; k < 13 * 9; ++k) {
       std::vector<int32_t> v;
       for (int32_t i = 0; i < 9; ++i)
@@ -133,9 +131,8 @@ TEST(Filter3x3, EveryMemberByItsRule) {
       ASSERT_EQ(dst.row(0, k / 13)[k % 13], rule(v)) << k;
     }
   }
-  ImageProc2 proc2 = {arena.env(), nullptr};
   TestImage rgb(4, 4, IMAGE_RGB888);
-  EXPECT_EQ(ImageProc2_filterMax3x3(&proc2, &rgb, &rgb), ZELVAN_ERROR_UNSUPPORTED);
+  EXPECT_EQ(ImageProc2_filterMax3x3(&rig.proc2, &rgb, &rgb), ZELVAN_ERROR_UNSUPPORTED);
 }
 
 using Blur = Status (*)(ImageProc*, Image*, const Image*, double);
@@ -194,32 +191,30 @@ TEST(Members, StatedSizesSuffice) {
 // Channels never mix: pixels of three and four bytes are resized and blurred as pairs of the same bytes are.
 TEST(Interleaved, ChannelsGoTheWayOfPairs) {
   KernelRig rig(0);
-  for (const int32_t format : {IMAGE_RGB888, IMAGE_BGR888, IMAGE_RGBA8888}) {
-    for (const auto& [w, h] : {std::pair{23, 60}, {90, 31}, {70, 40}}) {
-      const bool blurs = w == 70 && format == IMAGE_RGB888;
-      TestImage src(70, 40, format, 1, 8), dst(w, h, format, 2, 8), pairs(70, 40, IMAGE_UINT88, 3, 8);
-      const auto run = [&, w = w](Image* out, const Image* in) {
-        return w != 70 ? ImageProc_resizeImage(&rig.proc, out, in) : ImageProc_pgaussBlur(&rig.proc, out, in, 5.0);
-      };
-      if (w == 70 && !blurs) continue;
-      ASSERT_EQ(run(&dst, &src), ZELVAN_OK) << format;
-      Plane from = planesOf(src)[0], to = planesOf(dst)[0];
-      for (int32_t c = 0; c < from.channels; ++c) {
-        TestImage expected(w, h, IMAGE_UINT88, 4, 8);
-        planesOf(pairs)[0].fill([&](int32_t x, int32_t y, int32_t i) {
-          return imageRow(&pairs, y)[2 * x + i] = static_cast<uint8_t>(from.at(x, y, c));
-        });
-        ASSERT_EQ(run(&expected, &pairs), ZELVAN_OK);
-        planesOf(expected)[0].fill([&](int32_t x, int32_t y, int32_t i) {
-          EXPECT_EQ(to.at(x, y, c), imageRow(&expected, y)[2 * x + i]) << format << ' ' << x << ' ' << y;
-          return 0;
-        });
-      }
-      if (blurs) {
-        EXPECT_EQ(ImageProc2_pgaussBlur(&rig.proc2, &dst, &src, 5.0), ZELVAN_ERROR_UNSUPPORTED);
-      }
+  const int32_t cases[][3] = {{IMAGE_RGB888, 23, 60}, {IMAGE_RGB888, 90, 31},   {IMAGE_BGR888, 23, 60},
+                              {IMAGE_BGR888, 90, 31}, {IMAGE_RGBA8888, 23, 60}, {IMAGE_RGBA8888, 90, 31},
+                              {IMAGE_RGB888, 70, 40}};  // the last: blurred
+  for (const auto& [format, w, h] : cases) {
+    TestImage src(70, 40, format, 1, 8), dst(w, h, format, 2, 8), pairs(70, 40, IMAGE_UINT88, 3, 8);
+    const auto run = [&, w = w](Image* out, const Image* in) {
+      return w != 70 ? ImageProc_resizeImage(&rig.proc, out, in) : ImageProc_pgaussBlur(&rig.proc, out, in, 5.0);
+    };
+    ASSERT_EQ(run(&dst, &src), ZELVAN_OK) << format;
+    Plane from = planesOf(src)[0], to = planesOf(dst)[0];
+    for (int32_t c = 0; c < from.channels; ++c) {
+      TestImage expected(w, h, IMAGE_UINT88, 4, 8);
+      planesOf(pairs)[0].fill([&](int32_t x, int32_t y, int32_t i) {
+        return imageRow(&pairs, y)[2 * x + i] = static_cast<uint8_t>(from.at(x, y, c));
+      });
+      ASSERT_EQ(run(&expected, &pairs), ZELVAN_OK);
+      planesOf(expected)[0].fill([&](int32_t x, int32_t y, int32_t i) {
+        EXPECT_EQ(to.at(x, y, c), imageRow(&expected, y)[2 * x + i]) << format << ' ' << x << ' ' << y;
+        return 0;
+      });
     }
   }
+  TestImage rgb(70, 40, IMAGE_RGB888);
+  EXPECT_EQ(ImageProc2_pgaussBlur(&rig.proc2, &rgb, &rgb, 5.0), ZELVAN_ERROR_UNSUPPORTED);
 }
 
 }  // namespace

@@ -1,4 +1,3 @@
-// Pel: events, dependencies, full tables, timeouts.
 #include <algorithm>
 #include <random>
 #include <thread>

@@ -1,4 +1,3 @@
-// Pel: running kernels, dividing the range, parameters and lifecycle.
 #include <string>
 
 #include "support/pel_fixture.h"

@@ -1,4 +1,3 @@
-// The queue without locks and the one that blocks.
 #include <sys/time.h>
 
 #include <atomic>

@@ -1,7 +1,6 @@
 #include <limits>
 
 #include "pixels/image_func.h"
-#include "pixels/warp_rows.h"
 #include "support/pixel_scene.h"
 
 namespace {
@@ -115,40 +114,5 @@ TEST_P(ImageFuncWarp, NoMemoryLeavesThePicture) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, ImageFuncWarp, testing::ValuesIn(kFormats));
-
-// Every build of the row kernels against the plain one, on bytes that favour the extremes.
-TEST(ImageFuncWarpRows, TablesAgree) {
-  constexpr int32_t kMost = 256;
-  std::mt19937 random(12);
-  const auto byte = [&] { return static_cast<uint8_t>(random() % 3 == 0 ? random() : random() % 2 * 255); };
-  for (int32_t round = 0; round < 400; ++round) {
-    uint8_t corners[4][kMost + 3], before[kMost + 8], weights[kMost];
-    for (auto& row : corners) std::generate(std::begin(row), std::end(row), byte);
-    std::generate(std::begin(before), std::end(before), byte);
-    for (uint8_t& w : weights) w = static_cast<uint8_t>(random() % 3 != 0 ? random() % 129 : random() % 2 * 128);
-    const int32_t offset = static_cast<int32_t>(random() % 4);
-    const int32_t count = static_cast<int32_t>(random() % (kMost / 2) + 1) * 2;
-    const WarpTaps taps = {{corners[0] + offset, corners[1] + 1, corners[2] + 2, corners[3] + offset}};
-    const WarpLine line = {static_cast<int32_t>(random()), static_cast<int32_t>(random()),
-                           static_cast<int32_t>(random() % 90000), static_cast<int32_t>(random() % 90000) - 45000};
-    const WarpRows& plain = *warpRowsOf(CPU_PLAIN);
-    for (int32_t level = CPU_PLAIN + 1; level <= cpuLevel(); ++level) {
-      const WarpRows* rows = warpRowsOf(static_cast<CpuLevel>(level));
-      const auto check = [&](auto kernel, const auto&... weight) {
-        uint8_t out[kMost + 8], want[kMost + 8];
-        std::copy_n(before, kMost + 8, out);
-        std::copy_n(before, kMost + 8, want);
-        (rows->*kernel)(out + 4, taps, line, weight..., count);
-        (plain.*kernel)(want + 4, taps, line, weight..., count);
-        EXPECT_TRUE(std::equal(std::begin(out), std::end(out), want)) << rows->name << ' ' << round;
-      };
-      for (const auto kernel :
-           {&WarpRows::coarseLuma, &WarpRows::coarseChroma, &WarpRows::fineLuma, &WarpRows::fineChroma}) {
-        check(kernel);
-      }
-      for (const auto kernel : {&WarpRows::blendLuma, &WarpRows::blendChroma}) check(kernel, weights);
-    }
-  }
-}
 
 }  // namespace

@@ -1,4 +1,3 @@
-// Folders of photos, and bursts of more frames than are merged.
 #include <nlohmann/json.hpp>
 
 #include "image_file.h"

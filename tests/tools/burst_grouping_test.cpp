@@ -1,4 +1,3 @@
-// Which photos make a burst, and when they say that they were taken.
 #include <gtest/gtest.h>
 
 #include <cmath>

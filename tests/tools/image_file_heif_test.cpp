@@ -99,16 +99,9 @@ TEST(Heif, GivesWhatWasStoredUpright) {
   const ToolFolder folder("heif");
   const Picture motif = tool::motif();
   Picture turned(480, 640);  // by a quarter, clockwise
-  for (int32_t y = 0; y < 640; ++y) {
-    for (int32_t x = 0; x < 480; ++x) {
-      turned.y[static_cast<size_t>(y * 480 + x)] = motif.y[static_cast<size_t>((479 - x) * 640 + y)];
-    }
-  }
-  for (int32_t y = 0; y < 320; ++y) {
-    for (int32_t x = 0; x < 240; ++x) {
-      turned.u[static_cast<size_t>(y * 240 + x)] = motif.u[static_cast<size_t>((239 - x) * 320 + y)];
-      turned.v[static_cast<size_t>(y * 240 + x)] = motif.v[static_cast<size_t>((239 - x) * 320 + y)];
-    }
+  for (const auto plane : {&Picture::y, &Picture::u, &Picture::v}) {
+    const size_t w = plane == &Picture::y ? 640 : 320, h = w * 3 / 4;  // of the motif
+    for (size_t at = 0; at < w * h; ++at) (turned.*plane)[at] = (motif.*plane)[(h - 1 - at % h) * w + at / h];
   }
   const std::string path = (folder / "p.heic").string();
   for (const heif_compression_format format : {heif_compression_HEVC, heif_compression_AV1}) {

@@ -1,4 +1,3 @@
-// Every kind of picture file: what comes back, and what is refused.
 #include "image_file.h"
 
 #include <cstdio>

@@ -18,13 +18,11 @@ struct ExifRelease {
 };
 using ExifOwner = std::unique_ptr<ExifData, ExifRelease>;
 
-// Blocks under construction.
 class ExifMaker {
  public:
   explicit ExifMaker(ExifByteOrder order) : order_(order), data_(exif_data_new()) {
     exif_data_set_byte_order(data_.get(), order);
   }
-  // The bytes of a new entry.
   unsigned char* add(ExifIfd ifd, ExifTag tag, ExifFormat format, size_t components, size_t bytes) {
     ExifEntry* entry = exif_entry_new();
     exif_content_add_entry(data_->ifd[ifd], entry);

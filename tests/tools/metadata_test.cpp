@@ -241,32 +241,5 @@ TEST(Exif, BytesKeepTheirPlaces) {
   }
 }
 
-// Nothing reads or writes out of a block, whatever it holds.
-TEST(Exif, AnyBytesWill) {
-  std::mt19937 random(5);
-  const Bytes whole = makeExif(6, true), icc = makeIcc(300);
-  const std::string xmp = makeXmp("any", true);
-  int32_t kept = 0;
-  for (int32_t i = 0; i < 20000; ++i) {
-    Metadata metadata;
-    Bytes profile = icc;
-    std::string packet = xmp;
-    metadata.exif = whole;
-    const auto spoil = [&](auto& bytes) {
-      for (uint32_t n = random() % 4; n > 0; --n)
-        bytes[random() % std::min<size_t>(bytes.size(), 200)] = random() % 3 ? random() : 0;
-      if (random() % 4 == 0) bytes.resize(random() % bytes.size());
-    };
-    spoil(metadata.exif), spoil(profile), spoil(packet);
-    takeIcc(profile, &metadata);
-    takeXmp(packet, {{kExtensionName, 3, 0, {1, 2, 3}}}, &metadata);
-    fitMetadata(&metadata, {65527, 65504, random() % 2 * 100, 1000}, 64, 48);
-    Metadata again = metadata;
-    EXPECT_TRUE(fitMetadata(&again, {65527, 65504, 100, 1000}, 64, 48).empty());
-    kept += again.exif.empty() ? 0 : 1;
-  }
-  EXPECT_GT(kept, 5000);
-}
-
 }  // namespace
 }  // namespace tool

@@ -1,4 +1,3 @@
-// The measures of quality against closed forms and a literal window sum.
 #include "quality.h"
 
 #include <cmath>

@@ -65,7 +65,6 @@ class ToolFolder {
   fs::path folder_;
 };
 
-// Samples of this range.
 inline Picture randomPicture(int32_t width, int32_t height, uint32_t seed = 7, uint32_t least = 0,
                              uint32_t most = 255) {
   std::mt19937 random(seed);
