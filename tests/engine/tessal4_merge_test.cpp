@@ -1,4 +1,3 @@
-// The merge, and what finishes its picture.
 #include "engine/engine_rig.h"
 #include "support/pixel_scene.h"
 
@@ -14,9 +13,8 @@ TEST(Tessal4MergeRows, KeepTheirBits) {
   TestImage correction(37, 11, IMAGE_UINT8, 7);
   uint8_t table[256];
   for (int32_t v = 0; v < 256; ++v) table[v] = static_cast<uint8_t>(v < 100 ? 128 - v : 0);
-  for (int32_t y = 0; y < 11; ++y) {
-    for (int32_t x = 0; x < 37; ++x) imageRow<uint16_t>(&weights, y)[x] %= static_cast<uint16_t>(1 + x % 3 * 2000);
-  }
+  drawPixels<uint16_t>(&weights,
+                       [&](int32_t x, int32_t y) { return imageRow<uint16_t>(&weights, y)[x] % (1 + x % 3 * 2000); });
   imageRow(&diff, 5)[7] = 65;  // the least that counts
   fillMap(mean, 8, 60);
   fillMap(baseMean, 9, 60);
@@ -345,9 +343,7 @@ TEST(Tessal4Deconv, SharpensInPlaceAndTakesLumaAlone) {
   TestImage images[2] = {TestImage(45, 34, IMAGE_UINT8), TestImage(45, 34, IMAGE_UINT8)};
   for (int32_t i = 0; i < 2; ++i) {
     EngineRig engine(kWidth, kHeight, 1, defaultParams(kWidth, kHeight), i == 0 ? nullptr : executor.get());
-    for (int32_t y = 0; y < 34; ++y) {
-      for (int32_t x = 0; x < 45; ++x) images[i].row(0, y)[x] = static_cast<uint8_t>(sceneLuma(x, y));
-    }
+    drawPixels(&images[i], sceneLuma);
     ASSERT_EQ(Tessal4_deconv(engine.get(), &images[i], 0.9, 0.5), ZELVAN_OK);
     EXPECT_EQ(Tessal4_deconv(engine.get(), &engine.frames[0], 0.9, 0.5), ZELVAN_ERROR_PARAM);
   }

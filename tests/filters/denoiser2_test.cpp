@@ -33,7 +33,6 @@ struct Scene {
   TestImage src, map;
 };
 
-// Every chain of stages: recorded, and the same for any workers and in place.
 TEST(Denoiser2, ChainsKeepTheirBits) {
   Scene scene;
   TestPel pel(3);

@@ -1,4 +1,3 @@
-// Boxes, filters, what blurs refuse, and members that other tests reach by a twin alone.
 #include <functional>
 
 #include "imageproc/blur.h"

@@ -128,14 +128,14 @@ TEST(Tone, NeutralCopiesAndGainKeepsSaturation) {
 // With more dark pixels than bright ones cut off the bounds cross, and what lies above the upper one is white.
 TEST(Tone, StretchesTheHistogramAlsoBetweenCrossedBounds) {
   KernelRig rig(0);
-  for (const bool crossed : {false, true}) {
+  for (const auto& [low, high] : {std::pair<uint8_t, uint8_t>{5, 95}, {75, 25}}) {
     TestImage image(64, 64, IMAGE_YUV420_SEMIPLANAR);
-    for (int32_t i = 0; i < 64 * 64; ++i) image.row(0, i / 64)[i % 64] = static_cast<uint8_t>(64 + i % 64 * 2);
-    const ImageProcTone tone = {{100, 100, 100}, 100, 32768, 32768, 32768, crossed ? 75 : 5, crossed ? 25 : 95};
+    drawPixels(&image, [](int32_t x, int32_t) { return 64 + x * 2; });
+    const ImageProcTone tone = {{100, 100, 100}, 100, 32768, 32768, 32768, low, high};
     ASSERT_EQ(ImageProc_enhanceImage_process(&rig.proc, &image, &image, &tone), ZELVAN_OK);
     EXPECT_TRUE(image.row(0, 10)[0] == 0 && image.row(0, 10)[63] == 255);
-    if (!crossed) EXPECT_NEAR(image.row(0, 10)[32], 128, 4);
-    for (int32_t x = 0; crossed && x < 64; ++x) EXPECT_EQ(image.row(0, 10)[x], x < 16 ? 0 : 255) << x;
+    EXPECT_NEAR(image.row(0, 10)[32], low < high ? 128 : 255, 4);
+    for (int32_t x = 0; low > high && x < 64; ++x) EXPECT_EQ(image.row(0, 10)[x], x < 16 ? 0 : 255) << x;
   }
 }
 

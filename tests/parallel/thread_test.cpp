@@ -1,5 +1,3 @@
-// Threads, locks and conditions, the executor's queues as a caller of its own tasks uses them, and the shares in an
-// owner's arena sum.
 #include "parallel/thread.h"
 
 #include <sched.h>

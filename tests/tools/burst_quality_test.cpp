@@ -19,12 +19,7 @@ const RgbPicture& scene() {
 }
 
 Simulation medium(uint32_t seed) {
-  Simulation s;
-  s.width = kWidth;
-  s.height = kHeight;
-  s.seed = seed;
-  s.frames = kSanitized ? 4 : 8;
-  return s;
+  return {.width = kWidth, .height = kHeight, .frames = kSanitized ? 4 : 8, .seed = seed};
 }
 
 // The library's defaults without sharpening.

@@ -106,9 +106,7 @@ TEST(Heif, GivesWhatWasStoredUpright) {
   const std::string path = (folder / "p.heic").string();
   for (const heif_compression_format format : {heif_compression_HEVC, heif_compression_AV1}) {
     for (const heif_orientation turn : {heif_orientation_normal, heif_orientation_rotate_90_cw}) {
-      Recipe recipe;
-      recipe.format = format;
-      recipe.turn = turn;
+      const Recipe recipe = {.format = format, .turn = turn};
       if (!writeHeif(path, motif, recipe)) GTEST_SKIP() << "no encoder";
       const Picture read = readPicture(path);
       const Picture& expected = turn == heif_orientation_normal ? motif : turned;
@@ -127,8 +125,7 @@ TEST(Heif, GivesWhatWasStoredUpright) {
 TEST(Heif, RangeAndMatrixOfTheFileCount) {
   const ToolFolder folder("heif-colour");
   const std::string path = (folder / "p.heic").string();
-  Recipe limited;
-  limited.limited = true;
+  const Recipe limited = {.limited = true};
   if (!writeHeif(path, motif(), limited)) GTEST_SKIP() << "no encoder";
   EXPECT_GT(psnrOf(readPicture(path), motif(), nullptr).luma, 40.0);
 
@@ -136,9 +133,7 @@ TEST(Heif, RangeAndMatrixOfTheFileCount) {
   std::fill(flat.y.begin(), flat.y.end(), uint8_t{120});
   std::fill(flat.u.begin(), flat.u.end(), uint8_t{100});
   std::fill(flat.v.begin(), flat.v.end(), uint8_t{160});
-  Recipe other;
-  other.matrix = heif_matrix_coefficients_ITU_R_BT_709_5;
-  writeHeif(path, flat, other);
+  writeHeif(path, flat, {.matrix = heif_matrix_coefficients_ITU_R_BT_709_5});
   const Picture read = readPicture(path);
   // RGB 170.4, 110.3, 68.0 by BT.709, and that by BT.601.
   EXPECT_NEAR(read.y[200'000], 123.4, 2.0);
@@ -148,8 +143,7 @@ TEST(Heif, RangeAndMatrixOfTheFileCount) {
 
 TEST(Heif, BadAndDeepFilesAreRefused) {
   const ToolFolder folder("heif-bad");
-  Recipe deep;
-  deep.bits = 10;
+  const Recipe deep = {.bits = 10};
   if (!writeHeif((folder / "deep.heic").string(), motif(), deep)) GTEST_SKIP() << "no encoder";
   writeHeif((folder / "good.heic").string(), motif(), {});
   const std::string good = textOf(folder / "good.heic");

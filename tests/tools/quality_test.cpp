@@ -88,13 +88,10 @@ TEST(Quality, SsimIsTheWindowSum) {
 constexpr int32_t kWidth = 321, kHeight = 241;
 
 const Picture& truth() {
-  static const Picture picture = [] {
-    Simulation s;
-    s.width = kWidth;
-    s.height = kHeight;
-    s.frames = 1;
-    return simulateBurst(builtInScene(kWidth, kHeight, 3), {}, s).frames[0].clean;
-  }();
+  static const Picture picture =
+      simulateBurst(builtInScene(kWidth, kHeight, 3), {}, {.width = kWidth, .height = kHeight, .frames = 1})
+          .frames[0]
+          .clean;
   return picture;
 }
 Picture noisy(uint32_t seed) {

@@ -1,4 +1,3 @@
-// Feature points, their blocks, and the lists that follow them.
 #include "tracker/vectral_fp_list.h"
 
 #include "tracker/feat_pnt_list.h"

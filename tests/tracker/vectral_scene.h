@@ -14,12 +14,6 @@
 #include "support/test_image.h"
 #include "tracker/vectral.h"
 
-template <typename Value>
-void drawPixels(Image* image, const Value& value) {
-  for (int32_t y = 0; y < image->height; ++y) {
-    for (int32_t x = 0; x < image->width; ++x) imageRow(image, y)[x] = static_cast<uint8_t>(value(x, y));
-  }
-}
 template <typename Want>
 void expectPixels(const Image& image, const Want& want) {
   for (int32_t y = 0; y < image.height; ++y) {
