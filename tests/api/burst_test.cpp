@@ -1,6 +1,4 @@
-// Whole bursts through the public functions.
 #include <thread>
-#include <tuple>
 
 #include "instance.h"
 
@@ -11,51 +9,8 @@ void noSharpening(zelvan_Tessaline4* handle) {
   EXPECT_EQ(zelvan_Tessaline4_setSharpnessEnhanceLevel(handle, 0), kOk);
 }
 
-// Mean squared difference of a luma plane of 640 x 480 to the clean scene, without a border.
-double lumaError(const std::vector<uint8_t>& luma, int32_t frame) {
-  double sum = 0;
-  for (int32_t y = 24; y < 456; y += 3) {
-    for (int32_t x = 24; x < 616; x += 3) {
-      const double d = luma[static_cast<size_t>(y * 640 + x)] - sceneLuma(x + 1.3 * frame, y - 0.8 * frame);
-      sum += d * d;
-    }
-  }
-  return sum / (144 * 198);
-}
-
-// To the nearest of the frames, one of which is the base.
-double leastError(const std::vector<uint8_t>& luma, int32_t count) {
-  double least = 1e9;
-  for (int32_t frame = 0; frame < count; ++frame) least = std::min(least, lumaError(luma, frame));
-  return least;
-}
-
-TEST(Burst, MergingRemovesNoise) {
-  const std::vector<Frame> burst = makeBurst(kVu, 640, 480, 6, 8.0);
-  EXPECT_LT(leastError(mergeOnce(burst, kVu, noSharpening), 6), lumaError(burst[0].bytes, 0) / 3.5)
-      << "6 frames should leave little more than a sixth of the noise power";
-}
-
 TEST(Burst, SameBytesForAnyWorkersAndMemory) {
-  const std::vector<Frame> burst = makeBurst(kUv, 640, 480, 3);
-  const auto with = [&](int32_t workers, uint32_t mask, uint8_t fill) {
-    const Settings settings = [=](zelvan_Tessaline4* handle) {
-      highestSettings(handle);
-      EXPECT_EQ(zelvan_Tessaline4_setCoreSetting(handle, workers, mask), kOk);
-    };
-    return mergeOnce(burst, kUv, settings, fill);
-  };
-  const std::vector<uint8_t> expected = with(1, 0, 0x00);
-  // A mask of processors that are not there must neither stop nor change the work.
-  for (const auto& [workers, mask, fill] : {std::tuple(2, 0u, 0xFF),
-                                            {3, 0u, 0x5A},
-                                            {17, 0u, 0},
-                                            {-1, 0u, 0},
-                                            {0, 0u, 0},
-                                            {2, 0xC0000000u, 0},
-                                            {40, 0u, 0}}) {
-    EXPECT_EQ(with(workers, mask, static_cast<uint8_t>(fill)), expected) << workers << " workers, mask " << mask;
-  }
+  expectSameForAnyWorkers(makeBurst(kUv, 640, 480, 3), kUv, highestSettings);
 }
 
 TEST(Burst, InstancesSideBySide) {
@@ -69,37 +24,21 @@ TEST(Burst, InstancesSideBySide) {
   EXPECT_EQ(results[1], expected);
 }
 
-TEST(Burst, ResetGivesTheSamePictureAgain) {
-  const std::vector<Frame> burst = makeBurst(kVu, 640, 480, 3);
-  const Settings settings = [](zelvan_Tessaline4* handle) {
-    EXPECT_EQ(zelvan_Tessaline4_setLumaNoiseReductionLevel(handle, 4), kOk);
-    EXPECT_EQ(zelvan_Tessaline4_setChromaNoiseReductionLevel(handle, 4), kOk);
-  };
-  const std::vector<uint8_t> first = mergeOnce(burst, kVu, settings);
-  Instance instance(640, 480, 3);
-  Frame output;
-  EXPECT_EQ(run(&instance, burst, kVu, settings, &output), kOk);
-  for (int32_t round = 0; round < 3; ++round) {
-    EXPECT_EQ(output.bytes, first) << round;
-    std::fill(output.bytes.begin(), output.bytes.end(), uint8_t{0});
-    EXPECT_EQ(zelvan_Tessaline4_reset(instance.handle()), kOk);
-    EXPECT_EQ(addAndMerge(instance.handle(), burst), kOk);
-  }
-}
-
+// The fine mode has no weak chroma pass, and only reads its frames.
 TEST(Burst, TwoHalvesAreTheWholeButTheWeakChromaPass) {
   const std::vector<Frame> burst = makeBurst(kVu, 640, 480, 3);
-  const std::vector<uint8_t> whole = mergeOnce(burst);
-  Instance instance(640, 480, 3);
-  zelvan_Tessaline4* handle = instance.handle();
-  Frame output = makeFrame(kVu, 640, 480);
-  std::vector<Frame> frames = copyBurst(burst);
-  ASSERT_EQ(zelvan_Tessaline4_start(handle, &output.data, 3), kOk);
-  for (Frame& frame : frames) ASSERT_EQ(zelvan_Tessaline4_addImage(handle, &frame.data), kOk);
-  ASSERT_EQ(zelvan_Tessaline4_merge(handle), kOk);
-  ASSERT_EQ(zelvan_Tessaline4_enhance(handle), kOk);
-  EXPECT_TRUE(std::equal(whole.begin(), whole.begin() + 640 * 480, output.bytes.begin()));
-  EXPECT_NE(output.bytes, whole);
+  for (const bool isFine : {false, true}) {
+    const std::vector<uint8_t> whole = mergeOnce(burst, kVu, isFine ? Settings(fine) : Settings());
+    Instance handle(640, 480, 3);
+    std::vector<Frame> frames = copyBurst(burst);
+    ASSERT_EQ(handle.start(isFine ? Settings(fine) : Settings()), kOk);
+    for (Frame& frame : frames) ASSERT_EQ(zelvan_Tessaline4_addImage(handle, &frame.data), kOk);
+    ASSERT_EQ(zelvan_Tessaline4_merge(handle), kOk);
+    ASSERT_EQ(zelvan_Tessaline4_enhance(handle), kOk);
+    EXPECT_TRUE(std::equal(whole.begin(), whole.begin() + 640 * 480, handle.output.bytes.begin()));
+    EXPECT_EQ(handle.output.bytes == whole, isFine);
+    for (size_t i = 0; isFine && i < 3; ++i) EXPECT_TRUE(frames[i].bytes == burst[i].bytes) << i;
+  }
 }
 
 TEST(Burst, PitchesAndPackedRecordsAgree) {
@@ -117,8 +56,7 @@ TEST(Burst, PitchesAndPackedRecordsAgree) {
   for (std::vector<uint8_t>& rows : wide) {
     records.push_back({642, 482, rows.data(), rows.data() + size_t{kPitch} * 482, nullptr, kPitch, kPitch, 0});
   }
-  Instance instance(642, 482, 3);
-  zelvan_Tessaline4* handle = instance.handle();
+  Instance handle(642, 482, 3);
   ASSERT_EQ(zelvan_Tessaline4_setImageFormat(handle, kUv), kOk);
   ASSERT_EQ(zelvan_Tessaline4_startEx(handle, &records[3], 3), kOk);
   for (size_t i = 0; i < 3; ++i) ASSERT_EQ(zelvan_Tessaline4_addImageEx(handle, &records[i]), kOk);
@@ -130,16 +68,90 @@ TEST(Burst, PitchesAndPackedRecordsAgree) {
 TEST(Burst, WrappedFormatsComeBackInTheirOwnLayout) {
   constexpr size_t kLuma = 640 * 480;
   const std::vector<uint8_t> semi = mergeOnce(makeBurst(kUv, 640, 480, 3), kUv);
-  const std::vector<uint8_t> planar = mergeOnce(makeBurst("YUV420_PLANAR", 640, 480, 3), "YUV420_PLANAR");
+  const std::vector<uint8_t> planar = mergeOnce(makeBurst(kPlanar, 640, 480, 3), kPlanar);
   EXPECT_TRUE(std::equal(semi.begin(), semi.begin() + kLuma, planar.begin()));
   for (size_t i = 0; i < kLuma / 4; ++i) {
     ASSERT_EQ(planar[kLuma + i], semi[kLuma + 2 * i]);
     ASSERT_EQ(planar[kLuma * 5 / 4 + i], semi[kLuma + 2 * i + 1]);
   }
-  const std::vector<uint8_t> packed = mergeOnce(makeBurst("YUV422_YUYV", 640, 480, 3), "YUV422_YUYV", noSharpening);
+  const std::vector<uint8_t> packed = mergeOnce(makeBurst(kPacked, 640, 480, 3), kPacked, noSharpening);
   std::vector<uint8_t> luma(kLuma);
   for (size_t i = 0; i < kLuma; ++i) luma[i] = packed[2 * i];
-  EXPECT_LT(leastError(luma, 3), 20.0);
+  EXPECT_LT(std::min({lumaError(luma, 0), lumaError(luma, 1), lumaError(luma, 2)}), 20.0);  // one is the base
+}
+
+// Which bytes of a frame show something: the luma that pads an odd size does not.
+std::vector<bool> pictureBytes(const std::string& format, size_t w, size_t h) {
+  const size_t pitch = (w + 1) / 2 * 2, luma = pitch * ((h + 1) / 2 * 2);
+  std::vector<bool> shown(makeFrame(format, static_cast<int32_t>(w), static_cast<int32_t>(h)).bytes.size());
+  for (size_t i = 0; i < shown.size(); ++i) {
+    if (format == kPacked) {
+      shown[i] = i < 2 * pitch * h && (i % 2 == 1 || i % (2 * pitch) / 2 < w);
+    } else {
+      shown[i] = i >= luma || (i % pitch < w && i / pitch < h);
+    }
+  }
+  return shown;
+}
+
+// The bytes of the result that show something, the others as 0. The working memory, the output and the padding of the
+// frames hold this byte beforehand, or noise.
+std::vector<uint8_t> mergeOver(int32_t byte, const std::vector<Frame>& burst, const std::string& format,
+                               int32_t scaling) {
+  const int32_t width = burst[0].data.width, height = burst[0].data.height;
+  const std::vector<bool> shown = pictureBytes(format, static_cast<size_t>(width), static_cast<size_t>(height));
+  std::vector<Frame> frames = copyBurst(burst);
+  Instance instance(width, height, static_cast<int32_t>(frames.size()), format, byte);
+  std::mt19937 random(9);
+  for (size_t i = 0; i < shown.size(); ++i) {
+    instance.output.bytes[i] = static_cast<uint8_t>(byte < 0 ? random() >> 8 : static_cast<uint32_t>(byte));
+    for (Frame& frame : frames) frame.bytes[i] = shown[i] ? frame.bytes[i] : instance.output.bytes[i];
+  }
+  const Settings settings = [&](zelvan_Tessaline4* handle) {
+    EXPECT_EQ(zelvan_Tessaline4_setAutoScaling(handle, scaling), kOk);
+    EXPECT_EQ(zelvan_Tessaline4_setChromaNoiseReductionLevel(handle, 7), kOk);
+    EXPECT_EQ(zelvan_Tessaline4_setLumaNoiseReductionLevel(handle, 3), kOk);
+    EXPECT_EQ(zelvan_Tessaline4_setRemoveSpikeNoiseLevel_internal(handle, 20), kOk);
+  };
+  EXPECT_EQ(instance.run(frames, settings), kOk);
+  for (size_t i = 0; i < shown.size(); ++i) instance.output.bytes[i] = shown[i] ? instance.output.bytes[i] : 0;
+  return instance.output.bytes;
+}
+
+// Greatest distance of a chroma byte in the last column or row to the scene. U of the first byte of the plane or group.
+double edgeError(const std::vector<uint8_t>& bytes, const std::string& format, int32_t w, int32_t h) {
+  const int32_t pitch = (w + 1) / 2 * 2, luma = pitch * ((h + 1) / 2 * 2);
+  double most = 0;
+  for (int32_t y = 0; y < h; y += 2) {
+    for (int32_t x = 0; x < w; x += 2) {
+      if (x + 2 < w && y + 2 < h) continue;
+      const int32_t at = format == kPacked   ? 2 * (y * pitch + x) + 1
+                         : format == kPlanar ? luma + y / 2 * pitch / 2 + x / 2
+                                             : luma + y / 2 * pitch + x + (format == kVu ? 1 : 0);
+      most = std::max(most, std::abs(bytes[static_cast<size_t>(at)] - sceneChroma(x, y, 0)));
+    }
+  }
+  return most;
+}
+
+TEST(OddSize, PictureFollowsThePicturesAlone) {
+  const struct {
+    const char* format;
+    int32_t width, height;
+  } cases[] = {{kVu, 641, 481}, {kVu, 641, 480}, {kUv, 640, 481}, {kPlanar, 643, 481}, {kPacked, 641, 483}};
+  for (const auto& c : cases) {
+    std::vector<Frame> burst(2, makeFrame(c.format, c.width, c.height));
+    for (Frame& frame : burst) {
+      frame = makeFrame(c.format, c.width, c.height);
+      fillFrame(&frame, c.format, 0, 0, 3.0, static_cast<uint32_t>(&frame - burst.data()));
+    }
+    for (int32_t scaling : {0, 1}) {
+      SCOPED_TRACE(testing::Message() << c.format << ' ' << c.width << 'x' << c.height << ", scaling " << scaling);
+      const std::vector<uint8_t> expected = mergeOver(0, burst, c.format, scaling);
+      EXPECT_LT(edgeError(expected, c.format, c.width, c.height), 12.0);
+      for (int32_t byte : {0xFF, -1}) EXPECT_TRUE(mergeOver(byte, burst, c.format, scaling) == expected) << byte;
+    }
+  }
 }
 
 }  // namespace

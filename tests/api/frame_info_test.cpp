@@ -1,6 +1,3 @@
-// The report on frames after a merge.
-#include <algorithm>
-
 #include "instance.h"
 
 namespace test {
@@ -9,16 +6,15 @@ namespace {
 constexpr int32_t kFrames = 4;
 
 // Of the frames of a burst, in the order of their capture.
-std::vector<zelvan_FrameInfo> reportOf(Instance* instance, const std::vector<Frame>& burst, const Settings& settings) {
-  Frame output;
-  EXPECT_EQ(run(instance, burst, kVu, settings, &output), kOk);
+std::vector<zelvan_FrameInfo> reportOf(Instance& handle, const std::vector<Frame>& burst, const Settings& settings) {
+  EXPECT_EQ(handle.run(burst, settings), kOk);
   std::vector<zelvan_FrameInfo> report(kFrames);
   for (int32_t i = 0; i < kFrames; ++i) {
-    EXPECT_EQ(zelvan_Tessaline4_getFrameInfo(instance->handle(), i, &report[static_cast<size_t>(i)]), kOk);
+    EXPECT_EQ(zelvan_Tessaline4_getFrameInfo(handle, i, &report[static_cast<size_t>(i)]), kOk);
     // The older question gives the same answer; it is open up to the number to merge.
     int32_t status = -1, merged = 0;
-    EXPECT_EQ(zelvan_Tessaline4_getNumberOfMergeImages(instance->handle(), &merged), kOk);
-    EXPECT_EQ(zelvan_Tessaline4_getMergeStatus(instance->handle(), &status, i), i <= merged ? kOk : kParam);
+    EXPECT_EQ(zelvan_Tessaline4_getNumberOfMergeImages(handle, &merged), kOk);
+    EXPECT_EQ(zelvan_Tessaline4_getMergeStatus(handle, &status, i), i <= merged ? kOk : kParam);
     EXPECT_EQ(status, i <= merged ? report[static_cast<size_t>(i)].mergeStatus : -1);
   }
   return report;
@@ -28,12 +24,12 @@ TEST(FrameInfo, TellsOrderScoresAndMotionsOfTheMerge) {
   const std::vector<Frame> burst = makeBurst(kVu, 640, 480, kFrames);
   for (const auto& [sorting, toMerge] : {std::pair(1, kFrames), {0, kFrames}, {1, 2}}) {
     SCOPED_TRACE(testing::Message() << "sorting " << sorting << ", to merge " << toMerge);
-    Instance instance(640, 480, kFrames);
+    Instance handle(640, 480, kFrames);
     zelvan_FrameInfo unread;
-    EXPECT_EQ(zelvan_Tessaline4_getFrameInfo(instance.handle(), kFrames, &unread), kState) << "before start";
-    const auto report = reportOf(&instance, burst, [s = sorting, n = toMerge](zelvan_Tessaline4* handle) {
-      EXPECT_EQ(zelvan_Tessaline4_setAutoSorting(handle, s), kOk);
-      EXPECT_EQ(zelvan_Tessaline4_setNumberOfMergeImages(handle, n), kOk);
+    EXPECT_EQ(zelvan_Tessaline4_getFrameInfo(handle, kFrames, &unread), kState) << "before start";
+    const auto report = reportOf(handle, burst, [s = sorting, n = toMerge](zelvan_Tessaline4* h) {
+      EXPECT_EQ(zelvan_Tessaline4_setAutoSorting(h, s), kOk);
+      EXPECT_EQ(zelvan_Tessaline4_setNumberOfMergeImages(h, n), kOk);
     });
     std::vector<const zelvan_FrameInfo*> ranked(kFrames, nullptr);
     for (const zelvan_FrameInfo& info : report) {
@@ -59,12 +55,12 @@ TEST(FrameInfo, TellsOrderScoresAndMotionsOfTheMerge) {
     }
     EXPECT_EQ(ranked[0]->motion[2], 0.0);
     for (int32_t index : {-1, kFrames}) {
-      EXPECT_EQ(zelvan_Tessaline4_getFrameInfo(instance.handle(), index, &unread), kParam);
+      EXPECT_EQ(zelvan_Tessaline4_getFrameInfo(handle, index, &unread), kParam);
     }
-    EXPECT_EQ(zelvan_Tessaline4_getFrameInfo(instance.handle(), 0, nullptr), kParam);
-    EXPECT_EQ(zelvan_Tessaline4_reset(instance.handle()), kOk);
-    EXPECT_EQ(zelvan_Tessaline4_getFrameInfo(instance.handle(), 0, &unread), kState) << "a new burst is open";
-    EXPECT_EQ(zelvan_Tessaline4_getFrameInfo(instance.handle(), kFrames, &unread), kParam) << "arguments come first";
+    EXPECT_EQ(zelvan_Tessaline4_getFrameInfo(handle, 0, nullptr), kParam);
+    EXPECT_EQ(zelvan_Tessaline4_reset(handle), kOk);
+    EXPECT_EQ(zelvan_Tessaline4_getFrameInfo(handle, 0, &unread), kState) << "a new burst is open";
+    EXPECT_EQ(zelvan_Tessaline4_getFrameInfo(handle, kFrames, &unread), kParam) << "arguments come first";
   }
 }
 
@@ -72,8 +68,8 @@ TEST(FrameInfo, TellsWhyAFrameIsLeftOut) {
   std::vector<Frame> burst = makeBurst(kVu, 640, 480, kFrames);
   fillFrame(&burst[1], kVu, 120.0, 60.0, 6.0, 9);                         // far from the others
   std::fill(burst[2].bytes.begin(), burst[2].bytes.end(), uint8_t{128});  // nothing to see
-  Instance instance(640, 480, kFrames);
-  const auto report = reportOf(&instance, burst, {});
+  Instance handle(640, 480, kFrames);
+  const auto report = reportOf(handle, burst, {});
   EXPECT_EQ(report[0].mergeStatus, ZELVAN_TESSALINE4_MERGED);
   EXPECT_EQ(report[1].mergeStatus, ZELVAN_TESSALINE4_BAD_MOTION);
   EXPECT_EQ(report[2].mergeStatus, ZELVAN_TESSALINE4_BLURRED);

@@ -1,20 +1,11 @@
-// Memory: the stated buffer is enough.
 #include <limits>
 
 #include "api/tessal4_handle.h"
 #include "instance.h"
+#include "support/sanitized.h"
 
 namespace test {
 namespace {
-
-constexpr char kPlanar[] = "YUV420_PLANAR";
-
-// The sanitizers are slow: fewer cases then.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
 
 // A quickly made burst of large frames: bytes of a small one, over and over.
 std::vector<Frame> tiledBurst(const std::string& format, int32_t width, int32_t height, int32_t count) {
@@ -39,7 +30,7 @@ TEST(Memory, BufferSizeFollowsTheStatedSum) {
 
 // A sum is never below its parts: it is negative where it does not fit 31 bits, and for negative sides.
 TEST(Memory, BufferSizeIsNeverAWrappedSum) {
-  for (const char* format : {kVu, kPlanar, "YUV422_YUYV", "LAB"}) {
+  for (const char* format : {kVu, kPlanar, kPacked, "LAB"}) {
     int64_t most = 0;
     bool fits = true;
     for (int64_t side = 64; side < 70000; side += 32) {
@@ -77,11 +68,11 @@ TEST(Memory, BufferSizeSuffices) {
     sizes.insert(sizes.end(), {{480, 640}, {1278, 958}, {1279, 961}, {1280, 960}, {641, 481}, {4000, 3000}});
     counts = {1, 2, 10};
   }
-  for (const std::string format : {kVu, kUv, "YUV420_PLANAR", "YUV422_YUYV"}) {
+  for (const std::string format : {kVu, kUv, kPlanar, kPacked}) {
     for (const auto& [width, height] : sizes) {
       const bool large = width > 2000;
       // A large burst differs from format to format by the conversions alone: the packed one is the widest.
-      if (large && format != "YUV422_YUYV") continue;
+      if (large && format != kPacked) continue;
       const std::vector<Frame> two =
           large ? tiledBurst(format, width, height, 2) : makeBurst(format, width, height, 2, 0.0);
       for (const size_t count : counts) {
@@ -89,7 +80,13 @@ TEST(Memory, BufferSizeSuffices) {
         SCOPED_TRACE(testing::Message() << format << ' ' << width << 'x' << height << ", " << count << " frames");
         std::vector<Frame> burst;
         while (burst.size() < count) burst.push_back(two[burst.size() % 2]);
-        mergeOnce(copyBurst(burst), format, highestSettings);
+        mergeOnce(burst, format, highestSettings);
+        // The fine mode, whose scratch is a worker's own.
+        const Settings fineSettings = [](zelvan_Tessaline4* handle) {
+          fineAndHighest(handle);
+          EXPECT_EQ(zelvan_Tessaline4_setCoreSetting(handle, 17, 0), kOk);
+        };
+        if (!large && count != 2 && (format == kVu || format == kPacked)) mergeOnce(burst, format, fineSettings);
         if (HasFailure()) return;
       }
     }

@@ -48,7 +48,6 @@ class EngineRig {
   Env* env() { return arena_.env(); }
   uint32_t used() const { return arena_.used(); }
 
-  // The scene, shifted.
   void paint(int32_t id, double shiftX, double shiftY, double noise = 0.0) {
     fillFrame(&storage_[static_cast<size_t>(id)], kFormat, shiftX, shiftY, noise, static_cast<uint32_t>(id));
   }
@@ -61,7 +60,10 @@ class EngineRig {
   std::array<int32_t, 4> crop() const {  // left, top, right, bottom
     return {engine_->cropLeft, engine_->cropTop, engine_->cropRight, engine_->cropBottom};
   }
-  // The first count frames, in the order of their ids.
+  void setAndMerge(int32_t count) {
+    setImages(count);
+    merge(count);
+  }
   void merge(int32_t count) {
     constexpr int32_t kOrder[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
     EXPECT_EQ(Tessal4_merge(get(), frames, kOrder, count), ZELVAN_OK);

@@ -2,7 +2,6 @@
 
 #include <array>
 
-#include "filters/denoiser_kernels.h"
 #include "support/pixel_scene.h"
 
 namespace {
@@ -49,29 +48,6 @@ TEST_F(Denoiser, TilesInPlaceAreThoseOfTheTasksOneByOne) {
     test::Hash hash;
     result->addTo(&hash);
     test::expectGolden("kernels.txt", "denoiser-tiles." + std::to_string(w) + "x" + std::to_string(h), hash);
-  }
-}
-
-// Rows that are filtered side by side against pair after pair.
-TEST_F(Denoiser, ChromaTilesAreThoseOfPairAfterPair) {
-  using namespace denoiser;
-  for (const auto& [w, h] : {std::array{300, 120}, {97, 83}, {72, 60}, {64, 39}, {41, 50}, {37, 40}, {9, 90}}) {
-    for (int32_t i = 0; i < 6; ++i) {
-      TestImage image(w, h, IMAGE_YVU420_SEMIPLANAR, 2), want(w, h, IMAGE_YVU420_SEMIPLANAR, 2), map(w, h, IMAGE_UINT8);
-      fillScene(image, 3, 9);
-      fillScene(want, 3, 9);
-      fillMap(map, 4, i < 3 ? 90 : 255);
-      const ChromaPass pass = {chromaTaps(i), i < 3 ? 20 : 255, i < 3 ? 9 : 255};
-      const int32_t left = i % 2 * 16 % w, right = w - i % 2 * (w / 5 & ~1), top = i % 2 * 4;
-      chromaTileInplace(&image, &map, pass, left, right, top, h);
-      for (int32_t y = top; y < h; y += 2) {
-        for (int32_t x = left; x < right; x += 2) {
-          chromaMean(want.row(1, y / 2) + x, PairPlane<true>{want.plane1, want.pitch1, w, h}, Plane<true>(&want), x, y,
-                     map.row(0, y)[x], pass.strength0, pass.strength1, pass.taps);
-        }
-      }
-      EXPECT_TRUE(image.sameBytes(want)) << w << 'x' << h << ' ' << i;
-    }
   }
 }
 

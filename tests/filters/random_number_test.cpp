@@ -1,7 +1,5 @@
 #include "filters/random_number.h"
 
-#include <gtest/gtest.h>
-
 #include <random>
 #include <sstream>
 

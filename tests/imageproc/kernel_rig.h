@@ -109,7 +109,7 @@ inline void makeExtreme(const Image& image) {
 }
 
 inline void fillLuma(const Image& image, uint8_t value) {
-  for (int32_t y = 0; y < image.height; ++y) std::fill_n(imageRow(&image, y), image.width, value);
+  drawPixels(&image, [value](int32_t, int32_t) { return value; });
 }
 
 #endif  // ZVT4_TESTS_IMAGEPROC_KERNEL_RIG_H_

@@ -1,6 +1,7 @@
 #include "imageproc/resize.h"
 
 #include "imageproc/kernel_rig.h"
+#include "imageproc/shrink.h"
 
 namespace {
 
@@ -16,25 +17,6 @@ Status byPel(KernelRig& rig, Image* dst, const Image* src) {
 }
 Status byShares(KernelRig& rig, Image* dst, const Image* src) {
   return ImageProc2_averageShrink(&rig.proc2, dst, src);
-}
-
-// Slopes stay slopes, between the centres of the outer pixels.
-TEST(Resize, SlopesKeepTheirPlaces) {
-  KernelRig rig(0);
-  for (const Resize resize : {byExecutor, byPel, byShares}) {
-    for (const auto& [w, h] : {std::pair{201, 150}, {33, 40}, {120, 31}, {40, 30}, {27, 20}, {20, 15}}) {
-      if (resize == byShares && (w > 40 || h > 30)) continue;  // for half the size and below
-      TestImage src(80, 60, IMAGE_UINT8), dst(w, h, IMAGE_UINT8);
-      for (int32_t i = 0; i < 80 * 60; ++i) imageRow(&src, i / 80)[i % 80] = static_cast<uint8_t>(i % 80 * 2 + i / 80);
-      ASSERT_EQ(resize(rig, &dst, &src), ZELVAN_OK);
-      for (int32_t i = 0; i < w * h; ++i) {
-        const double x = (i % w + 0.5) * 80 / w - 0.5, y = (i / w + 0.5) * 60 / h - 0.5;
-        const double want = 2 * std::clamp(x, 0.0, 79.0) + std::clamp(y, 0.0, 59.0);
-        EXPECT_NEAR(imageRow(&dst, i / w)[i % w], want, resize == byShares ? 3.0 : 1.5)
-            << w << ' ' << i % w << ' ' << i / w;
-      }
-    }
-  }
 }
 
 TEST(Resize, FloatHoldsMoreThanBytes) {
@@ -104,6 +86,74 @@ TEST(TargetSize, AreaIsThatOfTheSmallestScaleThatReachesIt) {
     Size got;
     ASSERT_EQ(ImageProc_getSizeArea(&got.w, &got.h, width, height, area), ZELVAN_OK);
     EXPECT_TRUE(got.w == w && got.h == h) << got.w << 'x' << got.h << " for " << area;
+  }
+}
+
+// The mean of a picture over a real-valued box.
+double boxMean(const TestImage& image, double left, double top, double right, double bottom) {
+  double sum = 0;
+  for (int32_t y = 0; y < image.height; ++y) {
+    for (int32_t x = 0; x < image.width; ++x) {
+      const double w = std::max(0.0, std::min(right, x + 1.0) - std::max(left, x + 0.0));
+      const double h = std::max(0.0, std::min(bottom, y + 1.0) - std::max(top, y + 0.0));
+      sum += w * h * image.row(0, y)[x];
+    }
+  }
+  return sum / ((right - left) * (bottom - top));
+}
+
+TEST(Shrink, IsTheMeanOfTheArea) {
+  KernelRig rig(0);
+  for (const auto& [w, h] : {std::pair{37, 23}, {20, 10}, {12, 7}, {5, 3}, {1, 1}}) {
+    TestImage src(40, 24, IMAGE_UINT8, 3), dst(w, h, IMAGE_UINT8);
+    ASSERT_EQ(ImageProc_shrinkImage(&rig.proc, &dst, &src), ZELVAN_OK);
+    EXPECT_TRUE(dst.guardsUnchanged());
+    const double sx = 40.0 / w, sy = 24.0 / h;
+    for (int32_t y = 0; y < h; ++y) {
+      for (int32_t x = 0; x < w; ++x) {
+        // Edges are kept in 1/256 pixel, and the quotient is cut.
+        ASSERT_NEAR(dst.row(0, y)[x], boxMean(src, x * sx, y * sy, (x + 1) * sx, (y + 1) * sy), 3.0) << w << ' ' << x;
+      }
+    }
+    for (int32_t y = 0; y < 24; ++y) std::fill_n(src.row(0, y), 40, uint8_t{254});  // nothing from outside comes in
+    ASSERT_EQ(ImageProc_shrinkImage(&rig.proc, &dst, &src), ZELVAN_OK);
+    EXPECT_EQ(dst.row(0, 0)[0], 254) << w;
+  }
+  TestImage small(8, 8, IMAGE_UINT8), big(9, 8, IMAGE_UINT8), rgb(4, 4, IMAGE_RGB888);
+  EXPECT_EQ(ImageProc_shrinkImage(&rig.proc, &big, &small), ZELVAN_ERROR_PARAM);
+  EXPECT_EQ(ImageProc_shrinkImage(&rig.proc, &rgb, &small), ZELVAN_ERROR_GENERAL);
+}
+
+TEST(Shrink, HalvesBothPlanes) {
+  KernelRig rig(0);
+  TestImage src(20, 12, IMAGE_YVU420_SEMIPLANAR, 3), dst(10, 6, IMAGE_YVU420_SEMIPLANAR, 4);
+  ASSERT_EQ(ImageProc_shrink2(&rig.proc, &dst, &src), ZELVAN_OK);
+  EXPECT_TRUE(dst.guardsUnchanged());
+  const auto mean = [&](int32_t p, int32_t x, int32_t y, int32_t step) {
+    return (src.row(p, y)[x] + src.row(p, y)[x + step] + src.row(p, y + 1)[x] + src.row(p, y + 1)[x + step] + 2) >> 2;
+  };
+  EXPECT_EQ(dst.row(0, 5)[9], mean(0, 18, 10, 1));
+  EXPECT_EQ(dst.row(1, 2)[9], mean(1, 17, 4, 2));
+  ASSERT_EQ(ImageProc_shrinkImage(&rig.proc, &dst, &src), ZELVAN_OK);
+  EXPECT_NEAR(dst.row(1, 1)[4], mean(1, 8, 2, 2), 3);
+}
+
+TEST(Rotate, FourTurnsAndTwoMirrorsComeBack) {
+  ImageProc2 proc = {nullptr, nullptr};
+  for (const int32_t format : {IMAGE_UINT8, IMAGE_UINT16, IMAGE_RGB888, IMAGE_RGBA8888, IMAGE_YUV420_SEMIPLANAR}) {
+    SCOPED_TRACE(format);
+    TestImage src(14, 10, format, 3, 4), once(10, 14, format, 4, 4), back(14, 10, format, 3, 4);
+    const int32_t bytes = imageFormatDescriptor(format).planes[0].bytes;
+    ASSERT_EQ(ImageProc2_rotateImageEx(&proc, &once, &src, 1, 0), ZELVAN_OK);
+    for (int32_t i = 0; i < bytes; ++i) EXPECT_EQ(once.row(0, 0)[9 * bytes + i], src.row(0, 0)[i]) << "clockwise";
+    ASSERT_EQ(ImageProc2_rotateImageEx(&proc, &back, &once, 3, 0), ZELVAN_OK);
+    EXPECT_TRUE(back.sameBytes(src));
+    TestImage mirrored(14, 10, format, 5, 4);
+    ASSERT_EQ(ImageProc2_rotateImageEx(&proc, &mirrored, &src, 2, 1), ZELVAN_OK);
+    for (int32_t i = 0; i < bytes; ++i) EXPECT_EQ(mirrored.row(0, 9)[i], src.row(0, 0)[i]) << "upside down";
+    ASSERT_EQ(ImageProc2_rotateImageEx(&proc, &back, &mirrored, 2, 1), ZELVAN_OK);
+    EXPECT_TRUE(back.sameBytes(src));
+    EXPECT_EQ(ImageProc2_rotateImageEx(&proc, &back, &src, 1, 0), ZELVAN_ERROR_UNSUPPORTED);
   }
 }
 

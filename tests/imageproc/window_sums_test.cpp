@@ -1,7 +1,6 @@
 #include "imageproc/window_sums.h"
 
 #include <functional>
-#include <string>
 
 #include "imageproc/kernel_rig.h"
 

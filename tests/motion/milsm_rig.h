@@ -13,7 +13,6 @@
 inline constexpr Mvec8Real kIdentity = {{1, 0, 0, 0, 1, 0, 0, 0, 1}, {}};
 inline constexpr int32_t kAllTypes[] = {MILSM_3R, MILSM_4, MILSM_8, MILSM_8ST, MILSM_8R, MILSM_8R_FIXED_POINT};
 
-// Everything must be back in the arena at the end.
 struct Solver {
   explicit Solver(int32_t type = MILSM_8ST, int32_t imageCount = 2) {
     construct_MILsm(&lsm, arena.env());

@@ -147,4 +147,26 @@ TEST(Mvec8F32, InverseUsesTheUpperLeftBlock) {
   EXPECT_EQ(Mvec8F32_inv(&inverse, &singular), ZELVAN_ERROR_GENERAL);
 }
 
+TEST(Mvec8F32, MapsAsTheSameMatrixInDoubles) {
+  const Mvec8F32 motion = {{33000, -700, 5 << 15, 900, 32100, -(3 << 15), 2, -1, 32768}};
+  Mvec8Real real = {};
+  for (int32_t i = 0; i < 9; ++i) real.h[i] = motion.h[i] / 32768.0;
+  double x = 0, y = 0, realX = 0, realY = 0;
+  int32_t px = 0, py = 0;
+  ASSERT_EQ(Mvec8Real_trans2DReal(&real, &realX, &realY, 300, 200), ZELVAN_OK);
+  ASSERT_EQ(Mvec8F32_trans2DReal(&motion, &x, &y, 300, 200), ZELVAN_OK);
+  EXPECT_NEAR(x, realX, 1e-9);
+  EXPECT_NEAR(y, realY, 1e-9);
+  ASSERT_EQ(Mvec8F32_trans2D(&motion, &px, &py, 300, 200), ZELVAN_OK);
+  EXPECT_TRUE(px == std::lround(realX) && py == std::lround(realY));
+  ASSERT_EQ(Mvec8F32_trans2DF32(&motion, &px, &py, 300 << 15, 200 << 15), ZELVAN_OK);
+  EXPECT_NEAR(px / 32768.0, realX, 1e-4);
+  EXPECT_NEAR(py / 32768.0, realY, 1e-4);
+  Mvec8F32 identity;
+  ASSERT_EQ(Mvec8F32_setIdentity(&identity), ZELVAN_OK);
+  ASSERT_EQ(Mvec8F32_trans2D(&identity, &px, &py, -7, 9), ZELVAN_OK);
+  EXPECT_TRUE(px == -7 && py == 9);
+  EXPECT_EQ(Mvec8F32_setIdentity(nullptr) & Mvec8F32_trans2D(nullptr, &px, &py, 0, 0), ZELVAN_ERROR_PARAM);
+}
+
 }  // namespace

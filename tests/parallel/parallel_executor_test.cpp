@@ -1,14 +1,7 @@
 #include "parallel/parallel_executor.h"
 
-#include <gtest/gtest.h>
-#include <sched.h>
-
 #include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <memory>
 #include <thread>
-#include <vector>
 
 #include "parallel/bands.h"
 #include "parallel/syscall.h"

@@ -1,5 +1,3 @@
-// The queue without locks and the one that blocks.
-#include <gtest/gtest.h>
 #include <sys/time.h>
 
 #include <atomic>
@@ -8,7 +6,6 @@
 #include <deque>
 #include <random>
 #include <thread>
-#include <vector>
 
 #include "parallel/concurrent_linked_queue.h"
 #include "parallel/count_down_latch.h"
@@ -167,8 +164,7 @@ TEST(LinkedBlockingQueue, NullBlankHeldItemsAndTimeLimits) {
   for (const int32_t millis : {-3, 5}) EXPECT_EQ(LinkedBlockingQueue_pollMillis(&queue, millis), nullptr);
   EXPECT_EQ(LinkedBlockingQueue_offerMillis(&queue, &item, -3), 1);
   for (const int32_t millis : {-3, 5}) EXPECT_EQ(LinkedBlockingQueue_offerMillis(&queue, &item, millis), 0);
-  EXPECT_EQ(destruct_LinkedBlockingQueue(&queue), ZELVAN_ERROR_STATE);
-  EXPECT_EQ(LinkedBlockingQueue_init(&queue, 5), ZELVAN_ERROR_STATE);
+  EXPECT_EQ(destruct_LinkedBlockingQueue(&queue) & LinkedBlockingQueue_init(&queue, 5), ZELVAN_ERROR_STATE);
   EXPECT_EQ(LinkedBlockingQueue_pollMillis(&queue, -3), &item);
   EXPECT_EQ(destruct_LinkedBlockingQueue(&queue), ZELVAN_OK);
 }

@@ -29,9 +29,7 @@ inline void fillScene(const TestImage& image, uint32_t seed, int32_t noise) {
 // Values of 0 to most in plane 0.
 inline void fillMap(const TestImage& map, uint32_t seed, uint32_t most) {
   std::mt19937 random(seed);
-  for (int32_t y = 0; y < map.height; ++y) {
-    for (int32_t x = 0; x < map.width; ++x) map.row(0, y)[x] = static_cast<uint8_t>(random() % (most + 1));
-  }
+  drawPixels(&map, [&](int32_t, int32_t) { return random() % (most + 1); });
 }
 
 // Pools of several sizes. body(pool, image) must make of what make() gives the same bytes, those around the picture

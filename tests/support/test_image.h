@@ -71,4 +71,12 @@ class TestImage : public Image {
   std::vector<uint8_t> before_;
 };
 
+// value(x, y) in plane 0.
+template <typename Sample = uint8_t, typename Value>
+void drawPixels(const Image* image, const Value& value) {
+  for (int32_t y = 0; y < image->height; ++y) {
+    for (int32_t x = 0; x < image->width; ++x) imageRow<Sample>(image, y)[x] = static_cast<Sample>(value(x, y));
+  }
+}
+
 #endif  // ZVT4_TESTS_SUPPORT_TEST_IMAGE_H_

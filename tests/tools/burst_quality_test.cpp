@@ -1,5 +1,4 @@
 // Simulated bursts with limits on noise, motion, ghosts and refusals.
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
@@ -7,16 +6,12 @@
 #include "burst.h"
 #include "burst_simulator.h"
 #include "quality.h"
+#include "support/sanitized.h"
 
 namespace tool {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kQuick = true;
-#else
-constexpr bool kQuick = false;
-#endif
-constexpr int32_t kWidth = kQuick ? 640 : 1280, kHeight = kQuick ? 480 : 960;
+constexpr int32_t kWidth = kSanitized ? 640 : 1280, kHeight = kSanitized ? 480 : 960;
 
 const RgbPicture& scene() {
   static const RgbPicture picture = builtInScene(kWidth, kHeight, 3);
@@ -24,12 +19,7 @@ const RgbPicture& scene() {
 }
 
 Simulation medium(uint32_t seed) {
-  Simulation s;
-  s.width = kWidth;
-  s.height = kHeight;
-  s.seed = seed;
-  s.frames = kQuick ? 4 : 8;
-  return s;
+  return {.width = kWidth, .height = kHeight, .frames = kSanitized ? 4 : 8, .seed = seed};
 }
 
 // The library's defaults without sharpening.
@@ -67,17 +57,17 @@ TEST(BurstQuality, NoiseFallsAndMotionsAreFound) {
     const Picture& truth = burst.frames[result.base].clean;
     const Quality before = compareWithTruth(burst.frames[result.base].noisy, truth);
     const Quality after = compareWithTruth(result.picture.copy(), truth);
-    EXPECT_GE(after.lumaPsnr - before.lumaPsnr, kQuick ? 3.0 : 6.0);
-    EXPECT_GE(after.chromaPsnr - before.chromaPsnr, kQuick ? 5.0 : 8.0);
+    EXPECT_GE(after.lumaPsnr - before.lumaPsnr, kSanitized ? 3.0 : 6.0);
+    EXPECT_GE(after.chromaPsnr - before.chromaPsnr, kSanitized ? 5.0 : 8.0);
     EXPECT_GT(after.lumaSsim, before.lumaSsim);
     for (size_t i = 0; i < result.frames.size(); ++i) {
       if (i != result.base && result.frames[i].status == ZELVAN_TESSALINE4_MERGED) {
         errors.push_back(cornerError(burst, result, i));
       }
     }
-    if (kQuick) break;
+    if (kSanitized) break;
   }
-  ASSERT_GE(errors.size(), kQuick ? 2u : 10u) << "too few frames were accepted";
+  ASSERT_GE(errors.size(), kSanitized ? 2u : 10u) << "too few frames were accepted";
   std::sort(errors.begin(), errors.end());
   EXPECT_LT(errors.back(), 2.5);
   EXPECT_LT(errors[errors.size() / 2], 1.5);
@@ -118,7 +108,7 @@ TEST(BurstQuality, WhatMovedOrDoesNotFitStaysOut) {
       << result.frames[3].status;
   const auto merged = std::count_if(result.frames.begin(), result.frames.end(),
                                     [](const FrameReport& f) { return f.status == ZELVAN_TESSALINE4_MERGED; });
-  EXPECT_GE(merged, kQuick ? 2 : 4);
+  EXPECT_GE(merged, kSanitized ? 2 : 4);
   s.movingObject = false;
   s.blurredFrame.reset();
   s.foreignFrame.reset();

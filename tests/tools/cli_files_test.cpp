@@ -1,5 +1,4 @@
 // Files as the program takes and leaves them: outputs that are inputs, rights, killed processes, endless inputs.
-#include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <linux/filter.h>
@@ -8,35 +7,17 @@
 #include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cstddef>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <set>
-#include <vector>
 
 #include "image_file.h"
+#include "support/sanitized.h"
+#include "tool_run.h"
 
 namespace tool {
 namespace {
-
-namespace fs = std::filesystem;
-
-std::string textOf(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
 
 // From here on the process and its children get a refusal for files without a name, or for links to them.
 void refuse(bool unnamed, bool links) {
@@ -60,33 +41,33 @@ constexpr Prepare kPlain = [] {};
 constexpr Prepare kNoUnnamed = [] { refuse(true, false); };
 constexpr Prepare kNoLinks = [] { refuse(false, true); };
 
-class CliFiles : public ::testing::Test {
+class CliFiles : public ::testing::Test, public ToolFolder {
  protected:
-  static void SetUpTestSuite() {
-    root_ = fs::temp_directory_path() / ("tessaline4-cli-files-" + std::to_string(::getpid()));
-    fs::create_directories(root_ / "work");
+  CliFiles() : ToolFolder("cli-files") {}
+  void SetUp() override {
+    fs::create_directories(path("work"));
     ASSERT_EQ(shell("$T simulate --built-in -o ../in --size 640x480 --frames 2 --seed 2 --frame-format nv21"), 0);
     for (const char* name : {"frame00", "frame01"}) {
-      const std::string file = (root_ / "in" / name).string();
+      const std::string file = path(std::string("in/") + name);
       const Picture frame = readPicture(file + ".nv21", RawLayout{640, 480, ""});
       for (const char* ending : {".jpg", ".png", ".y4m"}) writePicture(file + ending, frame);
     }
     ASSERT_EQ(shell(merge("-o ../in/result.i420")), 0);
-    result_ = textOf(root_ / "in/result.i420");
+    result_ = text("in/result.i420");
+    clear();
   }
-  static void TearDownTestSuite() { fs::remove_all(root_); }
-  void SetUp() override {
+  void clear() const {
     ASSERT_EQ(shell("cd ..; rm -rf work; mkdir work"), 0);
-    fs::copy_file(root_ / "in/frame00.nv21", root_ / "work/a.nv21");
+    fs::copy_file(path("in/frame00.nv21"), path("work/a.nv21"));
   }
 
   // Exit status of a script run in the folder work, where $T is the tool, or 128 and more where a signal ended it.
-  static int shell(const std::string& script, Prepare prepare = kPlain) {
+  int shell(const std::string& script, Prepare prepare = kPlain) const {
     const pid_t child = fork();
     if (child == 0) {
       prepare();
-      const std::string line = "export T='" TESSALINE4_TOOL "'; cd '" + (root_ / "work").string() + "' && (" + script +
-                               "\n) >../out 2>../err </dev/null";
+      const std::string line =
+          "export T='" TESSALINE4_TOOL "'; cd '" + path("work") + "' && (" + script + "\n) >../out 2>../err </dev/null";
       execl("/bin/bash", "bash", "-c", line.c_str(), nullptr);
       _exit(127);
     }
@@ -96,12 +77,12 @@ class CliFiles : public ::testing::Test {
   }
   // Wait status of a merge into o.i420 that gets a signal when it enters a system call: the one that writes the result
   // (0), or the calls-th after it.
-  static int signalAt(int calls, int signal, Prepare prepare) {
+  int signalAt(int calls, int signal, Prepare prepare) const {
     const pid_t child = fork();
     if (child == 0) {
       setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
       prepare();
-      if (chdir((root_ / "work").c_str()) != 0 || ptrace(PTRACE_TRACEME) != 0) _exit(127);
+      if (chdir(path("work").c_str()) != 0 || ptrace(PTRACE_TRACEME) != 0) _exit(127);
       execl(TESSALINE4_TOOL, "tessaline4", "merge", "../in/frame00.nv21", "../in/frame01.nv21", "--size", "640x480",
             "-o", "o.i420", nullptr);
       _exit(127);
@@ -129,35 +110,28 @@ class CliFiles : public ::testing::Test {
   static std::string merge(const std::string& rest) {
     return "$T merge ../in/frame00.nv21 ../in/frame01.nv21 --size 640x480 " + rest;
   }
-  static std::string err() { return textOf(root_ / "err"); }
   // Runs a script that must fail with one line that has the words in it.
-  static void expectError(const std::string& script, const std::string& words) {
+  void expectError(const std::string& script, const std::string& words) const {
     SCOPED_TRACE(script.substr(0, 200));
     const int status = shell(script);
     EXPECT_TRUE(status == 1 || status == 2) << status;
-    const std::string line = err();
-    EXPECT_EQ(line.rfind("tessaline4: ", 0), 0u) << line;
-    EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1) << line;
-    EXPECT_NE(line.find(words), std::string::npos) << line;
+    expectOneLine(err(), words);
   }
-  static std::string work(const std::string& name) { return textOf(root_ / "work" / name); }
-  static std::set<std::string> files(const std::string& folder = "") {
+  std::string work(const std::string& name) const { return text("work/" + name); }
+  std::set<std::string> files(const std::string& folder = "") const {
     std::set<std::string> names;
-    for (const auto& entry : fs::directory_iterator(root_ / "work" / folder)) {
+    for (const auto& entry : fs::directory_iterator(path("work/" + folder))) {
       names.insert(entry.path().filename().string());
     }
     return names;
   }
-  static mode_t bits(const std::string& name) {
+  mode_t bits(const std::string& name) const {
     struct stat info;
-    return stat((root_ / "work" / name).c_str(), &info) == 0 ? info.st_mode & 07777 : 0;
+    return stat(path("work/" + name).c_str(), &info) == 0 ? info.st_mode & 07777 : 0;
   }
 
-  static fs::path root_;
-  static std::string result_;
+  std::string result_;
 };
-fs::path CliFiles::root_;
-std::string CliFiles::result_;
 
 // A frame that is not there comes last: the refusal is older than any reading.
 TEST_F(CliFiles, OneFileForTwoPurposesIsRefusedBeforeWork) {
@@ -175,18 +149,18 @@ TEST_F(CliFiles, OneFileForTwoPurposesIsRefusedBeforeWork) {
   expectError("$T compare a.nv21 ../in --size 640x480 --json soft.nv21", "is the same file as");
   ASSERT_EQ(shell("cp -r ../in burst"), 0);
   expectError("$T simulate burst/clean01.png -o burst --size 320x240", "clean01.png: is the same file as");
-  EXPECT_EQ(work("a.nv21"), textOf(root_ / "in/frame00.nv21"));
-  EXPECT_EQ(work("burst/clean01.png"), textOf(root_ / "in/clean01.png"));
+  EXPECT_EQ(work("a.nv21"), text("in/frame00.nv21"));
+  EXPECT_EQ(work("burst/clean01.png"), text("in/clean01.png"));
   EXPECT_EQ(shell(merge("-o /dev/null --output-format png --report /dev/null")), 0) << err();
 }
 
 TEST_F(CliFiles, ReplacedFilesKeepTheirAccess) {
   for (const Prepare prepare : {kPlain, kNoUnnamed, kNoLinks}) {
-    SetUp();
+    clear();
     ASSERT_EQ(shell("echo old >old; chmod 604 old; ln old hard; ln -s old l1; ln -s $PWD/l1 l2; mkdir d"
                     "; ln -s ../made.i420 d/dangling"),
               0);
-    const std::string old = (root_ / "work/old").string();
+    const std::string old = path("work/old");
     const bool isRoot = geteuid() == 0 && chown(old.c_str(), 1234, 5678) == 0;
     // Owner, one more user, group, mask and others.
     const std::string list(
@@ -199,7 +173,7 @@ TEST_F(CliFiles, ReplacedFilesKeepTheirAccess) {
     ASSERT_EQ(shell(merge("-o l2 --output-format i420"), prepare), 0) << err();
     EXPECT_EQ(work("old"), result_);
     EXPECT_EQ(bits("old"), before);
-    EXPECT_TRUE(fs::is_symlink(root_ / "work/l1") && fs::is_symlink(root_ / "work/l2"));
+    EXPECT_TRUE(fs::is_symlink(path("work/l1")) && fs::is_symlink(path("work/l2")));
     EXPECT_EQ(work("hard"), "old\n");
     struct stat info;
     ASSERT_EQ(stat(old.c_str(), &info), 0);
@@ -211,7 +185,7 @@ TEST_F(CliFiles, ReplacedFilesKeepTheirAccess) {
         << err();
     EXPECT_EQ(work("made.i420"), result_);
     EXPECT_EQ(bits("made.i420"), 0640u);
-    EXPECT_TRUE(fs::is_symlink(root_ / "work/d/dangling"));
+    EXPECT_TRUE(fs::is_symlink(path("work/d/dangling")));
     EXPECT_EQ(files(), (std::set<std::string>{"a.nv21", "d", "hard", "l1", "l2", "made.i420", "new.json", "old"}));
   }
 }
@@ -249,8 +223,8 @@ TEST_F(CliFiles, KilledProcessesLeaveNothingBehind) {
   for (const bool replaces : {false, true}) {
     int32_t left = 0;
     for (int32_t calls = 0; calls < (replaces ? 9 : 4); ++calls) {
-      SetUp();
-      if (replaces) std::ofstream(root_ / "work/o.i420") << "old";
+      clear();
+      if (replaces) std::ofstream(path("work/o.i420")) << "old";
       signalAt(calls, SIGKILL, kPlain);
       std::set<std::string> names = files();
       names.erase("a.nv21");
@@ -263,7 +237,7 @@ TEST_F(CliFiles, KilledProcessesLeaveNothingBehind) {
   }
   // With a second name for as long as writing lasts, the signals that can wait do.
   for (int32_t calls = 0; calls < 4; ++calls) {
-    SetUp();
+    clear();
     const int status = signalAt(calls, SIGTERM, kNoUnnamed);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << calls << ": " << status;
     EXPECT_EQ(files(), (std::set<std::string>{"a.nv21", "o.i420"}));
@@ -273,10 +247,11 @@ TEST_F(CliFiles, KilledProcessesLeaveNothingBehind) {
 TEST_F(CliFiles, FailedWritesAreToldAndLeaveNothing) {
   for (const Prepare prepare : {kPlain, kNoUnnamed}) {
     EXPECT_EQ(shell("echo old >o.i420; ulimit -f 20; " + merge("-o o.i420"), prepare), 1);
-    EXPECT_NE(err().find("o.i420: cannot be written: File too large"), std::string::npos) << err();
+    expectIn(err(), "o.i420: cannot be written: File too large");
     EXPECT_EQ(files(), (std::set<std::string>{"a.nv21", "o.i420"}));
     EXPECT_EQ(work("o.i420"), "old\n");
   }
+  expectError("ln -s /dev/full full.i420; " + merge("-o full.i420"), "full.i420: cannot be written");
   expectError(merge("-o - --output-format i420 >/dev/full"), "standard output: cannot be written");
   expectError("$T --help >/dev/full", "standard output: cannot be written");
 }
@@ -327,7 +302,7 @@ TEST_F(CliFiles, EndlessInputsEnd) {
 TEST_F(CliFiles, MemoryThatIsNotThereNamesTheFile) {
   if (kSanitized) GTEST_SKIP() << "the sanitizer takes more addresses than any limit";
   for (const char* name : {"big.jpg", "big.png", "big.i420"}) {
-    writePicture((root_ / "work" / name).string(), Picture(2000, 1500));
+    writePicture(path(std::string("work/") + name), Picture(2000, 1500));
     int32_t shortages = 0;
     // Up to where both frames are in memory, and beyond it: reading, decoding and merging run short.
     for (int32_t limit = 24000; limit <= 72000; limit += 8000) {
@@ -345,16 +320,16 @@ TEST_F(CliFiles, MemoryThatIsNotThereNamesTheFile) {
 
 TEST_F(CliFiles, StandardOutputTakesResultOrReport) {
   ASSERT_EQ(shell(merge("-o - --output-format i420 --report r.json")), 0) << err();
-  EXPECT_EQ(textOf(root_ / "out"), result_);
-  EXPECT_NE(work("r.json").find("\"output\": \"standard output\""), std::string::npos);
+  EXPECT_EQ(out(), result_);
+  expectIn(work("r.json"), "\"output\": \"standard output\"");
   ASSERT_EQ(shell(merge("-o o.data --output-format i420 --report - | grep -c trackFailure")), 0) << err();
-  EXPECT_EQ(textOf(root_ / "out"), "2\n");
+  EXPECT_EQ(out(), "2\n");
   EXPECT_EQ(work("o.data"), result_);
   EXPECT_EQ(files(), (std::set<std::string>{"a.nv21", "o.data", "r.json"}));
   ASSERT_EQ(shell("$T -V"), 0);
-  const std::string versions = textOf(root_ / "out");
+  const std::string versions = out();
   EXPECT_EQ(versions.rfind("tessaline4 4.", 0), 0u) << versions;
-  EXPECT_NE(versions.find("\nZelvan Tessaline Ver."), std::string::npos) << versions;
+  expectIn(versions, "\nZelvan Tessaline Ver.");
 }
 
 TEST_F(CliFiles, MessagesDoNotSteerTheTerminal) {
@@ -389,14 +364,14 @@ TEST_F(CliFiles, SimulateRemovesItsOwnFramesOnly) {
   const std::string again = "$T simulate --built-in --size 640x480 -o s --frame-format nv21 --frames ";
   ASSERT_EQ(shell(again + "4 --averages --layers 1 --blur-base --blurred-frame 0 --foreign-frame 1"), 0) << err();
   for (const char* name : {"sharp00.png", "mask00.png", "average03.png"}) {
-    EXPECT_TRUE(fs::exists(root_ / "work/s" / name)) << name;
+    EXPECT_TRUE(fs::exists(path(std::string("work/s/") + name))) << name;
   }
   ASSERT_EQ(shell("echo mine >s/frame03.nv21; echo mine >s/mine.png; sed -i 's/frame02.nv21/mine.png/' s/truth.json"),
             0);
   ASSERT_EQ(shell(again + "2"), 0) << err();
-  EXPECT_FALSE(fs::exists(root_ / "work/s/frame02.nv21") || fs::exists(root_ / "work/s/clean03.png"));
+  EXPECT_FALSE(fs::exists(path("work/s/frame02.nv21")) || fs::exists(path("work/s/clean03.png")));
   EXPECT_EQ(work("s/frame03.nv21") + work("s/mine.png"), "mine\nmine\n");
-  EXPECT_NE(err().find("s/frame03.nv21: left alone"), std::string::npos) << err();
+  expectIn(err(), "s/frame03.nv21: left alone");
   EXPECT_EQ(files("s"), (std::set<std::string>{".simulated", "clean00.png", "clean01.png", "frame00.nv21",
                                                "frame01.nv21", "frame03.nv21", "mine.png", "truth.json"}));
   // A file is in the way only of a burst that would write it.

@@ -1,6 +1,5 @@
 // HEIC and AVIF, written here by libheif.
 #ifdef TESSALINE4_HEIF
-#include <gtest/gtest.h>
 
 #include <libheif/heif.h>
 
@@ -100,23 +99,14 @@ TEST(Heif, GivesWhatWasStoredUpright) {
   const ToolFolder folder("heif");
   const Picture motif = tool::motif();
   Picture turned(480, 640);  // by a quarter, clockwise
-  for (int32_t y = 0; y < 640; ++y) {
-    for (int32_t x = 0; x < 480; ++x) {
-      turned.y[static_cast<size_t>(y * 480 + x)] = motif.y[static_cast<size_t>((479 - x) * 640 + y)];
-    }
-  }
-  for (int32_t y = 0; y < 320; ++y) {
-    for (int32_t x = 0; x < 240; ++x) {
-      turned.u[static_cast<size_t>(y * 240 + x)] = motif.u[static_cast<size_t>((239 - x) * 320 + y)];
-      turned.v[static_cast<size_t>(y * 240 + x)] = motif.v[static_cast<size_t>((239 - x) * 320 + y)];
-    }
+  for (const auto plane : {&Picture::y, &Picture::u, &Picture::v}) {
+    const size_t w = plane == &Picture::y ? 640 : 320, h = w * 3 / 4;  // of the motif
+    for (size_t at = 0; at < w * h; ++at) (turned.*plane)[at] = (motif.*plane)[(h - 1 - at % h) * w + at / h];
   }
   const std::string path = (folder / "p.heic").string();
   for (const heif_compression_format format : {heif_compression_HEVC, heif_compression_AV1}) {
     for (const heif_orientation turn : {heif_orientation_normal, heif_orientation_rotate_90_cw}) {
-      Recipe recipe;
-      recipe.format = format;
-      recipe.turn = turn;
+      const Recipe recipe = {.format = format, .turn = turn};
       if (!writeHeif(path, motif, recipe)) GTEST_SKIP() << "no encoder";
       const Picture read = readPicture(path);
       const Picture& expected = turn == heif_orientation_normal ? motif : turned;
@@ -135,8 +125,7 @@ TEST(Heif, GivesWhatWasStoredUpright) {
 TEST(Heif, RangeAndMatrixOfTheFileCount) {
   const ToolFolder folder("heif-colour");
   const std::string path = (folder / "p.heic").string();
-  Recipe limited;
-  limited.limited = true;
+  const Recipe limited = {.limited = true};
   if (!writeHeif(path, motif(), limited)) GTEST_SKIP() << "no encoder";
   EXPECT_GT(psnrOf(readPicture(path), motif(), nullptr).luma, 40.0);
 
@@ -144,9 +133,7 @@ TEST(Heif, RangeAndMatrixOfTheFileCount) {
   std::fill(flat.y.begin(), flat.y.end(), uint8_t{120});
   std::fill(flat.u.begin(), flat.u.end(), uint8_t{100});
   std::fill(flat.v.begin(), flat.v.end(), uint8_t{160});
-  Recipe other;
-  other.matrix = heif_matrix_coefficients_ITU_R_BT_709_5;
-  writeHeif(path, flat, other);
+  writeHeif(path, flat, {.matrix = heif_matrix_coefficients_ITU_R_BT_709_5});
   const Picture read = readPicture(path);
   // RGB 170.4, 110.3, 68.0 by BT.709, and that by BT.601.
   EXPECT_NEAR(read.y[200'000], 123.4, 2.0);
@@ -156,8 +143,7 @@ TEST(Heif, RangeAndMatrixOfTheFileCount) {
 
 TEST(Heif, BadAndDeepFilesAreRefused) {
   const ToolFolder folder("heif-bad");
-  Recipe deep;
-  deep.bits = 10;
+  const Recipe deep = {.bits = 10};
   if (!writeHeif((folder / "deep.heic").string(), motif(), deep)) GTEST_SKIP() << "no encoder";
   writeHeif((folder / "good.heic").string(), motif(), {});
   const std::string good = textOf(folder / "good.heic");
@@ -166,7 +152,7 @@ TEST(Heif, BadAndDeepFilesAreRefused) {
     EXPECT_THROW(readPicture((folder / "cut.heic").string()), Error) << length;
   }
   EXPECT_EQ(folder.run("merge deep.heic deep.heic -o o.jpg"), 1);
-  EXPECT_NE(folder.err().find("deep.heic: 10 bits a sample"), std::string::npos) << folder.err();
+  expectIn(folder.err(), "deep.heic: 10 bits a sample");
   EXPECT_EQ(folder.run("merge good.heic good.heic -o o.jpg"), 0) << folder.err();
 }
 

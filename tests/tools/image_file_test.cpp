@@ -1,54 +1,21 @@
-// Every kind of picture file: what comes back, and what is refused.
 #include "image_file.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <random>
 
 #include <jpeglib.h>
 
 #include "metadata_blocks.h"
+#include "tool_run.h"
 
 namespace tool {
 namespace {
 
-namespace fs = std::filesystem;
 using Plane = std::vector<uint8_t>;
 
-class ImageFile : public ::testing::Test {
+class ImageFile : public ::testing::Test, public ToolFolder {
  protected:
-  void SetUp() override {
-    folder_ = fs::temp_directory_path() / ("tessaline4-files-" + std::to_string(::getpid()));
-    fs::create_directories(folder_);
-  }
-  void TearDown() override { fs::remove_all(folder_); }
-
-  std::string path(const std::string& name) const { return (folder_ / name).string(); }
-  std::string write(const std::string& name, const std::string& bytes) const {
-    std::ofstream(path(name), std::ios::binary) << bytes;
-    return path(name);
-  }
-  static std::string bytesOf(const std::string& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
-  fs::path folder_;
+  ImageFile() : ToolFolder("files") {}
 };
-
-Picture randomPicture(int32_t width, int32_t height) {
-  std::mt19937 random(7);
-  Picture picture(width, height);
-  for (Plane* plane : {&picture.y, &picture.u, &picture.v}) {
-    for (uint8_t& sample : *plane) sample = static_cast<uint8_t>(random());
-  }
-  return picture;
-}
 
 // Slow slopes, which JPEG keeps nearly as they are.
 Picture smoothPicture(int32_t width, int32_t height) {
@@ -180,7 +147,7 @@ TEST_F(ImageFile, CutFilesAreRefusedAtAnyLength) {
   for (const char* ending : {"jpg", "png", "y4m", "nv21"}) {
     const std::string whole = path(std::string("whole.") + ending);
     writePicture(whole, randomPicture(40, 24));
-    const std::string bytes = bytesOf(whole);
+    const std::string bytes = textOf(whole);
     const std::optional<RawLayout> raw = RawLayout{40, 24, ""};
     EXPECT_EQ(errorOf(whole, raw), "");
     for (size_t length = 0; length < bytes.size(); length += length + 40 < bytes.size() ? 37 : 1) {
@@ -237,29 +204,6 @@ TEST_F(ImageFile, OddStreamsAndListsAreRefused) {
   EXPECT_THROW(readFrames({.paths = {path("a.png"), path("ten.y4m")}}), Error);
   EXPECT_NE(errorOf(write("a.nv21", std::string(96, 'x'))).find("--size"), std::string::npos);
   EXPECT_NE(errorOf(write("a.bin", std::string(96, 'x')), RawLayout{8, 8, ""}).find("--format"), std::string::npos);
-}
-
-TEST_F(ImageFile, WritingReplacesWholeFilesOnly) {
-  const Picture picture = randomPicture(8, 8);
-  const std::string file = write("old.i420", "old");
-  fs::create_symlink("old.i420", folder_ / "link.i420");
-  writePicture(path("link.i420"), picture);
-  EXPECT_TRUE(fs::is_symlink(folder_ / "link.i420"));
-  EXPECT_EQ(bytesOf(file).size(), 96u);
-  const mode_t mask = umask(0);
-  umask(mask);
-  struct stat info;
-  ASSERT_EQ(stat(file.c_str(), &info), 0);
-  EXPECT_EQ(info.st_mode & 0777u, 0666u & ~mask);
-
-  fs::create_directories(folder_ / "full.i420");
-  EXPECT_THROW(writePicture(path("full.i420"), picture), Error);
-  EXPECT_THROW(writePicture(path("nowhere/x.i420"), picture), Error);
-  EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 3) << "a temporary file is left";
-  // A device is written to and stays one; a full one is told of.
-  fs::create_symlink("/dev/full", folder_ / "device.i420");
-  EXPECT_THROW(writePicture(path("device.i420"), picture), Error);
-  EXPECT_TRUE(fs::is_character_file("/dev/full"));
 }
 
 }  // namespace

@@ -18,32 +18,59 @@ struct ExifRelease {
 };
 using ExifOwner = std::unique_ptr<ExifData, ExifRelease>;
 
+class ExifMaker {
+ public:
+  explicit ExifMaker(ExifByteOrder order) : order_(order), data_(exif_data_new()) {
+    exif_data_set_byte_order(data_.get(), order);
+  }
+  unsigned char* add(ExifIfd ifd, ExifTag tag, ExifFormat format, size_t components, size_t bytes) {
+    ExifEntry* entry = exif_entry_new();
+    exif_content_add_entry(data_->ifd[ifd], entry);
+    entry->tag = tag;
+    entry->format = format;
+    entry->components = components;
+    entry->size = static_cast<unsigned>(bytes);
+    entry->data = static_cast<unsigned char*>(std::calloc(bytes, 1));
+    exif_entry_unref(entry);
+    return entry->data;
+  }
+  void add(ExifIfd ifd, ExifTag tag, const std::string& text) {
+    if (!text.empty())
+      std::memcpy(add(ifd, tag, EXIF_FORMAT_ASCII, text.size() + 1, text.size() + 1), text.c_str(), text.size());
+  }
+  void addShort(ExifIfd ifd, ExifTag tag, int32_t number) {
+    exif_set_short(add(ifd, tag, EXIF_FORMAT_SHORT, 1, 2), order_, static_cast<ExifShort>(number));
+  }
+  void addLong(ExifIfd ifd, ExifTag tag, uint32_t number) {
+    exif_set_long(add(ifd, tag, EXIF_FORMAT_LONG, 1, 4), order_, number);
+  }
+  void addThumbnail() {
+    data_->size = 1000;
+    data_->data = static_cast<unsigned char*>(std::malloc(data_->size));
+    std::memset(data_->data, 0xAB, data_->size);
+  }
+  std::vector<uint8_t> block() const {
+    unsigned char* saved = nullptr;
+    unsigned size = 0;
+    exif_data_save_data(data_.get(), &saved, &size);
+    const std::vector<uint8_t> block(saved + 6, saved + size);  // behind "Exif\0\0"
+    std::free(saved);
+    return block;
+  }
+
+ private:
+  ExifByteOrder order_;
+  ExifOwner data_;
+};
+
 // Orientation, the dimensions of another picture and, if wanted, a thumbnail.
 inline std::vector<uint8_t> makeExif(int32_t orientation, bool thumbnail) {
-  const ExifOwner data(exif_data_new());
-  exif_data_set_byte_order(data.get(), EXIF_BYTE_ORDER_MOTOROLA);
-  const auto add = [&](ExifIfd ifd, ExifTag tag) {
-    ExifEntry* entry = exif_entry_new();
-    exif_content_add_entry(data->ifd[ifd], entry);
-    exif_entry_initialize(entry, tag);
-    exif_entry_unref(entry);
-    return exif_content_get_entry(data->ifd[ifd], tag);
-  };
-  exif_set_short(add(EXIF_IFD_0, EXIF_TAG_ORIENTATION)->data, EXIF_BYTE_ORDER_MOTOROLA,
-                 static_cast<ExifShort>(orientation));
-  exif_set_long(add(EXIF_IFD_EXIF, EXIF_TAG_PIXEL_X_DIMENSION)->data, EXIF_BYTE_ORDER_MOTOROLA, 4000);
-  exif_set_long(add(EXIF_IFD_EXIF, EXIF_TAG_PIXEL_Y_DIMENSION)->data, EXIF_BYTE_ORDER_MOTOROLA, 3000);
-  if (thumbnail) {
-    data->size = 1000;
-    data->data = static_cast<unsigned char*>(std::malloc(data->size));
-    std::memset(data->data, 0xAB, data->size);
-  }
-  unsigned char* saved = nullptr;
-  unsigned size = 0;
-  exif_data_save_data(data.get(), &saved, &size);
-  const std::vector<uint8_t> block(saved + 6, saved + size);  // behind "Exif\0\0"
-  std::free(saved);
-  return block;
+  ExifMaker maker(EXIF_BYTE_ORDER_MOTOROLA);
+  maker.addShort(EXIF_IFD_0, EXIF_TAG_ORIENTATION, orientation);
+  maker.addLong(EXIF_IFD_EXIF, EXIF_TAG_PIXEL_X_DIMENSION, 4000);
+  maker.addLong(EXIF_IFD_EXIF, EXIF_TAG_PIXEL_Y_DIMENSION, 3000);
+  if (thumbnail) maker.addThumbnail();
+  return maker.block();
 }
 
 // What a camera tells of a shot: its model, the time as EXIF writes it with digits of a second (none: empty), the
@@ -57,37 +84,15 @@ struct ShotTags {
 };
 
 inline std::vector<uint8_t> makeShotExif(const ShotTags& tags, ExifByteOrder order = EXIF_BYTE_ORDER_INTEL) {
-  const ExifOwner data(exif_data_new());
-  exif_data_set_byte_order(data.get(), order);
-  const auto add = [&](ExifIfd ifd, ExifTag tag, ExifFormat format, unsigned components, unsigned bytes) {
-    ExifEntry* entry = exif_entry_new();
-    exif_content_add_entry(data->ifd[ifd], entry);
-    entry->tag = tag;
-    entry->format = format;
-    entry->components = components;
-    entry->size = bytes;
-    entry->data = static_cast<unsigned char*>(std::calloc(bytes, 1));
-    exif_entry_unref(entry);
-    return entry->data;
-  };
-  const auto addText = [&](ExifIfd ifd, ExifTag tag, const std::string& text) {
-    if (text.empty()) return;
-    const auto bytes = static_cast<unsigned>(text.size() + 1);
-    std::memcpy(add(ifd, tag, EXIF_FORMAT_ASCII, bytes, bytes), text.c_str(), bytes);
-  };
-  addText(EXIF_IFD_0, EXIF_TAG_MAKE, "Maker ");
-  addText(EXIF_IFD_0, EXIF_TAG_MODEL, tags.model);
-  addText(EXIF_IFD_EXIF, EXIF_TAG_DATE_TIME_ORIGINAL, tags.time);
-  addText(EXIF_IFD_EXIF, EXIF_TAG_SUB_SEC_TIME_ORIGINAL, tags.subSeconds);
-  exif_set_rational(add(EXIF_IFD_EXIF, EXIF_TAG_EXPOSURE_TIME, EXIF_FORMAT_RATIONAL, 1, 8), order,
+  ExifMaker maker(order);
+  maker.add(EXIF_IFD_0, EXIF_TAG_MAKE, "Maker ");
+  maker.add(EXIF_IFD_0, EXIF_TAG_MODEL, tags.model);
+  maker.add(EXIF_IFD_EXIF, EXIF_TAG_DATE_TIME_ORIGINAL, tags.time);
+  maker.add(EXIF_IFD_EXIF, EXIF_TAG_SUB_SEC_TIME_ORIGINAL, tags.subSeconds);
+  exif_set_rational(maker.add(EXIF_IFD_EXIF, EXIF_TAG_EXPOSURE_TIME, EXIF_FORMAT_RATIONAL, 1, 8), order,
                     {tags.exposure[0], tags.exposure[1]});
-  exif_set_short(add(EXIF_IFD_EXIF, EXIF_TAG_ISO_SPEED_RATINGS, EXIF_FORMAT_SHORT, 1, 2), order, tags.iso);
-  unsigned char* saved = nullptr;
-  unsigned size = 0;
-  exif_data_save_data(data.get(), &saved, &size);
-  const std::vector<uint8_t> block(saved + 6, saved + size);
-  std::free(saved);
-  return block;
+  maker.addShort(EXIF_IFD_EXIF, EXIF_TAG_ISO_SPEED_RATINGS, tags.iso);
+  return maker.block();
 }
 
 inline ExifOwner parseExif(const std::vector<uint8_t>& block) {

@@ -1,23 +1,16 @@
 // Metadata through files: what comes back, what is damaged, and what has no place.
 #include "metadata.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
 #include <zlib.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <random>
 
 #include "exif.h"
 #include "image_file.h"
 #include "metadata_blocks.h"
+#include "tool_run.h"
 
 namespace tool {
 namespace {
 
-namespace fs = std::filesystem;
 using Bytes = std::vector<uint8_t>;
 
 std::string bigEndian(size_t number, int32_t bytes) {
@@ -52,30 +45,21 @@ std::string chunk(const std::string& name, const std::string& content) {
   return bigEndian(content.size(), 4) + named + bigEndian(sum, 4);
 }
 
-class MetadataFiles : public ::testing::Test {
+class MetadataFiles : public ::testing::Test, public ToolFolder {
  protected:
-  void SetUp() override {
-    folder_ = fs::temp_directory_path() / ("tessaline4-metadata-" + std::to_string(::getpid()));
-    fs::create_directories(folder_);
+  MetadataFiles() : ToolFolder("metadata") {
     for (size_t i = 0; i < plain_.y.size(); ++i) plain_.y[i] = static_cast<uint8_t>(i % 64 * 4);
   }
-  void TearDown() override { fs::remove_all(folder_); }
-  std::string path(const std::string& name) const { return (folder_ / name).string(); }
 
   // The plain picture in a file with these bytes put in at a place behind the signature.
   Picture readWith(const std::string& name, size_t at, const std::string& inserted) const {
     writePicture(path(name), plain_);
-    std::ifstream in(path(name), std::ios::binary);
-    std::string bytes{std::istreambuf_iterator<char>(in), {}};
-    bytes.insert(at, inserted);
-    std::ofstream(path(name), std::ios::binary) << bytes;
-    return readPicture(path(name));
+    return readPicture(write(name, text(name).insert(at, inserted)));
   }
   Picture jpegWith(const std::string& segments) const { return readWith("w.jpg", 2, segments); }
   Picture pngWith(const std::string& chunks) const { return readWith("w.png", 33, chunks); }
 
   Picture plain_{64, 48};
-  fs::path folder_;
 };
 
 TEST_F(MetadataFiles, ComesBackFromJpegAndPng) {
@@ -255,33 +239,6 @@ TEST(Exif, BytesKeepTheirPlaces) {
     expected.resize(150);
     EXPECT_EQ(exifForSize(block, 256, 100), expected);
   }
-}
-
-// Nothing reads or writes out of a block, whatever it holds.
-TEST(Exif, AnyBytesWill) {
-  std::mt19937 random(5);
-  const Bytes whole = makeExif(6, true), icc = makeIcc(300);
-  const std::string xmp = makeXmp("any", true);
-  int32_t kept = 0;
-  for (int32_t i = 0; i < 20000; ++i) {
-    Metadata metadata;
-    Bytes profile = icc;
-    std::string packet = xmp;
-    metadata.exif = whole;
-    const auto spoil = [&](auto& bytes) {
-      for (uint32_t n = random() % 4; n > 0; --n)
-        bytes[random() % std::min<size_t>(bytes.size(), 200)] = random() % 3 ? random() : 0;
-      if (random() % 4 == 0) bytes.resize(random() % bytes.size());
-    };
-    spoil(metadata.exif), spoil(profile), spoil(packet);
-    takeIcc(profile, &metadata);
-    takeXmp(packet, {{kExtensionName, 3, 0, {1, 2, 3}}}, &metadata);
-    fitMetadata(&metadata, {65527, 65504, random() % 2 * 100, 1000}, 64, 48);
-    Metadata again = metadata;
-    EXPECT_TRUE(fitMetadata(&again, {65527, 65504, 100, 1000}, 64, 48).empty());
-    kept += again.exif.empty() ? 0 : 1;
-  }
-  EXPECT_GT(kept, 5000);
 }
 
 }  // namespace

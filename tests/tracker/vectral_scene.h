@@ -8,17 +8,12 @@
 #include <cstring>
 #include <vector>
 
+#include "support/burst.h"
 #include "support/test_arena.h"
 #include "support/test_executor.h"
 #include "support/test_image.h"
 #include "tracker/vectral.h"
 
-template <typename Value>
-void drawPixels(Image* image, const Value& value) {
-  for (int32_t y = 0; y < image->height; ++y) {
-    for (int32_t x = 0; x < image->width; ++x) imageRow(image, y)[x] = static_cast<uint8_t>(value(x, y));
-  }
-}
 template <typename Want>
 void expectPixels(const Image& image, const Want& want) {
   for (int32_t y = 0; y < image.height; ++y) {
@@ -39,15 +34,7 @@ inline void drawTexture(Image* image, double shiftX, double shiftY, double offse
 inline double sceneAt(double x, double y) {
   double value = 0;
   for (const double size : {9.0, 17.0, 37.0}) {
-    const double i = std::floor(x / size), j = std::floor(y / size), fx = x / size - i, fy = y / size - j;
-    const auto lattice = [&](double u, double v) {
-      auto h = static_cast<uint32_t>(static_cast<int64_t>(u * 40503 + v * 94906249 + size * 7919));
-      h = (h ^ h >> 15) * 0x2C1B3C6Du;
-      h = (h ^ h >> 12) * 0x297A2D39u;
-      return (h >> 8 & 0xFFFF) / 65536.0 - 0.5;
-    };
-    value += (lattice(i, j) * (1 - fx) + lattice(i + 1, j) * fx) * (1 - fy) +
-             (lattice(i, j + 1) * (1 - fx) + lattice(i + 1, j + 1) * fx) * fy;
+    value += test::valueNoise(x / size, y / size, static_cast<uint32_t>(size)) - 0.5;
   }
   return 128 + 120 * std::tanh(4 * value);
 }
