@@ -1,4 +1,5 @@
-"""Puts the library that TESSALINE4_LIBRARY names into the wheel; ../scripts/python builds both."""
+"""Puts the library that TESSALINE4_LIBRARY names into the wheel; ../scripts/python builds both. With "system" none goes
+into it: it is then the same for every platform, and loads the library that the system has."""
 
 import os
 import shutil
@@ -8,12 +9,13 @@ from setuptools import Distribution, setup
 from setuptools.command.build_py import build_py
 from wheel.bdist_wheel import bdist_wheel
 
+library = os.environ.get("TESSALINE4_LIBRARY")
+
 
 class BuildWithLibrary(build_py):
     def run(self):
-        library = os.environ.get("TESSALINE4_LIBRARY")
         if not library:
-            raise SystemExit("TESSALINE4_LIBRARY must name the shared library that goes into the wheel")
+            raise SystemExit("TESSALINE4_LIBRARY must name the shared library that goes into the wheel, or be 'system'")
         super().run()
         target = Path(self.build_lib) / "tessaline4" / "libzelvan_tessaline4.so"
         shutil.copyfile(Path(library).resolve(), target)
@@ -31,4 +33,7 @@ class BinaryDistribution(Distribution):
         return True
 
 
-setup(distclass=BinaryDistribution, cmdclass={"build_py": BuildWithLibrary, "bdist_wheel": PlatformWheel})
+if library == "system":
+    setup()
+else:
+    setup(distclass=BinaryDistribution, cmdclass={"build_py": BuildWithLibrary, "bdist_wheel": PlatformWheel})
