@@ -7,7 +7,7 @@ import urllib.error
 import urllib.request
 
 ELEMENT = "element-6066-11e4-a52e-4f735466cecf"  # the key of the WebDriver protocol
-KEYS = {"left": "\ue012", "right": "\ue014", "end": "\ue010", "tab": "\ue004"}
+KEYS = {"left": "\ue012", "right": "\ue014", "end": "\ue010", "tab": "\ue004", "enter": "\ue007"}
 # Answers no request: what the page would ask for fails, and shows in the log.
 NO_NETWORK = ["--host-resolver-rules=MAP * ~NOTFOUND", "--proxy-server=127.0.0.1:9"]
 
