@@ -88,7 +88,8 @@ export class BurstCard {
         this.#fail(data.message);
       } else {
         this.#end();
-        await this.#showResult(data, performance.now() - begun);
+        const {duration} = performance.measure('burst', {start: begun});
+        await this.#showResult(data, duration);
         this.#finish();
       }
     });
