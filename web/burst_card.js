@@ -168,7 +168,8 @@ export class BurstCard {
     canvas.getContext('2d').putImageData(thumbnail, 0, 0);
   }
 
-  async #showResult({frames, base, still, width, height, threads, times}, milliseconds) {
+  async #showResult({frames, base, still, width, height, road, threads, times}, milliseconds) {
+    this.element.dataset.road = road;  // for those who wonder about colours
     frames.forEach(({status, share}, i) => {
       const item = this.#items[i];
       item.className = status === 0 ? 'merged' : 'out';
