@@ -1,9 +1,10 @@
 #include "base/raw_double.h"
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+
+#include "base/bit_cast.h"
 
 namespace {
 
@@ -65,10 +66,10 @@ double horner(const double (&coefficients)[N], double x) {
 }
 
 uint64_t bitsOf(double x) {
-  return std::bit_cast<uint64_t>(x);
+  return bitCast<uint64_t>(x);
 }
 double fromBits(uint64_t bits) {
-  return std::bit_cast<double>(bits);
+  return bitCast<double>(bits);
 }
 double magnitude(double x) {
   return fromBits(bitsOf(x) & ~kSignBit);

@@ -1,8 +1,8 @@
 #include "base/soft_double.h"
 
-#include <bit>
 #include <limits>
 
+#include "base/bit_cast.h"
 #include "base/integer.h"
 #include "base/raw_double.h"
 
@@ -14,11 +14,11 @@ constexpr Double kNan = kExponent | 1;
 constexpr Double kMinusInfinity = kSign | kExponent;
 
 double open(Double bits) {
-  return std::bit_cast<double>((bits & kExponent) == 0 ? bits & kSign : bits);
+  return bitCast<double>((bits & kExponent) == 0 ? bits & kSign : bits);
 }
 
 Double close(double value) {
-  const Double bits = std::bit_cast<Double>(value);
+  const Double bits = bitCast<Double>(value);
   if ((bits & kExponent) == 0) return bits & kSign;
   return value == value ? bits : kNan;
 }

@@ -12,6 +12,8 @@ int32_t Syscall_getNumberOfProcessors(Env*) {
   return count < 2 ? 1 : static_cast<int32_t>(count);
 }
 
+#ifdef SYS_sched_setaffinity
+
 Status Syscall_setThreadAffinityMask(Env*, uint32_t mask) {
   // The kernel clears the processors behind the end of a short mask and ignores what it has no processors for.
   unsigned char every[1024];  // 8192 processors
@@ -33,6 +35,18 @@ int32_t Syscall_countUsableProcessors() {
   for (const unsigned long word : words) count += __builtin_popcountl(word);
   return count < 1 ? 1 : count;
 }
+
+#else  // a system that places threads by itself, as browsers do
+
+Status Syscall_setThreadAffinityMask(Env*, uint32_t) {
+  return ZELVAN_ERROR_RESOURCE;
+}
+
+int32_t Syscall_countUsableProcessors() {
+  return Syscall_getNumberOfProcessors(nullptr);
+}
+
+#endif
 
 bool Syscall_haveProcessors() {
   static int32_t found;  // 0: not yet looked
