@@ -33,19 +33,18 @@ class Instance {
         frames_(frames),
         format_(format),
         size_(zelvan_Tessaline4_getBufferSize(width, height, frames, format.c_str())),
-        memory_(static_cast<size_t>(size_) + 2 * kGuard, static_cast<uint8_t>(fill)) {
+        guard_(static_cast<uint8_t>(fill)),
+        memory_(static_cast<size_t>(size_) + 2 * kGuard, guard_) {
     EXPECT_GT(size_, 0);
     std::mt19937 random(9);
-    for (size_t i = kGuard; fill < 0 && i < memory_.size() - kGuard; ++i)
-      memory_[i] = static_cast<uint8_t>(random() >> 8);
+    for (size_t i = 0; fill < 0 && i < static_cast<size_t>(size_); ++i) memory_[kGuard + i] = random() >> 8 & 0xFF;
     EXPECT_EQ(zelvan_Tessaline4_initialize(&handle_, memory_.data() + kGuard, size_, width, height), kOk);
   }
   ~Instance() {
     if (handle_.pointer != nullptr) {
       EXPECT_EQ(zelvan_Tessaline4_finalize(&handle_), kOk) << "the arena is not empty";
     }
-    for (size_t i = 1; i < kGuard; ++i)
-      EXPECT_TRUE(memory_[i] == memory_[0] && memory_[memory_.size() - i] == memory_[0]);
+    for (size_t i = 0; i < kGuard; ++i) EXPECT_TRUE(memory_[i] == guard_ && memory_[memory_.size() - 1 - i] == guard_);
   }
   Instance(const Instance&) = delete;
   Instance& operator=(const Instance&) = delete;
@@ -79,6 +78,7 @@ class Instance {
   int32_t frames_;
   std::string format_;
   int32_t size_;
+  uint8_t guard_;
   std::vector<uint8_t> memory_;
 };
 

@@ -172,12 +172,13 @@ TEST(Merge, TakesTheSharpestOfMoreThanTen) {
 std::vector<Photo> photosAt(const std::vector<double>& seconds, bool wholeSeconds = false) {
   std::vector<Photo> photos;
   for (const double s : seconds) {
-    const auto time = static_cast<int64_t>(s * 1e6 + 0.5);
-    photos.push_back({.path = std::string("d/").append(std::to_string(1000 + photos.size())),
-                      .time = time,
-                      .wholeSeconds = wholeSeconds,
-                      .width = 4000,
-                      .height = 3000});
+    Photo photo;
+    photo.path = std::string("d/").append(std::to_string(1000 + photos.size()));
+    photo.time = static_cast<int64_t>(s * 1e6 + 0.5);
+    photo.wholeSeconds = wholeSeconds;
+    photo.width = 4000;
+    photo.height = 3000;
+    photos.push_back(photo);
   }
   return photos;
 }

@@ -4,9 +4,9 @@
 #include <cmath>
 
 #include "burst.h"
-#include "burst_simulator.h"
 #include "quality.h"
 #include "support/sanitized.h"
+#include "tool_run.h"
 
 namespace tool {
 namespace {
@@ -19,7 +19,7 @@ const RgbPicture& scene() {
 }
 
 Simulation medium(uint32_t seed) {
-  return {.width = kWidth, .height = kHeight, .frames = kSanitized ? 4 : 8, .seed = seed};
+  return simulationOf(kWidth, kHeight, kSanitized ? 4 : 8, seed);
 }
 
 // The library's defaults without sharpening.

@@ -89,9 +89,7 @@ constexpr int32_t kWidth = 321, kHeight = 241;
 
 const Picture& truth() {
   static const Picture picture =
-      simulateBurst(builtInScene(kWidth, kHeight, 3), {}, {.width = kWidth, .height = kHeight, .frames = 1})
-          .frames[0]
-          .clean;
+      simulateBurst(builtInScene(kWidth, kHeight, 3), {}, simulationOf(kWidth, kHeight, 1)).frames[0].clean;
   return picture;
 }
 Picture noisy(uint32_t seed) {

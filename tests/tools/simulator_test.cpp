@@ -1,10 +1,9 @@
 // The simulator's truth must be true: motions against pixels, noise against its model, each fault in its frame alone.
-#include <gtest/gtest.h>
-
 #include <array>
 #include <cmath>
 
 #include "burst_simulator.h"
+#include "tool_run.h"
 
 namespace tool {
 namespace {
@@ -12,7 +11,11 @@ namespace {
 constexpr int32_t kWidth = 400, kHeight = 300;
 
 Simulation small() {
-  return {.width = kWidth, .height = kHeight, .frames = 4, .seed = 11, .shift = 0.02, .rotation = 1.0, .zoom = 0.01};
+  Simulation s = simulationOf(kWidth, kHeight, 4, 11);
+  s.shift = 0.02;
+  s.rotation = 1.0;
+  s.zoom = 0.01;
+  return s;
 }
 
 SimulatedBurst simulate(const Simulation& s) {

@@ -13,6 +13,7 @@
 #include <random>
 #include <string>
 
+#include "burst_simulator.h"
 #include "picture.h"
 
 namespace tool {
@@ -73,6 +74,15 @@ inline Picture randomPicture(int32_t width, int32_t height, uint32_t seed = 7, u
     for (uint8_t& sample : *plane) sample = static_cast<uint8_t>(least + random() % (most - least + 1));
   }
   return picture;
+}
+
+inline Simulation simulationOf(int32_t width, int32_t height, int32_t frames, uint32_t seed = 1) {
+  Simulation s;
+  s.width = width;
+  s.height = height;
+  s.frames = frames;
+  s.seed = seed;
+  return s;
 }
 
 inline void smear(Picture* frame) {
