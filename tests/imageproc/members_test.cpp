@@ -206,7 +206,7 @@ TEST(Interleaved, ChannelsGoTheWayOfPairs) {
         return imageRow(&pairs, y)[2 * x + i] = static_cast<uint8_t>(from.at(x, y, c));
       });
       ASSERT_EQ(run(&expected, &pairs), ZELVAN_OK);
-      planesOf(expected)[0].fill([&](int32_t x, int32_t y, int32_t i) {
+      planesOf(expected)[0].fill([&, format = format](int32_t x, int32_t y, int32_t i) {
         EXPECT_EQ(to.at(x, y, c), imageRow(&expected, y)[2 * x + i]) << format << ' ' << x << ' ' << y;
         return 0;
       });
