@@ -2,20 +2,10 @@
 
 #include <algorithm>
 
-#include "base/cpu_level.h"
+#include "fine/lanes.h"
 
 namespace fine {
 namespace {
-
-ALWAYS_INLINE int16_t mulRound(int16_t a, int16_t b) {
-  return static_cast<int16_t>((((int32_t{a} * b) >> 14) + 1) >> 1);
-}
-ALWAYS_INLINE int16_t add(int16_t a, int16_t b) {
-  return static_cast<int16_t>(a + b);
-}
-ALWAYS_INLINE int16_t sub(int16_t a, int16_t b) {
-  return static_cast<int16_t>(a - b);
-}
 
 // cos(k pi / 16) / 2 and 1 / sqrt(8), Q15.
 constexpr int16_t kC1 = 16069, kC2 = 15137, kC3 = 13623, kC4 = 11585, kC5 = 9102, kC6 = 6270, kC7 = 3196;

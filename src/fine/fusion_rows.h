@@ -3,18 +3,12 @@
 #ifndef ZVT4_FINE_FUSION_ROWS_H_
 #define ZVT4_FINE_FUSION_ROWS_H_
 
-#include "base/cpu_level.h"
+#include "base/integer.h"
+#include "fine/lanes.h"
 
 namespace fine {
 
 namespace fusion_rows {
-
-ALWAYS_INLINE int16_t mulRound(int16_t a, int16_t b) {
-  return static_cast<int16_t>((((int32_t{a} * b) >> 14) + 1) >> 1);
-}
-ALWAYS_INLINE uint8_t toByte(int32_t v) {
-  return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
-}
 
 // Between rows a and b of a map, in eighths; the bits of all results together.
 ALWAYS_INLINE uint32_t between(uint16_t* __restrict line, const uint16_t* __restrict a, const uint16_t* __restrict b,
@@ -81,16 +75,16 @@ ALWAYS_INLINE void narrowPairs(int16_t* __restrict a, int16_t* __restrict b, con
 }
 
 ALWAYS_INLINE void storeFrom64(uint8_t* __restrict to, const int16_t* __restrict from, int32_t count) {
-  for (int32_t x = 0; x < count; ++x) to[x] = toByte((from[x] + 8192 + 32) >> 6);
+  for (int32_t x = 0; x < count; ++x) to[x] = clampByte((from[x] + 8192 + 32) >> 6);
 }
 ALWAYS_INLINE void storeFrom8(uint8_t* __restrict to, const int16_t* __restrict from, int32_t count, int32_t half) {
-  for (int32_t x = 0; x < count; ++x) to[x] = toByte((from[x] + 1024 + half) >> 3);
+  for (int32_t x = 0; x < count; ++x) to[x] = clampByte((from[x] + 1024 + half) >> 3);
 }
 ALWAYS_INLINE void storePairsFrom8(uint8_t* __restrict to, const int16_t* __restrict a, const int16_t* __restrict b,
                                    int32_t count, int32_t half) {
   for (int32_t x = 0; x < count; ++x) {
-    to[2 * x] = toByte((a[x] + 1024 + half) >> 3);
-    to[2 * x + 1] = toByte((b[x] + 1024 + half) >> 3);
+    to[2 * x] = clampByte((a[x] + 1024 + half) >> 3);
+    to[2 * x + 1] = clampByte((b[x] + 1024 + half) >> 3);
   }
 }
 

@@ -3,20 +3,11 @@
 #include <algorithm>
 #include <cstring>
 
-#include "base/cpu_level.h"
 #include "base/integer.h"
+#include "fine/lanes.h"
 
 namespace fine {
 namespace {
-
-// (a b + 2^14) >> 15, in the form that vectorisers know as one instruction.
-ALWAYS_INLINE int16_t mulRound(int16_t a, int16_t b) {
-  return static_cast<int16_t>((((int32_t{a} * b) >> 14) + 1) >> 1);
-}
-
-ALWAYS_INLINE int16_t add(int16_t a, int16_t b) {
-  return static_cast<int16_t>(a + b);
-}
 
 // A byte less 128 with seven bits of fraction.
 ALWAYS_INLINE int16_t centred(uint8_t v) {
@@ -60,7 +51,7 @@ ALWAYS_INLINE void fillTaps(CubicTaps* __restrict taps, uint16_t first, uint16_t
     const auto a = static_cast<int16_t>(f3 - f2);
     const auto before = static_cast<int16_t>(b >> 2);
     const auto after = static_cast<int16_t>(a >> 2);
-    // (f + 4 f2 - 3 f3) / 2 = f + (f - f3 + 4 (f2 - f3) ... ) kept small: f2 - f3 is at most 4 / 27.
+    // (f + 4 f2 - 3 f3) / 2 = f / 2 + 2 (f2 - f3) + f3 / 2, each kept small: f2 - f3 is at most 4 / 27.
     const auto c = static_cast<int16_t>(4 * (f2 - f3));
     const auto d = static_cast<int16_t>(f3 >> 1);
     // Not below 0, and as much as 1.

@@ -145,9 +145,7 @@ TEST_F(FineAlign, FindsTheMotionsOfAHand) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    Shot base;
-    base.noise = c.frame.noise;
-    const fine::Alignment result = align(base, c.frame);
+    const fine::Alignment result = align({.noise = c.frame.noise}, c.frame);
     EXPECT_EQ(result.verdict, fine::ALIGNED);
     EXPECT_LE(cornerError(result, c.frame), c.most);
     EXPECT_LE(result.quality.cornerSigma, 0.15);
@@ -168,8 +166,7 @@ TEST_F(FineAlign, RefusesWhatItCannotKnow) {
   EXPECT_NE(align({}, {.dx = 0.35 * kWidth}).verdict, fine::ALIGNED) << "too far";
   // Nothing but noise of the size of pixels and larger: blocks find some shift anywhere, and agree on none.
   const Shot grain = {.scene = flat, .noise = 12, .grain = true};
-  Shot moved = grain;
-  moved.dx = 7;
+  const Shot moved = {.scene = flat, .dx = 7, .noise = 12, .grain = true};
   EXPECT_NE(align(grain, moved).verdict, fine::ALIGNED) << "grain";
 }
 
@@ -180,12 +177,8 @@ TEST_F(FineAlign, KnowsHowSureItIs) {
     for (const bool grain : {false, true}) {
       for (const double noise : {1.5, 6.0, 12.0}) {
         SCOPED_TRACE(testing::Message() << "noise " << noise << " grain " << grain << " sparse " << (scene == sparse));
-        const Shot base = {.scene = scene, .noise = noise, .grain = grain};
-        Shot frame = base;
-        frame.dx = 7.3;
-        frame.dy = -3.8;
-        frame.degrees = 0.25;
-        const fine::Alignment result = align(base, frame);
+        const Shot frame = {.scene = scene, .dx = 7.3, .dy = -3.8, .degrees = 0.25, .noise = noise, .grain = grain};
+        const fine::Alignment result = align({.scene = scene, .noise = noise, .grain = grain}, frame);
         if (result.verdict != fine::ALIGNED) continue;
         ++accepted;
         const double error = cornerError(result, frame);

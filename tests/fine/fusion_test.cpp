@@ -99,19 +99,6 @@ class Scene {
   Fusion fusion_ = {};
 };
 
-// Whole planes but for margin bytes and rows.
-int32_t worstDifference(const TestImage& a, const TestImage& b, int32_t margin = 0) {
-  int32_t worst = 0;
-  for (int32_t p = 0; p < 2; ++p) {
-    for (int32_t y = margin; y < a.pixelRows(p) - margin; ++y) {
-      for (int32_t x = 2 * margin; x < a.pixelBytes(p) - 2 * margin; ++x) {
-        worst = std::max(worst, std::abs(a.row(p, y)[x] - b.row(p, y)[x]));
-      }
-    }
-  }
-  return worst;
-}
-
 int32_t hashed(int32_t frame, int32_t c, double x, double y) {
   const auto key = static_cast<uint32_t>(frame * 7919 + c * 104729 + static_cast<int32_t>(x) * 31337 +
                                          static_cast<int32_t>(y) * 65537);

@@ -91,13 +91,16 @@ Shift nearPart(double x, double y) {
   return x > 300 && x < 700 && y > 300 && y < 700 ? Shift{6.0, -3.0} : Shift{0, 0};
 }
 
+// Blocks astray do not bend the field.
 TEST_F(LocalMotion, FollowsARollingShutter) {
-  match(rows, 0.15);
-  const Evidence e = evidence();
-  EXPECT_GT(e.gain, 0.5);
-  EXPECT_GT(e.significance, 8.0);
-  fit();
-  EXPECT_LT(error(rows), 0.25);
+  for (const auto& [outliers, most] : {std::pair(0.0, 0.25), {0.15, 0.4}}) {
+    match(rows, 0.15, outliers);
+    const Evidence e = evidence();
+    EXPECT_GT(e.gain, outliers > 0 ? 0 : 0.5);
+    EXPECT_GT(e.significance, 8.0);
+    fit();
+    EXPECT_LT(error(rows), most);
+  }
 }
 
 TEST_F(LocalMotion, KeepsTheEdgeOfANearPart) {
@@ -115,13 +118,6 @@ TEST_F(LocalMotion, NeitherNoiseNorBlocksAstrayGiveEvidence) {
       EXPECT_LT(evidence().significance, 1.0) << noise << " " << outliers;
     }
   }
-}
-
-TEST_F(LocalMotion, BlocksAstrayDoNotBendTheField) {
-  match(rows, 0.15, 0.15);
-  EXPECT_GT(evidence().significance, 8.0);
-  fit();
-  EXPECT_LT(error(rows), 0.4);
 }
 
 TEST_F(LocalMotion, LatticeFitsAnySize) {

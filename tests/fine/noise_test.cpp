@@ -27,12 +27,8 @@ void expectCurve(const fine::NoiseCurve& curve, const FrameOptions& o, double sh
 TEST(Noise, FollowsBrightnessWhateverTheDriftAndTheMotion) {
   TestArena arena(16u << 20);
   for (const double byLight : {0.03, 0.3, 1.2}) {
-    FrameOptions base = {.still = 1, .byLight = byLight};
-    FrameOptions other = base;
-    other.seed = 2;
-    other.dx = 5.3;
-    other.gain = 1.04;
-    other.offset = -3;
+    const FrameOptions base = {.still = 1, .byLight = byLight};
+    const FrameOptions other = {.dx = 5.3, .gain = 1.04, .offset = -3, .still = 1, .byLight = byLight, .seed = 2};
     const Noise noise = estimate(arena.env(), base, other);
     for (int32_t c = 0; c < 3; ++c) {
       expectCurve(noise.full[c], base, 1.0, "full size");
@@ -48,9 +44,7 @@ TEST(Noise, FollowsBrightnessWhateverTheDriftAndTheMotion) {
 
 TEST(Noise, FindsPatches) {
   TestArena arena(16u << 20);
-  FrameOptions base = {.still = 16, .patch = 12}, other = base;
-  other.seed = 2;
-  const Noise noise = estimate(arena.env(), base, other);
+  const Noise noise = estimate(arena.env(), {.still = 16, .patch = 12}, {.still = 16, .patch = 12, .seed = 2});
   EXPECT_GT(noise.coherence[0], 4.0f);
 }
 

@@ -42,10 +42,7 @@ FrameOptions noisy(uint32_t seed) {
 
 TEST(Weights, TakeOutDriftThoughColourIsFaintAndNoisy) {
   for (const double gain : {0.93, 1.0, 1.06}) {
-    FrameOptions other = noisy(2);
-    other.gain = gain;
-    other.offset = 5;
-    const Weighed w = weigh(noisy(1), other);
+    const Weighed w = weigh(noisy(1), {.gain = gain, .offset = 5, .still = kVariance, .seed = 2});
     // Back to the base: y = (s + 128 - offset) / gain - 128.
     for (int32_t c = 0; c < 3; ++c) EXPECT_NEAR(w.drift.gain[c] / 32768.0, 1 / gain - 1, c == 0 ? 0.004 : 0.03) << c;
     EXPECT_NEAR(w.drift.offset[0] / 64.0, (128 - 5) / gain - 128, 0.4);
@@ -105,9 +102,8 @@ TEST(Weights, KeepOutWhatMovedHoweverFaint) {
 }
 
 TEST(Weights, EndWithTheFrame) {
-  FrameOptions other = noisy(2);
-  other.dx = 41.5;  // columns of the base left of 41.5 are not in it
-  const Weighed w = weigh(noisy(1), other);
+  // Columns of the base left of 41.5 are not in it.
+  const Weighed w = weigh(noisy(1), {.dx = 41.5, .still = kVariance, .seed = 2});
   double sum = 0;
   for (int32_t y = 8; y < kMapHeight - 8; ++y) {
     for (int32_t x = 0; x < 11; ++x) ASSERT_EQ(w.at(x, y), 0) << x << ' ' << y;

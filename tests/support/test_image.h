@@ -79,4 +79,17 @@ void drawPixels(const Image* image, const Value& value) {
   }
 }
 
+// Over the planes of two images of one shape, but for margin rows and twice as many bytes at each edge.
+inline int32_t worstDifference(const TestImage& a, const TestImage& b, int32_t margin = 0) {
+  int32_t worst = 0;
+  for (int32_t p = 0; p < imagePlaneCount(a.format); ++p) {
+    for (int32_t y = margin; y < a.pixelRows(p) - margin; ++y) {
+      for (int32_t x = 2 * margin; x < a.pixelBytes(p) - 2 * margin; ++x) {
+        worst = std::max(worst, std::abs(a.row(p, y)[x] - b.row(p, y)[x]));
+      }
+    }
+  }
+  return worst;
+}
+
 #endif  // ZVT4_TESTS_SUPPORT_TEST_IMAGE_H_
