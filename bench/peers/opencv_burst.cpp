@@ -5,8 +5,8 @@
 // The result shows what BASE shows. --aligned: the frames lie on the base already (transparent where they have
 // nothing); else each is aligned to it by a homography:
 //   1. ORB features, matched both ways and fitted by RANSAC (Rublee et al. 2011; Fischler and Bolles 1981);
-//   2. refined by maximising the enhanced correlation coefficient (Evangelidis and Psarakis 2008) at half size, where
-//      noise is less, then at full size;
+//   2. refined by maximising the enhanced correlation coefficient (Evangelidis and Psarakis 2008) at a quarter, then at
+//      half of the size, where noise is less and the time a fraction;
 //   3. resampled with Lanczos' kernel of 8 x 8.
 // Then
 //   mean       of all frames that cover the pixel
@@ -81,7 +81,7 @@ class Aligner {
   Frame aligned(const cv::Mat& colours) const {
     const cv::Mat luma = lumaOf(colours);
     cv::Mat motion = byFeatures(luma);
-    for (const double scale : {0.5, 1.0}) motion = refined(luma, motion, scale);
+    for (const double scale : {0.25, 0.5}) motion = refined(luma, motion, scale);
     Frame out;
     cv::warpPerspective(colours, out.colours, motion, base_.size(), cv::INTER_LANCZOS4 | cv::WARP_INVERSE_MAP,
                         cv::BORDER_REPLICATE);
