@@ -81,7 +81,8 @@ class Aligner {
   Frame aligned(const cv::Mat& colours) const {
     const cv::Mat luma = lumaOf(colours);
     cv::Mat motion = byFeatures(luma);
-    for (const double scale : {0.25, 0.5}) motion = refined(luma, motion, scale);
+    motion = refined(luma, motion, 0.5, cv::MOTION_AFFINE);
+    motion = refined(luma, motion, 0.5, cv::MOTION_HOMOGRAPHY);
     Frame out;
     cv::warpPerspective(colours, out.colours, motion, base_.size(), cv::INTER_LANCZOS4 | cv::WARP_INVERSE_MAP,
                         cv::BORDER_REPLICATE);
@@ -108,12 +109,13 @@ class Aligner {
     }
     cv::Mat inliers;
     cv::Mat motion;
-    if (from.size() >= 4) motion = cv::findHomography(from, to, cv::RANSAC, 3, inliers);
-    if (motion.empty() || cv::countNonZero(inliers) < 20) motion = cv::Mat::eye(3, 3, CV_64F);
-    return motion;
+    if (from.size() >= 2) motion = cv::estimateAffinePartial2D(from, to, inliers, cv::RANSAC, 3);
+    cv::Mat whole = cv::Mat::eye(3, 3, CV_64F);
+    if (!motion.empty() && cv::countNonZero(inliers) >= 20) motion.copyTo(whole.rowRange(0, 2));
+    return whole;
   }
 
-  cv::Mat refined(const cv::Mat& luma, const cv::Mat& motion, double scale) const {
+  cv::Mat refined(const cv::Mat& luma, const cv::Mat& motion, double scale, int kind) const {
     cv::Mat base;
     cv::Mat frame;
     cv::resize(base_, base, {}, scale, scale, cv::INTER_AREA);
@@ -121,11 +123,21 @@ class Aligner {
     // Pixel i of a plane has its centre at i + 1/2.
     const double centre = (scale - 1) / 2;
     const cv::Mat toScale = (cv::Mat_<double>(3, 3) << scale, 0, centre, 0, scale, centre, 0, 0, 1);
-    cv::Mat found;
-    cv::Mat(toScale * motion * toScale.inv()).convertTo(found, CV_32F);
+    // What moves in the scene has no say.
+    cv::Mat moved;
+    const cv::Mat known = toScale * motion * toScale.inv();
+    cv::warpPerspective(frame, moved, known, base.size(), cv::INTER_LINEAR | cv::WARP_INVERSE_MAP,
+                        cv::BORDER_REPLICATE);
+    cv::Mat difference;
+    cv::absdiff(moved, base, difference);
+    cv::blur(difference, difference, {15, 15});
+    const cv::Mat still = difference < 1.5 * cv::mean(difference)[0];
+    cv::Mat found = toScale * motion * toScale.inv();
+    found.convertTo(found, CV_32F);
+    cv::Mat part = kind == cv::MOTION_HOMOGRAPHY ? found : found.rowRange(0, 2);
     try {
-      const cv::TermCriteria until(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 30, 1e-5);
-      cv::findTransformECC(base, frame, found, cv::MOTION_HOMOGRAPHY, until, cv::noArray(), 5);
+      const cv::TermCriteria until(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 50, 1e-5);
+      cv::findTransformECC(base, frame, part, kind, until, still, 5);
     } catch (const cv::Exception&) {
       return motion;  // it did not converge
     }
