@@ -3,11 +3,11 @@
 //   opencv_burst [--aligned] mean|median|weighted|nlm|nlm-burst RESULT BASE FRAME...
 //
 // The result shows what BASE shows. --aligned: the frames lie on the base already (transparent where they have
-// nothing); else each is aligned to it by a homography:
-//   1. ORB features, matched both ways and fitted by RANSAC (Rublee et al. 2011; Fischler and Bolles 1981);
-//   2. refined by maximising the enhanced correlation coefficient (Evangelidis and Psarakis 2008) at a quarter, then at
-//      half of the size, where noise is less and the time a fraction;
-//   3. resampled with Lanczos' kernel of 8 x 8.
+// nothing); else each is aligned to it:
+//   1. ORB features (Rublee et al. 2011), matched both ways, give a similarity by RANSAC (Fischler and Bolles 1981);
+//   2. it is refined to an affine map, then to a homography, by maximising the enhanced correlation coefficient
+//      (Evangelidis and Psarakis 2008) at half size, where noise is less, without what moves in the scene;
+//   3. the frame is resampled with Lanczos' kernel of 8 x 8.
 // Then
 //   mean       of all frames that cover the pixel
 //   median     of them, channel by channel
@@ -34,9 +34,9 @@
 
 namespace {
 
-// The standard deviation that non-local means is told, as a multiple of the noise: what served these bursts best.
-constexpr double kStrength = 1.0;
-constexpr double kStrengthOfColour = 1.0;
+// Strengths of non-local means as multiples of the noise: of those tried, what served these bursts best.
+constexpr double kStrength = 0.7;
+constexpr double kStrengthOfColour = 2.0;
 
 struct Frame {
   cv::Mat colours;  // BGR, 8 bits
@@ -123,16 +123,15 @@ class Aligner {
     // Pixel i of a plane has its centre at i + 1/2.
     const double centre = (scale - 1) / 2;
     const cv::Mat toScale = (cv::Mat_<double>(3, 3) << scale, 0, centre, 0, scale, centre, 0, 0, 1);
-    // What moves in the scene has no say.
-    cv::Mat moved;
-    const cv::Mat known = toScale * motion * toScale.inv();
-    cv::warpPerspective(frame, moved, known, base.size(), cv::INTER_LINEAR | cv::WARP_INVERSE_MAP,
+    cv::Mat found = toScale * motion * toScale.inv();
+    // What moves in the scene has no say: it would draw the map away.
+    cv::Mat onBase;
+    cv::warpPerspective(frame, onBase, found, base.size(), cv::INTER_LINEAR | cv::WARP_INVERSE_MAP,
                         cv::BORDER_REPLICATE);
     cv::Mat difference;
-    cv::absdiff(moved, base, difference);
+    cv::absdiff(onBase, base, difference);
     cv::blur(difference, difference, {15, 15});
     const cv::Mat still = difference < 1.5 * cv::mean(difference)[0];
-    cv::Mat found = toScale * motion * toScale.inv();
     found.convertTo(found, CV_32F);
     cv::Mat part = kind == cv::MOTION_HOMOGRAPHY ? found : found.rowRange(0, 2);
     try {
