@@ -49,7 +49,8 @@ inline constexpr size_t kHeifMagic = 12;  // bytes that isHeif looks at
 Decoder openHeif(const std::string& name, FileBytes bytes);
 
 // TIFF of one page, by libtiff where the tool was built with it: grey, RGB, palette or YCbCr of up to 16 bits a sample,
-// which are rounded to 8; alpha lies over black. The planes as they are stored when the file is 4:2:0 of full range.
+// which are rounded to 8; alpha lies over black. The planes as they are stored when the file is 4:2:0 of full range and
+// not of JPEG.
 bool isTiff(ByteView beginning);
 inline constexpr size_t kTiffMagic = 4;  // bytes that isTiff looks at
 Decoder openTiff(const std::string& name, FileBytes bytes);

@@ -104,9 +104,25 @@ class TiffDecoder : public ImageDecoder {
     TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), tmsize_t{1} << 30);
     TIFFOpenOptionsSetErrorHandlerExtR(options.get(), keepMessage, this);
     TIFFOpenOptionsSetWarningHandlerExtR(options.get(), keepDamage, this);
-    const auto none = [](thandle_t, void*, tmsize_t) { return tmsize_t{0}; };
+    // The header is read, all else looked up in memory.
+    const auto read = [](thandle_t self, void* to, tmsize_t count) {
+      auto* decoder = static_cast<TiffDecoder*>(self);
+      const ByteView bytes = decoder->bytes_.view();
+      const auto at = static_cast<size_t>(std::min<uint64_t>(decoder->at_, bytes.size()));
+      const size_t got = std::min(static_cast<size_t>(count), bytes.size() - at);
+      std::copy_n(bytes.data() + at, got, static_cast<uint8_t*>(to));
+      decoder->at_ = at + got;
+      return static_cast<tmsize_t>(got);
+    };
+    const auto seek = [](thandle_t self, toff_t at, int from) {
+      auto* decoder = static_cast<TiffDecoder*>(self);
+      if (from == SEEK_CUR) at += decoder->at_;
+      if (from == SEEK_END) at += decoder->bytes_.size();
+      return decoder->at_ = at;
+    };
+    const auto write = [](thandle_t, void*, tmsize_t) { return tmsize_t{0}; };
     file_.reset(TIFFClientOpenExt(
-        "TIFF", "r", this, none, none, [](thandle_t, toff_t at, int) { return at; }, [](thandle_t) { return 0; },
+        "TIFF", "r", this, read, write, seek, [](thandle_t) { return 0; },
         [](thandle_t self) { return static_cast<toff_t>(static_cast<TiffDecoder*>(self)->bytes_.size()); },
         [](thandle_t self, void** bytes, toff_t* size) {
           const FileBytes& held = static_cast<TiffDecoder*>(self)->bytes_;
@@ -189,8 +205,9 @@ class TiffDecoder : public ImageDecoder {
     return std::clamp<uint32_t>(rows, 1, static_cast<uint32_t>(height_));
   }
 
-  // 4:2:0 of full range and BT.601, in strips or tiles of whole pairs of rows.
+  // 4:2:0 of full range and BT.601, in strips or tiles of whole pairs of rows. JPEG goes through RGB.
   bool holdsOurPlanes() const {
+    if (number(TIFFTAG_COMPRESSION, COMPRESSION_NONE) == COMPRESSION_JPEG) return false;
     if (photometric_ != PHOTOMETRIC_YCBCR || bits_ != 8 || number(TIFFTAG_SAMPLESPERPIXEL, 1) != 3 ||
         number(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) != PLANARCONFIG_CONTIG) {
       return false;
@@ -214,9 +231,6 @@ class TiffDecoder : public ImageDecoder {
   // A strip or tile holds, for each 2x2 pixels in reading order, their four luma samples, Cb and Cr.
   void decodePlanes(const Planes& planes) {
     TIFF* file = file_.get();
-    if (number(TIFFTAG_COMPRESSION, COMPRESSION_NONE) == COMPRESSION_JPEG) {
-      TIFFSetField(file, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RAW);
-    }
     const bool tiled = TIFFIsTiled(file) != 0;
     uint32_t chunkWidth = static_cast<uint32_t>(width_);
     uint32_t rows = chunkRows();
@@ -265,6 +279,21 @@ class TiffDecoder : public ImageDecoder {
     }
   }
 
+  // In place of libtiff's own, which cuts the lower 8 bits off. Skews are in pixels.
+  static void putDeepGrey(TIFFRGBAImage* image, uint32_t* to, uint32_t, uint32_t, uint32_t width, uint32_t rows,
+                          int32_t fromSkew, int32_t toSkew, unsigned char* from) {
+    const auto step = static_cast<ptrdiff_t>(2 * image->samplesperpixel);
+    for (; rows > 0; --rows, to += toSkew, from += fromSkew * step) {
+      for (uint32_t x = 0; x < width; ++x, ++to, from += step) {
+        uint16_t sample;
+        std::memcpy(&sample, from, sizeof(sample));
+        const uint32_t level = (uint32_t{sample} + 128) / 257;
+        const uint32_t grey = image->photometric == PHOTOMETRIC_MINISWHITE ? 255 - level : level;
+        *to = 0xFF000000U | grey * 0x10101U;
+      }
+    }
+  }
+
   // All rows from the top down as they are stored, converted by libtiff: 16 bits are rounded to 8, and alpha lies over
   // black.
   template <typename Use>
@@ -281,6 +310,7 @@ class TiffDecoder : public ImageDecoder {
     Image image;
     static_cast<TIFFRGBAImage&>(image) = begun;
     image.req_orientation = image.orientation;  // as they lie
+    if (bits_ == 16 && photometric_ <= PHOTOMETRIC_MINISBLACK && image.isContig != 0) image.put.contig = putDeepGrey;
     // Whole strips or rows of tiles, so that none is decoded twice.
     const auto height = static_cast<uint32_t>(height_);
     const uint32_t rows = chunkRows();
@@ -297,6 +327,7 @@ class TiffDecoder : public ImageDecoder {
   }
 
   FileBytes bytes_;
+  uint64_t at_ = 0;  // of reading
   char message_[256] = "";
   std::unique_ptr<TIFF, Close> file_;
   uint16_t bits_ = 0;
