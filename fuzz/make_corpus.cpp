@@ -12,6 +12,9 @@
 #include "picture_files.h"
 
 #include <jpeglib.h>
+#ifdef TESSALINE4_TIFF
+#include <tiffio.h>
+#endif
 
 namespace {
 
@@ -212,6 +215,58 @@ void makePngs() {
   put("png", "1x1", makePng(PNG_COLOR_TYPE_RGB, 8, false, false, 1, 1));
 }
 
+#ifdef TESSALINE4_TIFF
+void makeTiffs() {
+  struct Kind {
+    const char* name;
+    uint16_t photometric;
+    uint16_t samples;
+    uint16_t bits;
+    bool planar;
+    bool tiled;
+    uint16_t compression;
+    const char* mode;
+  };
+  constexpr Kind kKinds[] = {
+      {"rgb", PHOTOMETRIC_RGB, 3, 8, false, false, COMPRESSION_NONE, "w"},
+      {"rgb-big-endian-lzw", PHOTOMETRIC_RGB, 3, 8, false, false, COMPRESSION_LZW, "wb"},
+      {"rgb-large", PHOTOMETRIC_RGB, 3, 8, false, false, COMPRESSION_NONE, "w8"},
+      {"rgba-tiles", PHOTOMETRIC_RGB, 4, 8, false, true, COMPRESSION_ADOBE_DEFLATE, "w"},
+      {"rgb16-planar", PHOTOMETRIC_RGB, 3, 16, true, false, COMPRESSION_NONE, "w"},
+      {"grey", PHOTOMETRIC_MINISBLACK, 1, 8, false, false, COMPRESSION_PACKBITS, "w"},
+      {"grey16-tiles", PHOTOMETRIC_MINISBLACK, 1, 16, false, true, COMPRESSION_NONE, "w"},
+      {"grey1", PHOTOMETRIC_MINISWHITE, 1, 1, false, false, COMPRESSION_CCITTFAX4, "w"},
+      {"ycc", PHOTOMETRIC_YCBCR, 3, 8, false, false, COMPRESSION_NONE, "w"},
+      {"ycc-tiles", PHOTOMETRIC_YCBCR, 3, 8, false, true, COMPRESSION_LZW, "w"},
+      {"ycc-jpeg", PHOTOMETRIC_YCBCR, 3, 8, false, false, COMPRESSION_JPEG, "w"},
+  };
+  std::filesystem::create_directories(root / "tiff");
+  for (const Kind& k : kKinds) {
+    TIFF* file = TIFFOpen((root / "tiff" / k.name).c_str(), k.mode);
+    TIFFSetField(file, TIFFTAG_IMAGEWIDTH, 33);
+    TIFFSetField(file, TIFFTAG_IMAGELENGTH, 19);
+    TIFFSetField(file, TIFFTAG_BITSPERSAMPLE, k.bits);
+    TIFFSetField(file, TIFFTAG_SAMPLESPERPIXEL, k.samples);
+    TIFFSetField(file, TIFFTAG_PHOTOMETRIC, k.photometric);
+    TIFFSetField(file, TIFFTAG_PLANARCONFIG, k.planar ? PLANARCONFIG_SEPARATE : PLANARCONFIG_CONTIG);
+    TIFFSetField(file, TIFFTAG_COMPRESSION, k.compression);
+    TIFFSetField(file, TIFFTAG_ORIENTATION, 6);
+    TIFFSetField(file, TIFFTAG_MODEL, "Camera");
+    if (k.photometric == PHOTOMETRIC_YCBCR) TIFFSetField(file, TIFFTAG_YCBCRSUBSAMPLING, 2, 2);
+    if (k.tiled) TIFFSetField(file, TIFFTAG_TILEWIDTH, 16);
+    TIFFSetField(file, k.tiled ? TIFFTAG_TILELENGTH : TIFFTAG_ROWSPERSTRIP, 16);
+    const uint32_t count = k.tiled ? TIFFNumberOfTiles(file) : TIFFNumberOfStrips(file);
+    for (uint32_t i = 0; i < count; ++i) {
+      const uint32_t rows = i % 2 == 0 ? 16 : 3;
+      Bytes bytes = noise(static_cast<size_t>(k.tiled ? TIFFTileSize(file) : TIFFVStripSize(file, rows)), i);
+      const auto size = static_cast<tmsize_t>(bytes.size());
+      k.tiled ? TIFFWriteEncodedTile(file, i, bytes.data(), size) : TIFFWriteEncodedStrip(file, i, bytes.data(), size);
+    }
+    TIFFClose(file);
+  }
+}
+#endif
+
 void makeY4ms() {
   const auto stream = [](const std::string& header, const std::vector<tool::Picture>& frames) {
     Bytes bytes = {10};  // frames allowed
@@ -363,6 +418,9 @@ int main(int argc, char** argv) {
   makeApi();
   makeJpegs();
   makePngs();
+#ifdef TESSALINE4_TIFF
+  makeTiffs();
+#endif
   makeY4ms();
   makeRaws();
   makeMetadata();

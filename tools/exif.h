@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,10 @@ struct ExifShot {
   std::optional<double> iso;
 };
 ExifShot exifShot(const std::vector<uint8_t>& exif);
+
+// The block of a TIFF file of 32-bit offsets: what its first directory tells of the photo, with the EXIF and GPS
+// directories, in a block of its own. Makers' notes stay behind, since they point into the file. Empty when it has none.
+std::vector<uint8_t> exifOfTiff(std::span<const uint8_t> file);
 
 // A block that tells an orientation and nothing else.
 std::vector<uint8_t> exifWithOrientation(int32_t orientation);

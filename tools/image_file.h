@@ -1,4 +1,4 @@
-// Pictures from and to files: JPEG, PNG, raw 4:2:0 and 4:2:2, and Y4M streams.
+// Pictures from and to files: JPEG, PNG, raw 4:2:0 and 4:2:2, and Y4M streams; from HEIC, AVIF and TIFF files, too.
 #ifndef TESSALINE4_TOOLS_IMAGE_FILE_H_
 #define TESSALINE4_TOOLS_IMAGE_FILE_H_
 

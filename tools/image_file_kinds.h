@@ -48,6 +48,13 @@ bool isHeif(ByteView beginning);
 inline constexpr size_t kHeifMagic = 12;  // bytes that isHeif looks at
 Decoder openHeif(const std::string& name, FileBytes bytes);
 
+// TIFF of one page, by libtiff where the tool was built with it: grey, RGB, palette or YCbCr of up to 16 bits a sample,
+// which are rounded to 8; alpha lies over black. The planes as they are stored when the file is 4:2:0 of full range and
+// not of JPEG.
+bool isTiff(ByteView beginning);
+inline constexpr size_t kTiffMagic = 4;  // bytes that isTiff looks at
+Decoder openTiff(const std::string& name, FileBytes bytes);
+
 // A known format name: nv21, nv12, i420 or yuyv.
 bool isRawFormat(const std::string& format);
 // Bytes of a picture in such a file. Throws Error for an unknown format or a size out of range.

@@ -82,9 +82,10 @@ bool walkPng(const Bytes& bytes, Head* head) {
   return false;
 }
 
-// Its parts lie anywhere in the file.
-Head headOfHeif(const std::string& path) {
-  const Decoder decoder = openHeif(path, InputFile(path).read(PictureExtent(path, nullptr)));
+// Of kinds whose parts lie anywhere in the file.
+template <typename Open>
+Head headOfWhole(const std::string& path, const Open& open) {
+  const Decoder decoder = open(path, InputFile(path).read(PictureExtent(path, nullptr)));
   return {decoder->width(), decoder->height(), decoder->takeMetadata().exif};
 }
 
@@ -99,7 +100,8 @@ Head readHead(const std::string& path) {
     bytes.resize(held + static_cast<size_t>(file.gcount()));
     if (file.bad()) throw Error(path, std::string("cannot be read: ") + std::strerror(errno));
     Head head;
-    if (isHeif(bytes)) return headOfHeif(path);
+    if (isHeif(bytes)) return headOfWhole(path, openHeif);
+    if (isTiff(bytes)) return headOfWhole(path, openTiff);
     if (bytes.empty()) throw Error(path, "is empty");
     if (!isJpeg(bytes) && !isPng(bytes)) throw Error(path, "is no picture of a known kind");
     const bool over = isJpeg(bytes) ? walkJpeg(bytes, &head) : walkPng(bytes, &head);
@@ -122,7 +124,8 @@ int64_t fileTime(const std::string& path) {
 }  // namespace
 
 bool isPhotoName(const std::string& path) {
-  static constexpr std::array<std::string_view, 6> kEndings = {"jpg", "jpeg", "png", "heic", "heif", "avif"};
+  static constexpr std::array<std::string_view, 8> kEndings = {"jpg",  "jpeg", "png", "heic",
+                                                               "heif", "avif", "tif", "tiff"};
   return std::find(kEndings.begin(), kEndings.end(), endingOf(path)) != kEndings.end();
 }
 

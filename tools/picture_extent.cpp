@@ -11,6 +11,8 @@ constexpr size_t kMostExtra = size_t{64} << 20;
 // Coded pixels, generously: 8 bytes a pixel before compression at most, which may double them.
 constexpr size_t kMostPerPixel = 16;
 constexpr size_t kMostHeif = size_t{1} << 28;
+// Up to four samples of 16 bits a pixel.
+constexpr size_t kMostTiff = kMostExtra + 8 * size_t{kMostPixels};
 constexpr size_t kPngSignature = 8;
 
 // Whether the bytes that are there agree with the beginning of text.
@@ -38,6 +40,11 @@ size_t PictureExtent::operator()(ByteView read) {
     if (read.size() >= kMostHeif) throw Error(name_, "damaged: longer than any HEIC or AVIF picture");
     return kMostHeif - read.size();
   }
+  if (kind_ == Kind::kTiff) {
+    if (!isTiff(read)) return 0;
+    if (read.size() >= kMostTiff) throw Error(name_, "damaged: longer than any TIFF picture");
+    return kMostTiff - read.size();
+  }
   if (kind_ == Kind::kJpeg ? endsJpeg(read) : endsPng(read)) return 0;
   if (std::max(at_, read.size()) >= limit_) throw Error(name_, "damaged: it goes on past any picture of its size");
   return limit_ - read.size();
@@ -53,6 +60,10 @@ size_t PictureExtent::detect(ByteView read) {
                                          {Kind::kPng, "\x89PNG\r\n\x1A\n", kPngSignature},
                                          // The length of a box: this one is short.
                                          {Kind::kHeif, "\0\0\0", 3},
+                                         {Kind::kTiff, "II*\0", kTiffMagic},
+                                         {Kind::kTiff, "MM\0*", kTiffMagic},
+                                         {Kind::kTiff, "II+\0", kTiffMagic},
+                                         {Kind::kTiff, "MM\0+", kTiffMagic},
                                          {Kind::kY4m, "YUV4MPEG2", 9}};
   for (const Beginning& beginning : beginnings) {
     if (!agrees(read, 0, beginning.text, beginning.length)) continue;
