@@ -1,16 +1,22 @@
-// Time of each stage and of a whole burst, 8 frames, beside a plain copy of the same number of bytes, so that results
-// read as ratios of one run. Nothing here passes or fails.
+// Time of each stage and of a whole burst by each road, beside a plain copy of the frames' bytes, so that results read
+// as ratios of one run (the counter "copies"). A time is the least of some rounds. Nothing here passes or fails.
 //
-//   tessaline4_bench                      both sizes, all processors
-//   tessaline4_bench --workers=1          with one worker
-//   tessaline4_bench --cpu=avx2           with the row functions of that level: plain, avx2, avx512
-//   tessaline4_bench --once=640x480       one burst by the library's road and one by the fine mode, nothing measured:
-//                                         for tools that watch a process
+//   tessaline4_bench                          8 frames of 1.2 and 12 megapixels, all processors
+//   --sizes=4000x3000,8000x6000 --frames=2,8 --workers=1,2
+//                                             each with each
+//   --rounds=9                                how many rounds; 20 for small pictures and 5 for others if missing
+//   --cpu=avx2                                with the row functions of that level: plain, avx2, avx512
+//   --once=640x480                            one burst by the library's road and one by the fine mode, nothing
+//                                             measured: for tools that watch a process
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <sstream>
 
 #include "api/tessal4_handle.h"
 #include "base/cpu_level.h"
@@ -18,17 +24,17 @@
 
 namespace {
 
-constexpr int32_t kFrames = 8;
+constexpr int32_t kDefaultFrames = 8;
 const char* const kFormat = "YVU420_SEMIPLANAR";
-int32_t workers = -1;
+int32_t rounds = 0;
 
 // A burst whose frames are tiles of one small scene, shifted from frame to frame by a few pixels.
-std::vector<test::Frame> largeBurst(int32_t width, int32_t height) {
+std::vector<test::Frame> largeBurst(int32_t width, int32_t height, int32_t count) {
   constexpr int32_t kTile = 512;
   test::Frame tile = test::makeFrame(kFormat, kTile, kTile);
   test::fillFrame(&tile, kFormat, 0, 0, 6.0, 1);
   std::vector<test::Frame> frames;
-  for (int32_t i = 0; i < kFrames; ++i) {
+  for (int32_t i = 0; i < count; ++i) {
     frames.push_back(test::makeFrame(kFormat, width, height));
     uint8_t* out = frames.back().bytes.data();
     const int32_t shift = 2 * i;
@@ -45,11 +51,13 @@ std::vector<test::Frame> largeBurst(int32_t width, int32_t height) {
   return frames;
 }
 
-const std::vector<test::Frame>& burstOf(int32_t width, int32_t height) {
-  static std::map<int32_t, std::vector<test::Frame>> bursts;
-  auto [at, fresh] = bursts.try_emplace(width);
-  if (fresh) at->second = largeBurst(width, height);
-  return at->second;
+// One burst is kept, that of the last call.
+const std::vector<test::Frame>& burstOf(int32_t width, int32_t height, int32_t count) {
+  static std::vector<test::Frame> burst;
+  if (burst.size() != static_cast<size_t>(count) || burst[0].data.width != width || burst[0].data.height != height) {
+    burst = largeBurst(width, height, count);
+  }
+  return burst;
 }
 
 // An instance with its burst, to be taken through the stages.
@@ -60,9 +68,9 @@ struct Run {
   test::Frame output;
   int32_t order[kTessal4Frames] = {};
 
-  Run(int32_t width, int32_t height, bool strong, int32_t fine = 0)
-      : memory(static_cast<size_t>(zelvan_Tessaline4_getBufferSize(width, height, kFrames, kFormat))),
-        frames(test::copyBurst(burstOf(width, height))),
+  Run(int32_t width, int32_t height, int32_t count, int32_t workers, bool strong, bool fine)
+      : memory(static_cast<size_t>(zelvan_Tessaline4_getBufferSize(width, height, count, kFormat))),
+        frames(test::copyBurst(burstOf(width, height, count))),
         output(test::makeFrame(kFormat, width, height)) {
     check(zelvan_Tessaline4_initialize(&handle, memory.data(), static_cast<int32_t>(memory.size()), width, height));
     check(zelvan_Tessaline4_setCoreSetting(&handle, workers, 0));
@@ -70,8 +78,8 @@ struct Run {
       check(zelvan_Tessaline4_setLumaNoiseReductionLevel(&handle, 4));
       check(zelvan_Tessaline4_setChromaNoiseReductionLevel(&handle, 4));
     }
-    check(zelvan_Tessaline4_setFineMode(&handle, fine));
-    check(zelvan_Tessaline4_start(&handle, &output.data, kFrames));
+    check(zelvan_Tessaline4_setFineMode(&handle, fine ? 1 : 0));
+    check(zelvan_Tessaline4_start(&handle, &output.data, count));
   }
   ~Run() { zelvan_Tessaline4_finalize(&handle); }
 
@@ -80,13 +88,14 @@ struct Run {
   }
   Tessal4* engine() { return &handle.pointer->engine; }
   // The frames' pixels come back, since a merge changes them.
-  void rewind() {
-    const std::vector<test::Frame>& fresh = burstOf(output.data.width, output.data.height);
+  void copyFrames() {
+    const std::vector<test::Frame>& fresh =
+        burstOf(output.data.width, output.data.height, static_cast<int32_t>(frames.size()));
     for (size_t i = 0; i < frames.size(); ++i) {
       std::memcpy(frames[i].bytes.data(), fresh[i].bytes.data(), fresh[i].bytes.size());
     }
-    check(zelvan_Tessaline4_reset(&handle));
   }
+  void reset() { check(zelvan_Tessaline4_reset(&handle)); }
   void intake() {
     for (test::Frame& frame : frames) check(zelvan_Tessaline4_addImage(&handle, &frame.data));
   }
@@ -94,7 +103,9 @@ struct Run {
     check(Tessal4_getRecommendedOrder(engine(), order, nullptr));
     check(Tessal4_solve(engine(), order[0]));
   }
-  void merge() { check(Tessal4_merge(engine(), handle.pointer->frames, order, kFrames)); }
+  void merge() { check(Tessal4_merge(engine(), handle.pointer->frames, order, handle.pointer->mergeCount)); }
+  void mergeFine() { check(zelvan_Tessaline4_merge(&handle)); }
+  void renderFine() { check(zelvan_Tessaline4_enhance(&handle)); }
   void finish() { check(Tessal4_noiseReduction(engine())); }
   void weakChroma() {
     check(zelvan_Tessaline4Internal_weakUvNr(engine(), &handle.pointer->output, &handle.pointer->output, nullptr,
@@ -102,150 +113,155 @@ struct Run {
   }
 };
 
+enum Road { kStrong, kDefaults, kFine };  // noise reduction level 4, the library's defaults, the fine mode
+
 using Stage = void (Run::*)();
-constexpr Stage kRoad[] = {&Run::intake, &Run::solve, &Run::merge, &Run::finish, &Run::weakChroma};
+struct NamedStage {
+  const char* name;  // null: not shown
+  Stage stage;
+};
+const std::vector<NamedStage> kRoads[] = {
+    {{"intake", &Run::intake},
+     {"solve", &Run::solve},
+     {"merge", &Run::merge},
+     {"finish, noise reduction level 4", &Run::finish},
+     {"weak chroma", &Run::weakChroma}},
+    {{nullptr, &Run::intake},
+     {nullptr, &Run::solve},
+     {nullptr, &Run::merge},
+     {"finish, library defaults", &Run::finish}},
+    {{"fine intake", &Run::intake},
+     {"fine alignment and weights", &Run::mergeFine},
+     {"fine rendering", &Run::renderFine}},
+};
 
-// Runs the road up to the stage untimed, then the stage timed.
-void stageBench(benchmark::State& state, int32_t stage, bool strong) {
-  Run run(static_cast<int32_t>(state.range(0)), static_cast<int32_t>(state.range(1)), strong);
-  for (auto _ : state) {
-    state.PauseTiming();
-    run.rewind();
-    for (int32_t i = 0; i < stage; ++i) (run.*kRoad[i])();
-    state.ResumeTiming();
-    (run.*kRoad[stage])();
-  }
-}
+struct Setup {
+  Road road;
+  int32_t width, height, frames, workers;
+  auto operator<=>(const Setup&) const = default;
+};
 
-void wholeBench(benchmark::State& state) {
-  Run run(static_cast<int32_t>(state.range(0)), static_cast<int32_t>(state.range(1)), true);
-  for (auto _ : state) {
-    state.PauseTiming();
-    run.rewind();
-    state.ResumeTiming();
-    for (const Stage stage : kRoad) (run.*stage)();
-  }
-}
-
-// The fine mode, whole and by its three stages.
-void fineBench(benchmark::State& state) {
-  Run run(static_cast<int32_t>(state.range(0)), static_cast<int32_t>(state.range(1)), false, 1);
-  for (auto _ : state) {
-    state.PauseTiming();
-    run.rewind();
-    state.ResumeTiming();
-    run.intake();
-    Run::check(zelvan_Tessaline4_getResult(&run.handle));
-  }
-}
-void fineIntakeBench(benchmark::State& state) {
-  Run run(static_cast<int32_t>(state.range(0)), static_cast<int32_t>(state.range(1)), false, 1);
-  for (auto _ : state) {
-    state.PauseTiming();
-    run.rewind();
-    state.ResumeTiming();
-    run.intake();
-  }
-}
-void fineAlignBench(benchmark::State& state) {
-  Run run(static_cast<int32_t>(state.range(0)), static_cast<int32_t>(state.range(1)), false, 1);
-  for (auto _ : state) {
-    state.PauseTiming();
-    run.rewind();
-    run.intake();
-    state.ResumeTiming();
-    Run::check(zelvan_Tessaline4_merge(&run.handle));
-  }
-}
-void fineRenderBench(benchmark::State& state) {
-  Run run(static_cast<int32_t>(state.range(0)), static_cast<int32_t>(state.range(1)), false, 1);
-  for (auto _ : state) {
-    state.PauseTiming();
-    run.rewind();
-    run.intake();
-    Run::check(zelvan_Tessaline4_merge(&run.handle));
-    state.ResumeTiming();
-    Run::check(zelvan_Tessaline4_enhance(&run.handle));
-  }
+template <typename Work>
+double secondsOf(const Work& work) {
+  const auto begin = std::chrono::steady_clock::now();
+  work();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
-// What everything is measured against: the burst's bytes, copied once.
-void copyBench(benchmark::State& state) {
-  const std::vector<test::Frame>& burst =
-      burstOf(static_cast<int32_t>(state.range(0)), static_cast<int32_t>(state.range(1)));
-  std::vector<test::Frame> to = test::copyBurst(burst);
-  for (auto _ : state) {
-    for (size_t i = 0; i < burst.size(); ++i) {
-      std::memcpy(to[i].bytes.data(), burst[i].bytes.data(), burst[i].bytes.size());
+// Seconds of each stage, of the whole burst, and of the copy that everything is measured against: the least of all
+// rounds, since whatever else the machine does only adds.
+const std::vector<double>& measure(const Setup& setup) {
+  static std::map<Setup, std::vector<double>> known;
+  auto [at, fresh] = known.try_emplace(setup);
+  if (!fresh) return at->second;
+  const std::vector<NamedStage>& stages = kRoads[setup.road];
+  std::vector<double>& least = at->second;
+  least.assign(stages.size() + 2, 1e9);
+  Run run(setup.width, setup.height, setup.frames, setup.workers, setup.road == kStrong, setup.road == kFine);
+  const int32_t most = rounds > 0 ? rounds : setup.width < 2000 ? 20 : 5;
+  for (int32_t round = 0; round < most; ++round) {
+    std::vector<double> now;
+    const double copy = secondsOf([&] { run.copyFrames(); });
+    run.reset();
+    double whole = 0.0;
+    for (const NamedStage& stage : stages) whole += now.emplace_back(secondsOf([&] { (run.*stage.stage)(); }));
+    now.insert(now.end(), {whole, copy});
+    for (size_t i = 0; i < now.size(); ++i) least[i] = std::min(least[i], now[i]);
+  }
+  return least;
+}
+
+void show(const std::string& name, const Setup& setup, size_t index, bool isCopy = false) {
+  const std::string full = name + "/" + std::to_string(setup.width) + "x" + std::to_string(setup.height) +
+                           "/frames:" + std::to_string(setup.frames) + "/workers:" + std::to_string(setup.workers);
+  benchmark::RegisterBenchmark(full.c_str(),
+                               [=](benchmark::State& state) {
+                                 const std::vector<double>& least = measure(setup);
+                                 for (auto _ : state) state.SetIterationTime(isCopy ? least.back() : least[index]);
+                                 state.counters["copies"] = (isCopy ? least.back() : least[index]) / least.back();
+                               })
+      ->UseManualTime()
+      ->Iterations(1)
+      ->Unit(benchmark::kMillisecond);
+}
+
+void showAll(int32_t width, int32_t height, int32_t frames, int32_t count) {
+  for (const Road road : {kStrong, kDefaults, kFine}) {
+    const Setup setup = {road, width, height, frames, count};
+    const std::vector<NamedStage>& stages = kRoads[road];
+    if (road == kStrong) show("copy", setup, 0, true);
+    for (size_t i = 0; i < stages.size(); ++i) {
+      if (stages[i].name != nullptr) show(stages[i].name, setup, i);
     }
-    benchmark::ClobberMemory();
+    if (road != kDefaults) show(road == kFine ? "fine whole burst" : "whole burst", setup, stages.size());
   }
 }
 
-void sizes(benchmark::internal::Benchmark* bench) {
-  bench->Args({1280, 960})->Args({4000, 3000})->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(4);
-}
-
-}  // namespace
-
-BENCHMARK(copyBench)->Name("copy")->Apply(sizes);
-BENCHMARK_CAPTURE(stageBench, intake, 0, true)->Name("intake")->Apply(sizes);
-BENCHMARK_CAPTURE(stageBench, solve, 1, true)->Name("solve")->Apply(sizes);
-BENCHMARK_CAPTURE(stageBench, merge, 2, true)->Name("merge")->Apply(sizes);
-BENCHMARK_CAPTURE(stageBench, finish, 3, false)->Name("finish, library defaults")->Apply(sizes);
-BENCHMARK_CAPTURE(stageBench, finishStrong, 3, true)->Name("finish, noise reduction level 4")->Apply(sizes);
-BENCHMARK_CAPTURE(stageBench, weakChroma, 4, true)->Name("weak chroma")->Apply(sizes);
-BENCHMARK(wholeBench)->Name("whole burst")->Apply(sizes);
-BENCHMARK(fineIntakeBench)->Name("fine intake")->Apply(sizes);
-BENCHMARK(fineAlignBench)->Name("fine alignment and weights")->Apply(sizes);
-BENCHMARK(fineRenderBench)->Name("fine rendering")->Apply(sizes);
-BENCHMARK(fineBench)->Name("fine whole burst")->Apply(sizes);
-
-namespace {
-
-// Takes "--name=value" out of the arguments; null where it is missing.
-const char* takeOption(int* argc, char** argv, const char* option) {
-  const size_t length = std::strlen(option);
+// Takes "--name=value" out of the arguments; fallback where it is missing.
+std::string takeOption(int* argc, char** argv, const std::string& option, const std::string& fallback = "") {
   for (int i = 1; i < *argc; ++i) {
-    if (std::strncmp(argv[i], option, length) != 0) continue;
-    const char* value = argv[i] + length;
+    if (std::strncmp(argv[i], option.c_str(), option.size()) != 0) continue;
+    const std::string value = argv[i] + option.size();
     for (int j = i; j + 1 < *argc; ++j) argv[j] = argv[j + 1];
     --*argc;
     return value;
   }
-  return nullptr;
+  return fallback;
 }
 
-bool forceLevel(const char* name) {
+std::vector<std::string> parts(const std::string& list) {
+  std::vector<std::string> out;
+  std::istringstream in(list);
+  for (std::string part; std::getline(in, part, ',');) out.push_back(part);
+  return out;
+}
+
+// "4000x3000", no side below 64 pixels.
+bool parseSize(const std::string& text, int32_t* width, int32_t* height) {
+  char end = 0;
+  return std::sscanf(text.c_str(), "%dx%d%c", width, height, &end) == 2 && *width >= 64 && *height >= 64;
+}
+
+bool forceLevel(const std::string& name) {
   for (int32_t level = 0; level < CPU_LEVELS; ++level) {
     const auto wanted = static_cast<CpuLevel>(level);
-    if (std::strcmp(name, cpuLevelName(wanted)) == 0) return setCpuLevel(wanted);
+    if (name == cpuLevelName(wanted)) return setCpuLevel(wanted);
   }
   return false;
 }
 
 // Both roads, once.
-bool runOnce(const char* size) {
-  char* rest = nullptr;
-  const auto width = static_cast<int32_t>(std::strtol(size, &rest, 10));
-  const auto height = *rest == 'x' ? static_cast<int32_t>(std::strtol(rest + 1, &rest, 10)) : 0;
-  if (*rest != 0 || width < 64 || height < 64) return false;
-  for (const int32_t fine : {0, 1}) {
-    Run run(width, height, fine == 0, fine);
+void runOnce(int32_t width, int32_t height, int32_t workers) {
+  for (const bool fine : {false, true}) {
+    Run run(width, height, kDefaultFrames, workers, !fine, fine);
     run.intake();
     Run::check(zelvan_Tessaline4_getResult(&run.handle));
   }
-  return true;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (const char* count = takeOption(&argc, argv, "--workers=")) workers = std::atoi(count);
-  if (const char* level = takeOption(&argc, argv, "--cpu="); level != nullptr && !forceLevel(level)) return 1;
-  if (const char* size = takeOption(&argc, argv, "--once=")) return runOnce(size) ? 0 : 1;
+  const std::string level = takeOption(&argc, argv, "--cpu=");
+  const std::string once = takeOption(&argc, argv, "--once=");
+  const std::string sizes = takeOption(&argc, argv, "--sizes=", "1280x960,4000x3000");
+  const std::string frames = takeOption(&argc, argv, "--frames=", std::to_string(kDefaultFrames));
+  const std::string workers = takeOption(&argc, argv, "--workers=", "-1");
+  rounds = std::atoi(takeOption(&argc, argv, "--rounds=").c_str());
+  if (!level.empty() && !forceLevel(level)) return 1;
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  for (const std::string& size : parts(once.empty() ? sizes : once)) {
+    int32_t width = 0, height = 0;
+    if (!parseSize(size, &width, &height)) return 1;
+    for (const std::string& count : parts(workers)) {
+      if (!once.empty()) runOnce(width, height, std::atoi(count.c_str()));
+      for (const std::string& n : parts(frames)) {
+        if (std::atoi(n.c_str()) < 1 || std::atoi(n.c_str()) > kTessal4Frames) return 1;
+        if (once.empty()) showAll(width, height, std::atoi(n.c_str()), std::atoi(count.c_str()));
+      }
+    }
+  }
   benchmark::RunSpecifiedBenchmarks();
   return 0;
 }
