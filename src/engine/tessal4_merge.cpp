@@ -18,6 +18,64 @@ constexpr int32_t kGhostSlices = 32;
 constexpr double kNarrowCorrectionSigma = 7.5;
 constexpr double kWideCorrectionSigma = 60.0;
 constexpr int32_t kMaxCorrection = 15;
+constexpr int32_t kSureMaps = 2;
+
+// Frames whose weights are known and whose pixels wait. Weights follow from the small frames alone, never from what is
+// accumulated, so that one pass over the accumulator can take in many frames: it is as large as a frame and would else
+// go through memory once for each of them. Weights stand in maps; further ones than the first are only taken while the
+// arena has plenty of room, and with all of them full the frames go in.
+class FrameQueue {
+ public:
+  explicit FrameQueue(Tessal4* engine) : engine_(engine) {
+    for (Image& map : maps_) construct_Image(&map, engine->env);
+  }
+  ~FrameQueue() {
+    for (Image& map : maps_) destruct_Image(&map);
+  }
+  FrameQueue(const FrameQueue&) = delete;
+  FrameQueue& operator=(const FrameQueue&) = delete;
+
+  // The map for the weights of this frame, which add then takes in. A frame that lies in the accumulator reads what the
+  // frames before it left.
+  Status nextMap(const Image* image, Image** map) {
+    const bool full = count_ == mapCount_ && !(mayGrow() && addMap() == ZELVAN_OK);
+    if (full || liesInAccumulator(image)) {
+      if (const Status s = flush(); s != ZELVAN_OK) return s;
+    }
+    *map = &maps_[count_];
+    return ZELVAN_OK;
+  }
+  Status add(const Image* image, const Mvec8Real* motion) {
+    frames_[count_] = {image, motion, &maps_[count_]};
+    ++count_;
+    return liesInAccumulator(image) ? flush() : ZELVAN_OK;
+  }
+  Status flush() {
+    const int32_t count = count_;
+    count_ = 0;
+    return count == 0 ? ZELVAN_OK : accumFrames(engine_->pel, engine_->env, engine_->accumulatorPtr, frames_, count);
+  }
+  Status addMap() {
+    const Status s = Image_init(&maps_[mapCount_], engine_->workWidth, engine_->workHeight, nullptr, IMAGE_UINT8);
+    if (s == ZELVAN_OK) ++mapCount_;
+    return s;
+  }
+
+ private:
+  bool liesInAccumulator(const Image* image) const { return image->plane0 == engine_->accumulatorPtr->plane0; }
+  // Leaves the arena more than what a comparison and a pass over the accumulator ask for.
+  bool mayGrow() const {
+    const int64_t work = int64_t{engine_->workWidth} * engine_->workHeight;
+    const int64_t reserve = 24 * work + int64_t{engine_->width} * engine_->workHeight;
+    return mapCount_ < kAccumFrames && Heap2_getFreeSize(&engine_->env->heap) > reserve;
+  }
+
+  Tessal4* engine_;
+  Image maps_[kAccumFrames];
+  AccumFrame frames_[kAccumFrames];
+  int32_t mapCount_ = 0;
+  int32_t count_ = 0;
+};
 
 // A number above 0: how much the frame's sharpness lets it count. Fills mergeStatus of a frame that is refused.
 double sharpnessWeight(Tessal4* engine, int32_t id, int32_t base, int32_t maxScore) {
@@ -134,7 +192,7 @@ void fillWeightTable(uint8_t* table, double objBlurCorrection, double weight) {
 }
 
 // Differences of a frame against the base decide where and how much it is blended in.
-Status mergeFrame(Tessal4* engine, const Image* frame, int32_t id, double weight, Image* mask) {
+Status mergeFrame(Tessal4* engine, FrameQueue* queue, const Image* frame, int32_t id, double weight) {
   const Tessal4Params& params = engine->params;
   if (params.lumaCorrectionMode == 1 || params.lumaCorrectionMode == 2) correctLuminance(engine);
   Image* diffMap = &engine->diffMap;
@@ -151,15 +209,13 @@ Status mergeFrame(Tessal4* engine, const Image* frame, int32_t id, double weight
     engine->mergeStatus[id] = TESSAL4_GHOST;
     return ZELVAN_OK;
   }
+  Image* map = nullptr;
+  if (const Status s = queue->nextMap(frame, &map); s != ZELVAN_OK) return s;
   uint8_t table[256];
   fillWeightTable(table, params.objBlurCorrection, weight);
-  const Tessal4BlendMapRows rows = {table, diffMap, &engine->accWeight, mask, 0, 0};
+  const Tessal4BlendMapRows rows = {table, diffMap, &engine->accWeight, map, 0, 0};
   forkRows<Tessal4BlendMapRows, Tessal4_blendMapRows>(engine->executor, engine->workHeight, rows);
-  if (const Status s = Tessal4ImageFunc_renderAccum(engine->pel, engine->env, engine->accumulatorPtr, frame,
-                                                    &engine->motions[id], mask);
-      s != ZELVAN_OK) {
-    return s;
-  }
+  if (const Status s = queue->add(frame, &engine->motions[id]); s != ZELVAN_OK) return s;
   ++engine->validCount;
   return ZELVAN_OK;
 }
@@ -270,14 +326,12 @@ Status Tessal4_merge(Tessal4* engine, Image* images, const int32_t* order, int32
   const auto hasSlot = [](int32_t id) { return id >= 0 && id < kTessal4Frames; };
   const int32_t base = idAt(0);
   if (!hasSlot(base)) return ZELVAN_ERROR_GENERAL;
-  Env* env = engine->env;
   const int32_t width = engine->workWidth;
   const int32_t height = engine->workHeight;
-  // Two maps in turn, so that one is not overwritten while a job that reads it could still run.
-  ScopedImage maskA(env);
-  ScopedImage maskB(env);
-  if (const Status s = Image_init(&maskA, width, height, nullptr, IMAGE_UINT8); s != ZELVAN_OK) return s;
-  if (const Status s = Image_init(&maskB, width, height, nullptr, IMAGE_UINT8); s != ZELVAN_OK) return s;
+  FrameQueue queue(engine);
+  for (int32_t i = 0; i < kSureMaps; ++i) {
+    if (const Status s = queue.addMap(); s != ZELVAN_OK) return s;
+  }
   for (Image& compare : engine->compareImages) {
     if (const Status s = Image_init(&compare, width, height, nullptr, images[0].format); s != ZELVAN_OK) return s;
   }
@@ -301,11 +355,11 @@ Status Tessal4_merge(Tessal4* engine, Image* images, const int32_t* order, int32
     if (engine->validCount == 0) {
       if (const Status s = startAccumulator(engine, &images[id], weight); s != ZELVAN_OK) return s;
       ++engine->validCount;
-    } else if (const Status s = mergeFrame(engine, &images[id], id, weight, i % 2 == 0 ? &maskA : &maskB);
-               s != ZELVAN_OK) {
+    } else if (const Status s = mergeFrame(engine, &queue, &images[id], id, weight); s != ZELVAN_OK) {
       return s;
     }
   }
+  if (const Status s = queue.flush(); s != ZELVAN_OK) return s;
   for (int32_t i = mergeCount > 0 ? mergeCount : 0; i < engine->addedCount; ++i) {
     if (hasSlot(order[i])) engine->mergeStatus[order[i]] = TESSAL4_NOT_USED;
   }

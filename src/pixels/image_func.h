@@ -112,13 +112,25 @@ Status Tessal4ImageFunc_accumWithLuminanceCorrection(ParallelExecutor* executor,
 // pixel.
 //
 // renderAccum: s is the frame warped by motion, luma with coarse weights and chroma with fine ones everywhere. Where
-// the frame does not reach, acc stays. Scratch: the map at the width of acc. renderAccum2: the same bytes without
-// tuning. One job per row of the map, then one per row pair.
+// the frame does not reach, acc stays. Scratch: the map at the width of acc, or two rows for each worker if that is
+// more. renderAccum2: the same bytes without tuning. One job per 16 row pairs.
+// accumFrames: renderAccum with one frame after the other, at most kAccumFrames, in one pass over acc. Frames do not
+// overlap acc; they may be the same.
 // updateImage: s is the frame as it is; a second map, if not null, blends the frame in once more by its own weights.
 // Scratch: two rows for each map and job. Jobs of an even number of rows.
 //
 // ZELVAN_ERROR_NOMEM for want of scratch, ZELVAN_ERROR_UNSUPPORTED for a frame without interleaved chroma; acc is then
 // untouched.
+inline constexpr int32_t kAccumFrames = 32;
+
+struct AccumFrame {
+  const Image* image;
+  const Mvec8Real* motion;
+  const Image* map;
+};
+
+Status accumFrames(Pel* pel, Env* env, Image* acc, const AccumFrame* frames, int32_t count);
+
 extern "C" {
 Status Tessal4ImageFunc_renderAccum(Pel* pel, Env* env, Image* acc, const Image* src, const Mvec8Real* motion,
                                     const Image* map) ZVT4_NAME(Tessal4ImageFunc_renderAccum);

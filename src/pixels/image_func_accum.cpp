@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "base/cpu_level.h"
 #include "parallel/bands.h"
 #include "parallel/pel_kernel.h"
@@ -7,92 +9,7 @@
 
 namespace {
 
-struct StretchJob {
-  Image* dst;
-  const Image* map;
-};
-
-Status stretchRow(StretchJob* job, int32_t y, const PelContext*) {
-  stretchMapRow(imageRow(job->dst, y), imageRow(job->map, y), job->map->width, job->dst->width);
-  return ZELVAN_OK;
-}
-
-constexpr PelKernel kStretchRow = pelIndexed<StretchJob, stretchRow>();
-
-struct AccumJob {
-  Image* acc;
-  const Image* src;
-  const Image* srcChroma;  // null for luma alone
-  const Image* map;        // as wide as acc
-  const Mvec8Real* motion;
-  const WarpRows* rows;
-};
-
-// Outside the source an item takes the accumulator's own bytes, which leaves them as they are.
-template <int32_t Channels>
-WarpTaps accumTaps(WarpTapBuffer* buffer, const WarpPlane& plane, const WarpLine& line, int32_t count,
-                   const uint8_t* acc) {
-  return collectTaps<Channels>(buffer, plane, line, count, [&](int32_t k, int32_t ix, int32_t iy, uint8_t* const* to) {
-    setCorners<Channels>(to, plane.contains(ix, iy) ? plane.at<Channels>(ix, iy) : acc + k * Channels);
-  });
-}
-
-Status accumPair(AccumJob* job, int32_t index, const PelContext*) {
-  const WarpPlane luma(job->src);
-  const int32_t y = 2 * index;
-  const MapRows rows(index, job->map->height, job->acc->height);
-  const uint8_t* rowA = imageRow(job->map, rows.a);
-  const uint8_t* rowB = imageRow(job->map, rows.b);
-  uint8_t weights[kWarpSpan];
-  uint8_t chromaWeights[kWarpSpan];
-  WarpTapBuffer buffer;
-  WarpSpans spans(job->motion, y, job->acc->width, job->src);
-  for (WarpSpan span; spans.next(&span);) {
-    mapWeights(weights, rowA + span.begin, rowB + span.begin, rows.weight, span.count);
-    for (int32_t r = 0; r < 2; ++r) {
-      uint8_t* acc = imageRow(job->acc, y + r) + span.begin;
-      const WarpLine& line = span.rows[r];
-      job->rows->blendLuma(acc, accumTaps<1>(&buffer, luma, line, span.count, acc), line, weights, span.count);
-    }
-    const int32_t pairs = span.count / 2;
-    if (job->srcChroma == nullptr || pairs == 0) continue;
-    pairWeights(chromaWeights, weights, 2 * pairs);
-    uint8_t* acc = imageChromaRow(job->acc, index) + span.begin;
-    job->rows->blendChroma(acc, accumTaps<2>(&buffer, WarpPlane(job->srcChroma), span.chroma, pairs, acc), span.chroma,
-                           chromaWeights, 2 * pairs);
-  }
-  return ZELVAN_OK;
-}
-
-constexpr PelKernel kAccumPair = pelIndexed<AccumJob, accumPair>();
-
-Status renderAccum(Pel* pel, Env* env, Image* acc, const Image* src, const Mvec8Real* motion, const Image* map,
-                   const WarpRows* rows) {
-  ScopedImage srcChroma(env);
-  const bool chroma = acc->format != IMAGE_UINT8;
-  if (chroma) {
-    const Status s = Image_initSubImageUV(&srcChroma, src, 0, 0, src->width, src->height);
-    if (s != ZELVAN_OK) return s;
-  }
-  ScopedImage stretched(env);
-  if (const Status s = Image_init(&stretched, acc->width, map->height, nullptr, map->format); s != ZELVAN_OK) return s;
-  StretchJob stretch = {&stretched, map};
-  if (const Status s = executeToEnd(pel, &kStretchRow, &stretch, map->height); s != ZELVAN_OK) return s;
-  AccumJob job = {acc, src, chroma ? &srcChroma : nullptr, &stretched, motion, rows};
-  return executeToEnd(pel, &kAccumPair, &job, acc->height >> 1);
-}
-
-struct UpdateBand {
-  Image* dst;
-  const Image* frame;
-  const Image* const* maps;
-  int32_t mapCount;
-  uint8_t* scratch;  // two rows of dst for each map
-  int32_t begin;     // even
-  int32_t end;       // even
-};
-
-// The stretched rows of a map that a band has at hand, an even and an odd one.
+// The stretched rows of a map that a worker has at hand, an even and an odd one.
 struct StretchedPair {
   const Image* map;
   uint8_t* rows;
@@ -105,6 +22,95 @@ struct StretchedPair {
     held[y & 1] = y;
     return out;
   }
+};
+
+// As many row pairs as stay in the processor's cache while one frame after the other is blended into them.
+constexpr int32_t kChunkPairs = 16;
+
+struct AccumJob {
+  Image* acc;
+  const AccumFrame* frames;
+  int32_t count;
+  const WarpPlane* chroma;  // of each frame; null for luma alone
+  uint8_t* scratch;         // at least two rows of acc for each worker
+  const WarpRows* rows;
+};
+
+// Outside the source an item takes the accumulator's own bytes, which leaves them as they are.
+template <int32_t Channels>
+WarpTaps accumTaps(WarpTapBuffer* buffer, const WarpPlane& plane, const WarpLine& line, int32_t count,
+                   const uint8_t* acc) {
+  return collectTaps<Channels>(buffer, plane, line, count, [&](int32_t k, int32_t ix, int32_t iy, uint8_t* const* to) {
+    setCorners<Channels>(to, plane.contains(ix, iy) ? plane.at<Channels>(ix, iy) : acc + k * Channels);
+  });
+}
+
+void accumPair(const AccumJob& job, int32_t i, StretchedPair* map, int32_t pair) {
+  const AccumFrame& frame = job.frames[i];
+  const WarpPlane luma(frame.image);
+  const MapRows rows(pair, frame.map->height, job.acc->height);
+  const uint8_t* rowA = map->row(rows.a);
+  const uint8_t* rowB = map->row(rows.b);
+  uint8_t weights[kWarpSpan];
+  uint8_t chromaWeights[kWarpSpan];
+  WarpTapBuffer buffer;
+  WarpSpans spans(frame.motion, 2 * pair, job.acc->width, frame.image);
+  for (WarpSpan span; spans.next(&span);) {
+    mapWeights(weights, rowA + span.begin, rowB + span.begin, rows.weight, span.count);
+    for (int32_t r = 0; r < 2; ++r) {
+      uint8_t* acc = imageRow(job.acc, 2 * pair + r) + span.begin;
+      const WarpLine& line = span.rows[r];
+      job.rows->blendLuma(acc, accumTaps<1>(&buffer, luma, line, span.count, acc), line, weights, span.count);
+    }
+    const int32_t pairs = span.count / 2;
+    if (job.chroma == nullptr || pairs == 0) continue;
+    pairWeights(chromaWeights, weights, 2 * pairs);
+    uint8_t* acc = imageChromaRow(job.acc, pair) + span.begin;
+    job.rows->blendChroma(acc, accumTaps<2>(&buffer, job.chroma[i], span.chroma, pairs, acc), span.chroma,
+                          chromaWeights, 2 * pairs);
+  }
+}
+
+Status accumChunk(AccumJob* job, int32_t index, const PelContext* context) {
+  const int32_t width = job->acc->width;
+  uint8_t* scratch = job->scratch + static_cast<ptrdiff_t>(2 * context->workerIndex) * width;
+  const int32_t end = std::min((index + 1) * kChunkPairs, job->acc->height >> 1);
+  for (int32_t i = 0; i < job->count; ++i) {
+    StretchedPair map = {job->frames[i].map, scratch, width};
+    for (int32_t pair = index * kChunkPairs; pair < end; ++pair) accumPair(*job, i, &map, pair);
+  }
+  return ZELVAN_OK;
+}
+
+constexpr PelKernel kAccumChunk = pelIndexed<AccumJob, accumChunk>();
+
+Status accumFrames(Pel* pel, Env* env, Image* acc, const AccumFrame* frames, int32_t count, const WarpRows* rows) {
+  WarpPlane chroma[kAccumFrames];
+  const bool hasChroma = acc->format != IMAGE_UINT8;
+  for (int32_t i = 0; hasChroma && i < count; ++i) {
+    const Image* image = frames[i].image;
+    ScopedImage view(env);
+    const Status s = Image_initSubImageUV(&view, image, 0, 0, image->width, image->height);
+    if (s != ZELVAN_OK) return s;
+    chroma[i] = WarpPlane(&view);
+  }
+  int32_t scratchRows = 2 * Pel_getNumberOfWorkers(pel);
+  for (int32_t i = 0; i < count; ++i) scratchRows = std::max(scratchRows, frames[i].map->height);
+  const ScopedBlock<uint8_t> scratch(env, static_cast<size_t>(scratchRows) * static_cast<size_t>(acc->width));
+  if (!scratch) return ZELVAN_ERROR_NOMEM;
+  AccumJob job = {acc, frames, count, hasChroma ? chroma : nullptr, scratch.data(), rows};
+  const int32_t pairs = acc->height >> 1;
+  return executeToEnd(pel, &kAccumChunk, &job, (pairs + kChunkPairs - 1) / kChunkPairs);
+}
+
+struct UpdateBand {
+  Image* dst;
+  const Image* frame;
+  const Image* const* maps;
+  int32_t mapCount;
+  uint8_t* scratch;  // two rows of dst for each map
+  int32_t begin;     // even
+  int32_t end;       // even
 };
 
 ALWAYS_INLINE void blendBytesBody(uint8_t* __restrict dst, const uint8_t* __restrict frame,
@@ -144,14 +150,20 @@ Status updateBand(UpdateBand* band) {
 
 }  // namespace
 
+Status accumFrames(Pel* pel, Env* env, Image* acc, const AccumFrame* frames, int32_t count) {
+  return accumFrames(pel, env, acc, frames, count, warpRowsOf(cpuLevel()));
+}
+
 Status Tessal4ImageFunc_renderAccum(Pel* pel, Env* env, Image* acc, const Image* src, const Mvec8Real* motion,
                                     const Image* map) {
-  return renderAccum(pel, env, acc, src, motion, map, warpRowsOf(cpuLevel()));
+  const AccumFrame frame = {src, motion, map};
+  return accumFrames(pel, env, acc, &frame, 1, warpRowsOf(cpuLevel()));
 }
 
 Status Tessal4ImageFunc_renderAccum2(Pel* pel, Env* env, Image* acc, const Image* src, const Mvec8Real* motion,
                                      const Image* map) {
-  return renderAccum(pel, env, acc, src, motion, map, warpRowsOf(CPU_PLAIN));
+  const AccumFrame frame = {src, motion, map};
+  return accumFrames(pel, env, acc, &frame, 1, warpRowsOf(CPU_PLAIN));
 }
 
 Status Tessal4ImageFunc_updateImage(ParallelExecutor* executor, Env* env, Image* dst, const Image* frame,

@@ -107,6 +107,7 @@ struct WarpPlane {
   int32_t width;
   int32_t height;
 
+  WarpPlane() = default;
   explicit WarpPlane(const Image* image)
       : data(image->plane0), pitch(image->pitch0), width(image->width), height(image->height) {}
   bool contains(int32_t x, int32_t y) const { return x >= 0 && y >= 0 && x < width && y < height; }
