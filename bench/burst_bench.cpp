@@ -262,6 +262,6 @@ int main(int argc, char** argv) {
       }
     }
   }
-  benchmark::RunSpecifiedBenchmarks();
+  if (once.empty()) benchmark::RunSpecifiedBenchmarks();
   return 0;
 }

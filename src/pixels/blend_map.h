@@ -9,11 +9,17 @@
 #ifndef ZVT4_PIXELS_BLEND_MAP_H_
 #define ZVT4_PIXELS_BLEND_MAP_H_
 
+#include <cstring>
+
 #include "base/cpu_level.h"
 #include "base/integer.h"
 #include "imageproc/stretch_whole.h"
 
 inline void stretchMapRow(uint8_t* out, const uint8_t* map, int32_t mapWidth, int32_t width) {
+  if (mapWidth == width) {  // each position is a whole one
+    std::memcpy(out, map, static_cast<size_t>(width));
+    return;
+  }
   if (stretchWhole(out, map, mapWidth, width)) return;
   const int64_t step = int64_t{mapWidth} * 32768 / width;
   const int64_t end = int64_t{mapWidth - 1} * 32768;
