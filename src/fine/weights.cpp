@@ -4,9 +4,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/cpu_level.h"
 #include "base/integer.h"
 #include "base/raw_double.h"
 #include "base/scoped.h"
+#include "fine/lanes.h"
 #include "parallel/pel_rows.h"
 
 namespace fine {
@@ -282,45 +284,77 @@ void prepareLeaning(const PrepareJob& job, int32_t begin, int32_t end) {
   }
 }
 
-int16_t corrected(int16_t s, int16_t gain, int16_t offset) {
-  return static_cast<int16_t>(s + static_cast<int16_t>((((int32_t{s} * gain) >> 14) + 1) >> 1) + offset);
-}
-
 // Lines of a row: mean of the three ratios, and for each channel difference x certainty.
 enum Line : int32_t { RATIO, LEANING, kLines = LEANING + 3 };
+
+// Of a frame's sample, its drift undone, to a byte of the base: 1/64 levels.
+ALWAYS_INLINE int16_t difference(int16_t s, Byte base, int16_t gain, int16_t offset) {
+  return static_cast<int16_t>(s + mulRound(s, gain) + offset - (base - 128) * 64);
+}
+
+struct CompareRow {
+  float* out[kLines];
+  const float* certainty[3];
+  const int16_t* luma;  // of the frame
+  const int16_t* pairs;
+  const Byte* baseLuma;
+  const Byte* baseColour;
+  const Byte* covered;
+  int32_t width;
+};
+
+ALWAYS_INLINE void compareBody(const CompareRow& row, const Drift& drift) {
+  // In pieces over arrays: what is interleaved comes apart, and the lanes of 16 bits stay such.
+  constexpr int32_t kPiece = 64;
+  for (int32_t begin = 0; begin < row.width; begin += kPiece) {
+    const int32_t count = std::min(kPiece, row.width - begin);
+    alignas(64) int16_t d[3][kPiece];
+    alignas(64) float inside[kPiece], sum[kPiece];
+    {
+      const int16_t* __restrict s = row.luma + begin;
+      const Byte* __restrict from = row.baseLuma + begin;
+      for (int32_t x = 0; x < count; ++x) d[0][x] = difference(s[x], from[x], drift.gain[0], drift.offset[0]);
+    }
+    const int16_t* __restrict pairs = row.pairs + 2 * begin;
+    const Byte* __restrict colour = row.baseColour + 2 * begin;
+    for (int32_t x = 0; x < count; ++x) {
+      d[1][x] = difference(pairs[2 * x], colour[2 * x], drift.gain[1], drift.offset[1]);
+      d[2][x] = difference(pairs[2 * x + 1], colour[2 * x + 1], drift.gain[2], drift.offset[2]);
+    }
+    // Beyond the frame nothing speaks for or against it.
+    const Byte* __restrict covered = row.covered + begin;
+    for (int32_t x = 0; x < count; ++x) inside[x] = static_cast<float>(covered[x]) * (1.0f / (255 * 64));
+    for (int32_t channel = 0; channel < 3; ++channel) {
+      const float* __restrict certainty = row.certainty[channel] + begin;
+      float* __restrict weighted = row.out[LEANING + channel] + begin;
+      for (int32_t x = 0; x < count; ++x) {
+        const auto v = static_cast<float>(d[channel][x]);
+        weighted[x] = v * certainty[x] * inside[x];
+        sum[x] = channel == 0 ? v * weighted[x] : sum[x] + v * weighted[x];
+      }
+    }
+    float* __restrict ratio = row.out[RATIO] + begin;
+    for (int32_t x = 0; x < count; ++x) {
+      const float all = sum[x] * (1.0f / (3 * 64)) + (1.0f - 64.0f * inside[x]);
+      ratio[x] = all < 40.0f ? all : 40.0f;  // what is far off is far off: one pixel shall not outvote 25
+    }
+  }
+}
+constexpr CpuRow<compareBody> kCompareRow;
 
 void compareRow(float* const* out, const Laid& laid, const Drift& drift, int32_t y) {
   const WeightBase& base = *laid.in->base;
   const size_t at = static_cast<size_t>(y) * static_cast<size_t>(laid.width);
-  const int16_t* __restrict s = laid.luma + at;
-  const int16_t* __restrict pairs = laid.pairs + 2 * at;
-  const Byte* __restrict luma = imageRow(base.luma, y);
-  const Byte* __restrict colour = imageRow(base.colour, y);
-  const Byte* __restrict covered = laid.covered + at;
-  const float* __restrict cy = base.certainty[0] + at;
-  const float* __restrict cu = base.certainty[1] + at;
-  const float* __restrict cv = base.certainty[2] + at;
-  float* __restrict ratio = out[RATIO];
-  float* __restrict ly = out[LEANING];
-  float* __restrict lu = out[LEANING + 1];
-  float* __restrict lv = out[LEANING + 2];
-  for (int32_t x = 0; x < laid.width; ++x) {
-    const auto dy = static_cast<float>(corrected(s[x], drift.gain[0], drift.offset[0]) - (luma[x] - 128) * 64);
-    const auto du =
-        static_cast<float>(corrected(pairs[2 * x], drift.gain[1], drift.offset[1]) - (colour[2 * x] - 128) * 64);
-    const auto dv = static_cast<float>(corrected(pairs[2 * x + 1], drift.gain[2], drift.offset[2]) -
-                                       (colour[2 * x + 1] - 128) * 64);
-    // Beyond the frame nothing speaks for or against it.
-    const float inside = static_cast<float>(covered[x]) * (1.0f / (255 * 64));
-    const float y1 = dy * cy[x] * inside;
-    const float u1 = du * cu[x] * inside;
-    const float v1 = dv * cv[x] * inside;
-    const float sum = (dy * y1 + du * u1 + dv * v1) * (1.0f / (3 * 64)) + (1.0f - 64.0f * inside);
-    ratio[x] = sum < 40.0f ? sum : 40.0f;  // what is far off is far off: one pixel shall not outvote 25
-    ly[x] = y1;
-    lu[x] = u1;
-    lv[x] = v1;
-  }
+  CompareRow row = {{},
+                    {base.certainty[0] + at, base.certainty[1] + at, base.certainty[2] + at},
+                    laid.luma + at,
+                    laid.pairs + 2 * at,
+                    imageRow(base.luma, y),
+                    imageRow(base.colour, y),
+                    laid.covered + at,
+                    laid.width};
+  std::copy(out, out + kLines, row.out);
+  kCompareRow(row, drift);
 }
 
 // Rows j - radius to j + radius round a row, edges repeated.
@@ -335,13 +369,13 @@ struct Rows {
 
 // Repeats both ends of a line that has room for two items on each side.
 template <typename T>
-void padLine(T* line, int32_t width) {
+ALWAYS_INLINE void padLine(T* line, int32_t width) {
   line[-2] = line[-1] = line[0];
   line[width] = line[width + 1] = line[width - 1];
 }
 
 // Sums over 5x5, edges repeated. line: room for two items on each side.
-void boxRow(float* __restrict out, const Rows<float, 2>& r, float* __restrict line, int32_t width) {
+ALWAYS_INLINE void boxBody(float* __restrict out, const Rows<float, 2>& r, float* __restrict line, int32_t width) {
   const float* __restrict a = r.row[0];
   const float* __restrict b = r.row[1];
   const float* __restrict c = r.row[2];
@@ -351,6 +385,7 @@ void boxRow(float* __restrict out, const Rows<float, 2>& r, float* __restrict li
   padLine(line, width);
   for (int32_t x = 0; x < width; ++x) out[x] = line[x - 2] + line[x - 1] + line[x] + line[x + 1] + line[x + 2];
 }
+constexpr CpuRow<boxBody> kBoxRow;
 
 struct Limits {
   float far;  // mean ratio of weight zero
@@ -360,8 +395,8 @@ struct Limits {
 };
 
 // The weight of a row from the sums of its lines: the lesser of what both tests say.
-void weightRow(Byte* __restrict out, const float* const* sums, const WeightBase& base, const Byte* __restrict covered,
-               int32_t y, int32_t width, const Limits& limits) {
+ALWAYS_INLINE void weightBody(Byte* __restrict out, const float* const* sums, const WeightBase& base,
+                              const Byte* __restrict covered, int32_t y, int32_t width, const Limits& limits) {
   const size_t at = static_cast<size_t>(y) * static_cast<size_t>(width);
   const float* __restrict ratio = sums[RATIO];
   const float* __restrict ly = sums[LEANING];
@@ -383,10 +418,11 @@ void weightRow(Byte* __restrict out, const float* const* sums, const WeightBase&
     out[x] = static_cast<Byte>(static_cast<int32_t>(weight)) | static_cast<Byte>(~covered[x]);
   }
 }
+constexpr CpuRow<weightBody> kWeightRow;
 
 // Least of the 3x3 neighbours, nothing beyond the frame.
-void leastRow(Byte* __restrict out, const Rows<Byte, 1>& r, Byte* __restrict line, const Byte* __restrict covered,
-              int32_t width) {
+ALWAYS_INLINE void leastBody(Byte* __restrict out, const Rows<Byte, 1>& r, Byte* __restrict line,
+                             const Byte* __restrict covered, int32_t width) {
   const Byte* __restrict a = r.row[0];
   const Byte* __restrict b = r.row[1];
   const Byte* __restrict c = r.row[2];
@@ -394,9 +430,10 @@ void leastRow(Byte* __restrict out, const Rows<Byte, 1>& r, Byte* __restrict lin
   padLine(line, width);
   for (int32_t x = 0; x < width; ++x) out[x] = std::min(std::min(line[x - 1], line[x]), line[x + 1]) & covered[x];
 }
+constexpr CpuRow<leastBody> kLeastRow;
 
 // Mean of the 3x3 neighbours, but never above the place itself: a hole of the map stays a hole.
-void softRow(Byte* __restrict out, const Rows<Byte, 1>& r, uint16_t* __restrict line, int32_t width) {
+ALWAYS_INLINE void softBody(Byte* __restrict out, const Rows<Byte, 1>& r, uint16_t* __restrict line, int32_t width) {
   const Byte* __restrict a = r.row[0];
   const Byte* __restrict b = r.row[1];
   const Byte* __restrict c = r.row[2];
@@ -408,6 +445,7 @@ void softRow(Byte* __restrict out, const Rows<Byte, 1>& r, uint16_t* __restrict 
     out[x] = std::min(static_cast<Byte>((uint32_t{sum} * 7282) >> 16), b[x]);
   }
 }
+constexpr CpuRow<softBody> kSoftRow;
 
 }  // namespace
 
@@ -482,20 +520,20 @@ Status makeWeights(Image* map, Drift* drift, float* share, Env* env, const Weigh
     }
     if (y < 2) continue;
     for (int32_t i = 0; i < kLines; ++i) {
-      boxRow(sums[i], Rows<float, 2>(y - 2, height, [&](int32_t j) { return lineOf(j % 5, i); }), line, width);
+      kBoxRow(sums[i], Rows<float, 2>(y - 2, height, [&](int32_t j) { return lineOf(j % 5, i); }), line, width);
     }
-    weightRow(imageRow(map, y - 2), sums, *input.base, rowOf(laid.covered, y - 2), y - 2, width, limits);
+    kWeightRow(imageRow(map, y - 2), sums, *input.base, rowOf(laid.covered, y - 2), y - 2, width, limits);
   }
   Byte* byteLine = reinterpret_cast<Byte*>(line);
   for (int32_t y = 0; y < height; ++y) {
-    leastRow(rowOf(least.data(), y), Rows<Byte, 1>(y, height, [&](int32_t j) { return imageRow(map, j); }), byteLine,
-             rowOf(laid.covered, y), width);
+    kLeastRow(rowOf(least.data(), y), Rows<Byte, 1>(y, height, [&](int32_t j) { return imageRow(map, j); }), byteLine,
+              rowOf(laid.covered, y), width);
   }
   int64_t sum = 0;
   int64_t seen = 0;
   for (int32_t y = 0; y < height; ++y) {
-    softRow(imageRow(map, y), Rows<Byte, 1>(y, height, [&](int32_t j) { return rowOf(least.data(), j); }),
-            reinterpret_cast<uint16_t*>(line), width);
+    kSoftRow(imageRow(map, y), Rows<Byte, 1>(y, height, [&](int32_t j) { return rowOf(least.data(), j); }),
+             reinterpret_cast<uint16_t*>(line), width);
     const Byte* row = imageRow(map, y);
     const Byte* inside = rowOf(laid.covered, y);
     int32_t rowSum = 0, rowSeen = 0;

@@ -178,9 +178,15 @@ void fillWindow(Window* window, const Image& base, int32_t left, int32_t top, in
   window->size = size;
   const uint8_t* const from = imageRow(&base, top) + left;
   switch (size) {
-    case 16: kFill16(window, from, base.pitch0); break;
-    case 24: kFill24(window, from, base.pitch0); break;
-    default: kFill32(window, from, base.pitch0); break;
+    case 16:
+      kFill16(window, from, base.pitch0);
+      break;
+    case 24:
+      kFill24(window, from, base.pitch0);
+      break;
+    default:
+      kFill32(window, from, base.pitch0);
+      break;
   }
 }
 
@@ -189,9 +195,15 @@ WindowSums residualSums(const Window& window, const Image& frame, int32_t x0, in
   Scratch scratch;
   const Lattice lattice = {x0, y0, step};
   switch (window.size) {
-    case 16: kSum16(&total, &scratch, window, frame, lattice); break;
-    case 24: kSum24(&total, &scratch, window, frame, lattice); break;
-    default: kSum32(&total, &scratch, window, frame, lattice); break;
+    case 16:
+      kSum16(&total, &scratch, window, frame, lattice);
+      break;
+    case 24:
+      kSum24(&total, &scratch, window, frame, lattice);
+      break;
+    default:
+      kSum32(&total, &scratch, window, frame, lattice);
+      break;
   }
   return total;
 }
