@@ -39,29 +39,39 @@ struct Laid {
   Byte* covered;  // 255 inside the frame
 };
 
+ALWAYS_INLINE void coverBody(Byte* __restrict to, const MeshLine& line, int32_t right, int32_t bottom, int32_t count) {
+  for (int32_t k = 0; k < count; ++k) {
+    const int32_t px = line.x + k * line.dx;
+    const int32_t py = line.y + k * line.dy;
+    to[k] = px >= 0x8000 && py >= 0x8000 && px < right && py < bottom ? 255 : 0;
+  }
+}
+constexpr CpuRow<coverBody> kCover;
+
 void coverRow(Byte* out, const Mesh& mesh, int32_t y, int32_t width, int32_t height) {
   for (int32_t i = 0; i * kMeshStep < width; ++i) {
-    const MeshLine line = lumaLine(mesh, i, y);
-    const int32_t count = std::min(kMeshStep, width - i * kMeshStep);
-    Byte* __restrict to = out + i * kMeshStep;
-    const int32_t right = (width - 2) << 15;
-    const int32_t bottom = (height - 2) << 15;
-    for (int32_t k = 0; k < count; ++k) {
-      const int32_t px = line.x + k * line.dx;
-      const int32_t py = line.y + k * line.dy;
-      to[k] = px >= 0x8000 && py >= 0x8000 && px < right && py < bottom ? 255 : 0;
-    }
+    kCover(out + i * kMeshStep, lumaLine(mesh, i, y), (width - 2) << 15, (height - 2) << 15,
+           std::min(kMeshStep, width - i * kMeshStep));
   }
 }
 
-// What base and frame show in a square of kDriftSide pixels of the map: sums, in 1/64 levels about 128.
-struct DriftSquare {
-  int32_t base[3];
-  int32_t frame[3];
+// What base and frame show in squares of kDriftSide pixels of the map, in levels about 128: per channel the frame's
+// mean and what the base's is more, both exact. Filled up to whole groups by squares that lie far off every line.
+struct DriftSquares {
+  int32_t count;
+  float* x[3];
+  float* change[3];
 };
+constexpr int32_t kGroup = 32;
+constexpr float kFarOff = 1e9f;
 
-// Squares that lie within the frame, on a grid of at most kMostDriftSquares. Returns how many.
-int32_t collectSquares(DriftSquare* squares, const Laid& laid) {
+constexpr int32_t wholeGroups(int32_t count) {
+  return (count + kGroup - 1) / kGroup * kGroup;
+}
+
+// Squares that lie within the frame, on a grid of at most kMostDriftSquares.
+void collectSquares(DriftSquares* squares, const Laid& laid) {
+  constexpr float kUnit = 1.0f / (64 * kDriftSide * kDriftSide);
   int32_t step = kDriftSide;
   while ((laid.width / step) * (laid.height / step) > kMostDriftSquares) ++step;
   int32_t count = 0;
@@ -73,25 +83,33 @@ int32_t collectSquares(DriftSquare* squares, const Laid& laid) {
            laid.covered[last + kDriftSide - 1]) == 0) {
         continue;
       }
-      DriftSquare& square = squares[count++];
-      square = {};
+      int32_t base[3] = {}, frame[3] = {};
       for (int32_t j = 0; j < kDriftSide; ++j) {
         const Byte* luma = imageRow(laid.in->base->luma, y + j) + x;
         const Byte* colour = imageRow(laid.in->base->colour, y + j) + 2 * x;
         const int16_t* s = laid.luma + first + j * laid.width;
         const int16_t* pairs = laid.pairs + 2 * (first + j * laid.width);
         for (int32_t i = 0; i < kDriftSide; ++i) {
-          square.base[0] += (luma[i] - 128) * 64;
-          square.base[1] += (colour[2 * i] - 128) * 64;
-          square.base[2] += (colour[2 * i + 1] - 128) * 64;
-          square.frame[0] += s[i];
-          square.frame[1] += pairs[2 * i];
-          square.frame[2] += pairs[2 * i + 1];
+          base[0] += (luma[i] - 128) * 64;
+          base[1] += (colour[2 * i] - 128) * 64;
+          base[2] += (colour[2 * i + 1] - 128) * 64;
+          frame[0] += s[i];
+          frame[1] += pairs[2 * i];
+          frame[2] += pairs[2 * i + 1];
         }
       }
+      for (int32_t channel = 0; channel < 3; ++channel) {
+        squares->x[channel][count] = static_cast<float>(frame[channel]) * kUnit;
+        squares->change[channel][count] = static_cast<float>(base[channel] - frame[channel]) * kUnit;
+      }
+      ++count;
     }
   }
-  return count;
+  squares->count = count;
+  for (int32_t channel = 0; channel < 3; ++channel) {
+    std::fill(squares->x[channel] + count, squares->x[channel] + wholeGroups(count), 0.0f);
+    std::fill(squares->change[channel] + count, squares->change[channel] + wholeGroups(count), kFarOff);
+  }
 }
 
 // A line change = gain x + offset of a channel, in levels.
@@ -106,63 +124,88 @@ struct LineStep {
   bool bends;    // false: the gain stays
 };
 
-constexpr double kSquareUnit = 1.0 / (64 * kDriftSide * kDriftSide);
+// Moments under the weights of a line's errors, and squares within `near` of it.
+struct LineSums {
+  double n, x, y, xx, xy;
+  double agreeing;
+};
 
-double lineError(const DriftLine& line, const DriftSquare& square, int32_t channel) {
-  const double x = square.frame[channel] * kSquareUnit;
-  const double e = square.base[channel] * kSquareUnit - x - line.gain * x - line.offset;
-  return e < 0 ? -e : e;
+// Groups of kGroup sums each, so that the order of the sums is the same for every width of the vectors; in stages,
+// since vectors are made of simple loops, and of no branches.
+ALWAYS_INLINE void lineBody(LineSums* out, const float* __restrict xs, const float* __restrict changes, int32_t count,
+                            const DriftLine& line, double limit, double near) {
+  const double gain = line.gain;
+  const double offset = line.offset;
+  double n[kGroup] = {}, sx[kGroup] = {}, sy[kGroup] = {}, sxx[kGroup] = {}, sxy[kGroup] = {}, agreeing[kGroup] = {};
+  for (int32_t begin = 0; begin < count; begin += kGroup) {
+    double x[kGroup], change[kGroup], size[kGroup], w[kGroup];
+    for (int32_t k = 0; k < kGroup; ++k) x[k] = static_cast<double>(xs[begin + k]);
+    for (int32_t k = 0; k < kGroup; ++k) change[k] = static_cast<double>(changes[begin + k]);
+    for (int32_t k = 0; k < kGroup; ++k) {
+      const double e = change[k] - gain * x[k] - offset;
+      size[k] = e < 0 ? -e : e;
+    }
+    for (int32_t k = 0; k < kGroup; ++k) {
+      const double fading = limit / size[k];
+      w[k] = fading < 1.0 ? fading : 1.0;
+    }
+    for (int32_t k = 0; k < kGroup; ++k) w[k] = size[k] > 3 * limit ? 0.0 : w[k];
+    for (int32_t k = 0; k < kGroup; ++k) agreeing[k] += size[k] < near ? 1.0 : 0.0;
+    for (int32_t k = 0; k < kGroup; ++k) {
+      n[k] += w[k];
+      sx[k] += w[k] * x[k];
+      sy[k] += w[k] * change[k];
+      sxx[k] += w[k] * x[k] * x[k];
+      sxy[k] += w[k] * x[k] * change[k];
+    }
+  }
+  const auto sum = [](const double* v) {
+    double total = 0.0;
+    for (int32_t k = 0; k < kGroup; ++k) total += v[k];
+    return total;
+  };
+  *out = {sum(n), sum(sx), sum(sy), sum(sxx), sum(sxy), sum(agreeing)};
 }
+constexpr CpuRow<lineBody> kLineSums;
 
 // Fits anew by weights of the errors so far. Noise of x, which would flatten the line, is taken out of the moments.
 // usual: the gain where the squares have no range.
-void refit(DriftLine* line, const DriftSquare* squares, int32_t count, int32_t channel, double usual, double variance,
+void refit(DriftLine* line, const DriftSquares& squares, int32_t channel, double usual, double variance,
            const LineStep& step) {
   // In squared levels; where colours spread no further than their noise, that tells no gain.
   const double prior = 4.0 + 2.0 * variance;
   // Cutting into the noise would bend its moments.
   const double limit = std::max(step.limit, 2.5 * (variance > 0.0 ? RawDouble_sqrt(2.0 * variance) : 0.0));
-  double n = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
-  for (int32_t i = 0; i < count; ++i) {
-    const double size = lineError(*line, squares[i], channel);
-    if (size > 3 * limit) continue;
-    const double x = squares[i].frame[channel] * kSquareUnit;
-    const double change = squares[i].base[channel] * kSquareUnit - x;
-    const double w = size < limit ? 1.0 : limit / size;
-    n += w;
-    sx += w * x;
-    sy += w * change;
-    sxx += w * x * x;
-    sxy += w * x * change;
-  }
-  line->known = line->known && n >= kLeastDriftSquares;
+  LineSums s;
+  kLineSums(&s, squares.x[channel], squares.change[channel], squares.count, *line, limit, 0.0);
+  line->known = line->known && s.n >= kLeastDriftSquares;
   if (!line->known) return;
   if (step.bends) {
-    const double spread = sxx - sx * sx / n - n * variance;
-    const double common = sxy - sx * sy / n + n * variance;
-    line->gain = (common + n * prior * usual) / ((spread > 0.0 ? spread : 0.0) + n * prior);
+    const double spread = s.xx - s.x * s.x / s.n - s.n * variance;
+    const double common = s.xy - s.x * s.y / s.n + s.n * variance;
+    line->gain = (common + s.n * prior * usual) / ((spread > 0.0 ? spread : 0.0) + s.n * prior);
   }
-  line->offset = (sy - line->gain * sx) / n;
+  line->offset = (s.y - line->gain * s.x) / s.n;
 }
 
 // The line that most squares agree to. What moved may be far from the rest in brightness or colour and bend a fit that
 // begins with wide limits; a fit that keeps the usual gain until the limits are narrow leaves it out, but does not find
 // a strong drift: so both are made, and the second has to be clearly better.
-DriftLine fitLine(const DriftSquare* squares, int32_t count, int32_t channel, double usual, double variance) {
+DriftLine fitLine(const DriftSquares& squares, int32_t channel, double usual, double variance) {
   constexpr int32_t kSteps = 5;
   constexpr LineStep kFits[2][kSteps] = {{{40.0, false}, {8.0, false}, {2.0, false}, {2.0, true}, {1.5, true}},
                                          {{40.0, true}, {12.0, true}, {5.0, true}, {3.0, true}, {3.0, true}}};
   const double near = 0.3 + 3.0 * (variance > 0.0 ? RawDouble_sqrt(variance) : 0.0);
   DriftLine best = {usual, 0.0, false};
-  int32_t most = -1;
+  double most = -1.0;
   for (const auto& fit : kFits) {
     DriftLine line = {usual, 0.0, true};
-    for (const LineStep& step : fit) refit(&line, squares, count, channel, usual, variance, step);
+    for (const LineStep& step : fit) refit(&line, squares, channel, usual, variance, step);
     if (!line.known) continue;
-    int32_t agreeing = 0;
-    for (int32_t i = 0; i < count; ++i) agreeing += lineError(line, squares[i], channel) < near ? 1 : 0;
-    if (agreeing > most + (most >= 0 ? count / 20 : 0)) {
-      most = agreeing;
+    LineSums s;
+    kLineSums(&s, squares.x[channel], squares.change[channel], squares.count, line, 1.0, near);
+    if (s.agreeing > most + (most >= 0.0 ? squares.count / 20 : 0)) {
+      most = s.agreeing;
       best = line;
     }
   }
@@ -170,12 +213,16 @@ DriftLine fitLine(const DriftSquare* squares, int32_t count, int32_t channel, do
 }
 
 // Chroma takes the gain of luma unless it shows another one.
-void fitDrift(Drift* drift, const Laid& laid, DriftSquare* squares) {
-  const int32_t count = collectSquares(squares, laid);
+void fitDrift(Drift* drift, const Laid& laid, float* scratch) {
+  constexpr int32_t kRoom = wholeGroups(kMostDriftSquares);
+  DriftSquares squares = {0,
+                          {scratch, scratch + kRoom, scratch + 2 * kRoom},
+                          {scratch + 3 * kRoom, scratch + 4 * kRoom, scratch + 5 * kRoom}};
+  collectSquares(&squares, laid);
   double usual = 0.0;
   for (int32_t channel = 0; channel < 3; ++channel) {
     const DriftLine line =
-        fitLine(squares, count, channel, usual, laid.in->base->noise[channel] * kFrameKept / (kDriftSide * kDriftSide));
+        fitLine(squares, channel, usual, laid.in->base->noise[channel] * kFrameKept / (kDriftSide * kDriftSide));
     const double gain = std::clamp(line.gain, -0.3, 0.3);
     const double offset = std::clamp(line.offset, -40.0, 40.0);
     drift->gain[channel] = static_cast<int16_t>(RawDouble_floor(gain * 32768.0 + 0.5));
@@ -493,7 +540,7 @@ Status makeWeights(Image* map, Drift* drift, float* share, Env* env, const Weigh
     coverRow(rowOf(laid.covered, y), *input.mapMesh, y, width, height);
   }
   {
-    const ScopedBlock<DriftSquare> squares(env, kMostDriftSquares);
+    const ScopedBlock<float> squares(env, 6 * wholeGroups(kMostDriftSquares));
     if (!squares) return ZELVAN_ERROR_NOMEM;
     fitDrift(drift, laid, squares.data());
   }
