@@ -176,7 +176,7 @@ void padRow(int16_t* row, int32_t width, int32_t stride) {
 }
 
 // A band on its way down a strip: padded rows, of which the first is y - kHalo, and the sums of their blocks.
-struct Window {
+struct SlidingBand {
   int16_t* band;
   int16_t* result;
   ptrdiff_t stride;
@@ -185,7 +185,7 @@ struct Window {
 
 // Takes what the band before shares with the one that follows it; 2 kHalo merged rows, and kHalo rows of sums that one
 // row of blocks is still to be added to.
-void moveOn(Window* w, int32_t rows) {
+void moveOn(SlidingBand* w, int32_t rows) {
   const auto bytes = [&](ptrdiff_t n) { return static_cast<size_t>(n * w->stride) * sizeof(int16_t); };
   if (w->rows > 0) {
     std::memmove(w->band, w->band + w->rows * w->stride, bytes(2 * kHalo));
@@ -196,7 +196,7 @@ void moveOn(Window* w, int32_t rows) {
 }
 
 // The blocks of a band of so many rows, after which the sums of its own rows are whole.
-void shrinkBand(Window* window, const Fusion& f, const FusionShrink& shrink, const uint8_t* roots, int16_t* sigma,
+void shrinkBand(SlidingBand* window, const Fusion& f, const FusionShrink& shrink, const uint8_t* roots, int16_t* sigma,
                 int32_t y0, int32_t rows, int32_t width, int32_t cell) {
   const int32_t blocks = dctStride(width) / 4 - 1;
   for (int32_t j = window->rows > 0 ? kHalo : 0; j <= rows; j += kHalo) {
@@ -229,7 +229,7 @@ void lumaStrip(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
     return;
   }
   const int32_t stride = dctStride(width);
-  Window window = {w->band, w->result, stride, 0};
+  SlidingBand window = {w->band, w->result, stride, 0};
   for (int32_t top = y0; top < y1; top += kBandRows) {
     const int32_t bottom = std::min(top + kBandRows, y1);
     const int32_t rows = (bottom - top + 3) & ~3;
@@ -279,11 +279,11 @@ void chromaStrip(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
   constexpr int32_t kRows = kBandRows / 2;
   const int32_t stride = dctStride(width);
   const ptrdiff_t plane = static_cast<ptrdiff_t>(kRows + 2 * kHalo) * stride;
-  Window windows[2] = {{w->band, w->result, stride, 0}, {w->band + plane, w->result + plane, stride, 0}};
+  SlidingBand windows[2] = {{w->band, w->result, stride, 0}, {w->band + plane, w->result + plane, stride, 0}};
   for (int32_t top = y0; top < y1; top += kRows) {
     const int32_t bottom = std::min(top + kRows, y1);
     const int32_t rows = (bottom - top + 3) & ~3;
-    for (Window& window : windows) moveOn(&window, rows);
+    for (SlidingBand& window : windows) moveOn(&window, rows);
     for (int32_t j = windows[0].rows > 0 ? 2 * kHalo : 0; j < rows + 2 * kHalo; ++j) {
       int16_t* row = w->band + static_cast<ptrdiff_t>(j) * stride;
       const int32_t y = top - kHalo + j;

@@ -39,19 +39,28 @@ struct Laid {
   Byte* covered;  // 255 inside the frame
 };
 
-ALWAYS_INLINE void coverBody(Byte* __restrict to, const MeshLine& line, int32_t right, int32_t bottom, int32_t count) {
+ALWAYS_INLINE void coverBody(Byte* __restrict to, const MeshNode& from, const MeshNode& step, const MeshNode& end,
+                             int32_t count) {
   for (int32_t k = 0; k < count; ++k) {
-    const int32_t px = line.x + k * line.dx;
-    const int32_t py = line.y + k * line.dy;
-    to[k] = px >= 0x8000 && py >= 0x8000 && px < right && py < bottom ? 255 : 0;
+    const int32_t px = from.x + k * step.x;
+    const int32_t py = from.y + k * step.y;
+    to[k] = px >= 0x8000 && py >= 0x8000 && px < end.x && py < end.y ? 255 : 0;
   }
 }
 constexpr CpuRow<coverBody> kCover;
 
 void coverRow(Byte* out, const Mesh& mesh, int32_t y, int32_t width, int32_t height) {
-  for (int32_t i = 0; i * kMeshStep < width; ++i) {
-    kCover(out + i * kMeshStep, lumaLine(mesh, i, y), (width - 2) << 15, (height - 2) << 15,
-           std::min(kMeshStep, width - i * kMeshStep));
+  const MeshNode end = {(width - 2) << 15, (height - 2) << 15};
+  const int32_t cells = mesh.across - 1;
+  for (int32_t i = 0; i < cells; i += kMeshRowCells) {
+    const int32_t here = std::min(kMeshRowCells, cells - i);
+    MeshRow row;
+    lumaLines(&row, mesh, i, here, y);
+    for (int32_t k = 0; k < here; ++k) {
+      const int32_t x = (i + k) * kMeshStep;
+      kCover(out + x, {row.at[2 * k], row.at[2 * k + 1]}, {row.step[2 * k], row.step[2 * k + 1]}, end,
+             std::min(kMeshStep, width - x));
+    }
   }
 }
 
