@@ -322,28 +322,13 @@ Status fuseStrip(FuseJob* job, int32_t index, const PelContext* context) {
 
 void normaliseShares(Image* const* shares, Image* left, const Image* const* weights, const int32_t* strengths,
                      int32_t count) {
-  // What the taps of the warp leave of the variance of a frame, 1/256.
-  constexpr int64_t kKept = 191;
   for (int32_t y = 0; y < left->height; ++y) {
-    uint8_t* leftRow = imageRow(left, y);
-    for (int32_t x = 0; x < left->width; ++x) {
-      int32_t w[kMostFrames];
-      int32_t sum = 255 * 256;  // the base
-      for (int32_t i = 0; i < count; ++i) {
-        w[i] = imageRow(weights[i], y)[x] * strengths[i];
-        sum += w[i];
-      }
-      int64_t squares = 0;
-      int32_t rest = 32768;
-      for (int32_t i = 0; i < count; ++i) {
-        const auto share = static_cast<int32_t>((int64_t{w[i]} * 32768 + sum / 2) / sum);
-        imageRow<uint16_t>(shares[i], y)[x] = static_cast<uint16_t>(share);
-        rest -= share;
-        squares += int64_t{share} * share;
-      }
-      const int64_t variance = int64_t{rest} * rest + squares * kKept / 256;
-      leftRow[x] = static_cast<uint8_t>(std::min<int64_t>((variance * 255 + (1 << 29)) >> 30, 255));
+    ShareRows rows = {{}, {}, imageRow(left, y), strengths, count};
+    for (int32_t i = 0; i < count; ++i) {
+      rows.weights[i] = imageRow(weights[i], y);
+      rows.shares[i] = imageRow<uint16_t>(shares[i], y);
     }
+    kNormalise(rows, left->width);
   }
 }
 
