@@ -96,79 +96,6 @@ Block makeBlock(const Image& image, int32_t left, int32_t top, int32_t size, con
   return block;
 }
 
-struct Sums {
-  int64_t r, rx, ry, rr;
-};
-
-// Bilinear samples in 1/16 levels of one run: pixels next to each other in one row of the frame. All in 16 bits.
-void sampleRun(int16_t* __restrict out, const uint8_t* __restrict upper, const uint8_t* __restrict lower, int32_t count,
-               int32_t px, int32_t stepX, int32_t py, int32_t stepY) {
-  int16_t fx[kMostWindow];
-  int16_t fy[kMostWindow];
-  for (int32_t i = 0; i < count; ++i) {
-    fx[i] = static_cast<int16_t>(((px + i * stepX) >> 8) & 255);
-    fy[i] = static_cast<int16_t>(((py + i * stepY) >> 8) & 255);
-  }
-  for (int32_t i = 0; i < count; ++i) {
-    const uint16_t x = static_cast<uint16_t>(fx[i]);
-    const uint16_t rest = static_cast<uint16_t>(256 - x);
-    const uint16_t u = static_cast<uint16_t>(static_cast<uint16_t>(upper[i] * rest + upper[i + 1] * x) >> 4);
-    const uint16_t l = static_cast<uint16_t>(static_cast<uint16_t>(lower[i] * rest + lower[i + 1] * x) >> 4);
-    const int16_t difference = static_cast<int16_t>((l - u) * 8);  // at most 32640
-    const int16_t y = static_cast<int16_t>(fy[i] * 32);
-    out[i] = static_cast<int16_t>(u + ((difference * y) >> 16));  // rounded down: the mean does not count
-  }
-}
-
-void sampleRow(int16_t* out, const Image& frame, int32_t count, int32_t px, int32_t stepX, int32_t py, int32_t stepY) {
-  for (int32_t begin = 0; begin < count;) {
-    const int32_t x = (px >> 16) - begin;
-    const int32_t y = py >> 16;
-    // As far as the samples go on from pixel to pixel: in most rows to the end.
-    int32_t end = count;
-    const int32_t rest = count - 1 - begin;
-    if (((px + rest * stepX) >> 16) != x + count - 1 || ((py + rest * stepY) >> 16) != y) {
-      end = begin + 1;
-      for (int32_t qx = px + stepX, qy = py + stepY; qx >> 16 == x + end && qy >> 16 == y; qx += stepX, qy += stepY) {
-        ++end;
-      }
-    }
-    const uint8_t* upper = imageRow(&frame, y) + x + begin;
-    sampleRun(out + begin, upper, upper + frame.pitch0, end - begin, px, stepX, py, stepY);
-    px += (end - begin) * stepX;
-    py += (end - begin) * stepY;
-    begin = end;
-  }
-}
-
-// r in 1/16 levels, gradients doubled.
-Sums residualSums(const Block& block, const Image& base, const Image& frame, int32_t x0, int32_t y0,
-                  const int32_t* step) {
-  Sums total = {};
-  for (int32_t j = 0; j < block.size; ++j) {
-    const uint8_t* t = imageRow(&base, block.top + j) + block.left;
-    const uint8_t* up = imageRow(&base, block.top + j - 1) + block.left;
-    const uint8_t* down = imageRow(&base, block.top + j + 1) + block.left;
-    int16_t d[kMostWindow];
-    sampleRow(d, frame, block.size, x0 + j * step[1], step[0], y0 + j * step[3], step[2]);
-    int32_t r = 0, rx = 0, ry = 0, rr = 0;  // 32 products of 4080 and 4080
-    for (int32_t i = 0; i < block.size; ++i) {
-      d[i] = static_cast<int16_t>(d[i] - t[i] * 16);
-      const int16_t gx = static_cast<int16_t>(t[i + 1] - t[i - 1]);
-      const int16_t gy = static_cast<int16_t>(down[i] - up[i]);
-      r += d[i];
-      rx += d[i] * gx;
-      ry += d[i] * gy;
-      rr += d[i] * d[i];
-    }
-    total.r += r;
-    total.rx += rx;
-    total.ry += ry;
-    total.rr += rr;
-  }
-  return total;
-}
-
 // Blocks of a size, at most so many cells in each direction.
 int32_t chooseOfSize(Block* blocks, const Image& level, const NoiseCurve& noise, int32_t size, int32_t cells) {
   if (level.width < size + 2 || level.height < size + 2) return 0;
@@ -226,6 +153,8 @@ BlockShift trackBlock(const Block& block, const Image& base, const Image& frame,
   BlockShift shift = {0.0, 0.0, 0.0, false};
   const double n = block.size * block.size;
   const int32_t last = block.size - 1;
+  Window window;
+  fillWindow(&window, base, block.left, block.top, block.size);
   for (int32_t round = 0; round < rounds; ++round) {
     const double fromX = u + shift.x - block.centre() * (step[0] + step[1]) / kUnit;
     const double fromY = v + shift.y - block.centre() * (step[2] + step[3]) / kUnit;
@@ -239,7 +168,7 @@ BlockShift trackBlock(const Block& block, const Image& base, const Image& frame,
       const int32_t y = (y0 + i * step[2] + j * step[3]) >> 16;
       if (x < 0 || y < 0 || x > frame.width - 2 || y > frame.height - 2) return shift;
     }
-    const Sums s = residualSums(block, base, frame, x0, y0, step);
+    const WindowSums s = residualSums(window, frame, x0, y0, step);
     const double r = static_cast<double>(s.r) / 16.0;
     const double bx = static_cast<double>(s.rx) / 32.0 - block.gradientX * r / n;
     const double by = static_cast<double>(s.ry) / 32.0 - block.gradientY * r / n;

@@ -9,11 +9,12 @@
 // and would make flat windows confirm whatever motion they are given: it is taken off, and an axis on which less than a
 // share of it is left counts for nothing and is not moved along.
 //
-// Samples are bilinear with six bits of fraction; sums are whole numbers, the solve is in doubles.
+// Sums are whole numbers (window.h), the solve is in doubles.
 #ifndef ZVT4_FINE_BLOCK_H_
 #define ZVT4_FINE_BLOCK_H_
 
 #include "fine/noise_curve.h"
+#include "fine/window.h"
 #include "image/image.h"
 #include "motion/mvec8_real.h"
 
@@ -21,7 +22,6 @@ namespace fine {
 
 inline constexpr int32_t kMostBlocks = 576;
 inline constexpr int32_t kMostSmallBlocks = 1024;
-inline constexpr int32_t kMostWindow = 32;
 
 struct Block {
   int32_t left;

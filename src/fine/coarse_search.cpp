@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/cpu_level.h"
 #include "base/integer.h"
 #include "base/raw_double.h"
 
@@ -15,8 +16,16 @@ constexpr double kDegree = 0.017453292519943295;
 constexpr double kTurns[] = {0.0, -1.5, 1.5, -3.0, 3.0};
 constexpr double kZooms[] = {1.0, 0.975, 1.025};
 
+// Rows of a frame have room for the largest shift on both sides.
+constexpr int32_t kMostReach = (kCoarsestSide + 7) / 8;
+constexpr int32_t kMargin = 16;
+constexpr int32_t kPitch = kCoarsestSide + 2 * kMargin;
+static_assert(kMostReach <= kMargin);
+
 struct Small {
-  uint8_t pixels[kCoarsestSide * kCoarsestSide];
+  alignas(64) uint8_t rows[kCoarsestSide * kPitch];
+  uint8_t* row(int32_t y) { return rows + y * kPitch + kMargin; }
+  const uint8_t* row(int32_t y) const { return rows + y * kPitch + kMargin; }
 };
 
 // 128 + the pixel less its local mean, halved where it would not fit: clamped.
@@ -24,6 +33,7 @@ void flatten(Small* out, const Image& image) {
   const int32_t w = image.width;
   const int32_t h = image.height;
   int32_t sums[kCoarsestSide + 1];
+  std::fill_n(out->rows, sizeof(out->rows), uint8_t{0});
   for (int32_t y = 0; y < h; ++y) {
     const int32_t top = std::max(0, y - kMeanRadius);
     const int32_t bottom = std::min(h, y + kMeanRadius + 1);
@@ -37,7 +47,7 @@ void flatten(Small* out, const Image& image) {
       const int32_t left = std::max(0, x - kMeanRadius);
       const int32_t right = std::min(w, x + kMeanRadius + 1);
       const int32_t mean = (sums[right] - sums[left]) / ((right - left) * (bottom - top));
-      out->pixels[y * w + x] = clampByte(128 + imageRow(&image, y)[x] - mean);
+      out->row(y)[x] = clampByte(128 + imageRow(&image, y)[x] - mean);
     }
   }
 }
@@ -54,6 +64,7 @@ Mvec8Real formMotion(int32_t form, int32_t width, int32_t height) {
 }
 
 void drawForm(uint8_t* out, const Small& base, int32_t width, int32_t height, const Mvec8Real& motion) {
+  std::fill_n(out, kCoarsestSide * kCoarsestSide, uint8_t{0});
   for (int32_t y = 0; y < height; ++y) {
     for (int32_t x = 0; x < width; ++x) {
       double u, v;
@@ -64,19 +75,44 @@ void drawForm(uint8_t* out, const Small& base, int32_t width, int32_t height, co
       const int32_t iy = std::min(py >> 8, height - 2);
       const int32_t fx = px - ix * 256;
       const int32_t fy = py - iy * 256;
-      const uint8_t* a = base.pixels + iy * width + ix;
+      const uint8_t* a = base.row(iy) + ix;
       const int32_t upper = a[0] * 256 + (a[1] - a[0]) * fx;
-      const int32_t lower = a[width] * 256 + (a[width + 1] - a[width]) * fx;
-      out[y * width + x] = static_cast<uint8_t>((upper * 256 + (lower - upper) * fy + 32768) >> 16);
+      const int32_t lower = a[kPitch] * 256 + (a[kPitch + 1] - a[kPitch]) * fx;
+      out[y * kCoarsestSide + x] = static_cast<uint8_t>((upper * 256 + (lower - upper) * fy + 32768) >> 16);
     }
   }
 }
 
-int32_t absoluteDifference(const uint8_t* a, const uint8_t* b, int32_t count) {
+// A form on the frame: of rows of kCoarsestSide bytes the mask, 255 or 0, takes what both show.
+struct Overlap {
+  const uint8_t* form;
+  const uint8_t* frame;
+  const uint8_t* mask;
+  int32_t rows;
+  uint32_t most;  // a sum above that need not be known
+};
+
+ALWAYS_INLINE uint32_t differenceOfRow(const uint8_t* __restrict a, const uint8_t* __restrict b,
+                                       const uint8_t* __restrict mask) {
   int32_t sum = 0;
-  for (int32_t x = 0; x < count; ++x) sum += std::abs(a[x] - b[x]);
+  for (int32_t x = 0; x < kCoarsestSide; ++x) {
+    const auto p = static_cast<uint8_t>(a[x] & mask[x]);
+    const auto q = static_cast<uint8_t>(b[x] & mask[x]);
+    sum += std::abs(p - q);
+  }
+  return static_cast<uint32_t>(sum);
+}
+
+// Sum of the absolute differences, or of so many rows that it exceeds `most`.
+ALWAYS_INLINE uint32_t differenceBody(const Overlap& overlap) {
+  uint32_t sum = 0;
+  for (int32_t y = 0; y < overlap.rows && sum <= overlap.most; ++y) {
+    sum += differenceOfRow(overlap.form + y * kCoarsestSide, overlap.frame + y * kPitch, overlap.mask);
+  }
   return sum;
 }
+
+constexpr CpuRow<differenceBody> kDifference;
 
 struct Found {
   uint32_t score;  // mean absolute difference in 1/256
@@ -130,20 +166,19 @@ int32_t searchCoarse(Mvec8Real* candidates, const CoarseBase& base, const Image&
   const int32_t reach = (std::max(w, h) + 7) / 8;
   Found found[kCandidates];
   int32_t count = 0;
+  alignas(64) uint8_t masks[2 * kMostReach + 1][kCoarsestSide] = {};
+  for (int32_t dx = -reach; dx <= reach; ++dx) {
+    std::fill(masks[dx + reach] + std::max(0, -dx), masks[dx + reach] + std::min(w, w - dx), uint8_t{255});
+  }
   for (int32_t form = 0; form < kForms; ++form) {
     for (int32_t dy = -reach; dy <= reach; ++dy) {
       for (int32_t dx = -reach; dx <= reach; ++dx) {
-        const int32_t left = std::max(0, -dx);
-        const int32_t right = std::min(w, w - dx);
         const int32_t top = std::max(0, -dy);
-        const int32_t bottom = std::min(h, h - dy);
-        const uint32_t area = static_cast<uint32_t>((right - left) * (bottom - top));
+        const int32_t rows = std::min(h, h - dy) - top;
+        const uint32_t area = static_cast<uint32_t>((w - std::abs(dx)) * rows);
         const uint32_t most = mostScore(found, count);
-        uint32_t sum = 0;
-        for (int32_t y = top; y < bottom && sum * 256 <= most * area; ++y) {
-          sum += static_cast<uint32_t>(absoluteDifference(base.form[form] + y * w + left,
-                                                          frame.pixels + (y + dy) * w + left + dx, right - left));
-        }
+        const uint32_t sum = kDifference({base.form[form] + top * kCoarsestSide, frame.row(top + dy) + dx,
+                                          masks[dx + reach], rows, most * area / 256});
         const uint32_t score = sum * 256 / area;
         if (score <= most) keep(found, &count, {score, form, dx, dy});
       }

@@ -14,7 +14,7 @@ namespace fine {
 inline constexpr int32_t kForms = 15;
 inline constexpr int32_t kCandidates = 4;
 
-// The base as the search wants it, made once for all frames. Forms are kept without gaps.
+// The base as the search wants it, made once for all frames. Rows of forms stand kCoarsestSide bytes apart.
 struct CoarseBase {
   int32_t width;
   int32_t height;

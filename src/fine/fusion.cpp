@@ -12,11 +12,17 @@ namespace fine {
 namespace {
 
 constexpr int32_t kHalo = 4;  // rows of a block beyond a band
+constexpr int32_t kWindow = kBandRows + 2 * kHalo;
+static_assert(kBandRows % 8 == 0);
+// Strips a worker: what one is later than the others is short beside the whole.
+constexpr int32_t kStripsByWorker = 3;
+constexpr int32_t kLeastStripRows = 64;
 
 // Scratch of one worker.
 struct Worker {
-  int16_t* band;     // merged rows, padded: (kBandRows + 2 kHalo) x stride; chroma keeps its two planes in it
+  int16_t* band;     // merged rows, padded: kWindow x stride; chroma keeps its two planes of half as many in it
   int16_t* result;   // rows of blocks are added up here, as many
+  int16_t* sum;      // a row on its way into the band
   int16_t* base;     // a row of the base
   int16_t* sample;   // of a frame
   int16_t* weights;  // Q15
@@ -27,6 +33,7 @@ struct Worker {
 struct Layout {
   int32_t stride;
   size_t row;  // samples of a row of pairs with slack
+  size_t band;
   size_t perWorker;
 };
 
@@ -34,13 +41,12 @@ Layout layoutOf(int32_t width) {
   Layout layout;
   layout.stride = dctStride(width);
   layout.row = static_cast<size_t>(layout.stride) + kDctSlack;
-  const size_t band = static_cast<size_t>(kBandRows + 2 * kHalo) * static_cast<size_t>(layout.stride + 32);
-  layout.perWorker = 2 * band + 5 * layout.row;
+  layout.band = static_cast<size_t>(kWindow) * static_cast<size_t>(layout.stride + 32);
+  layout.perWorker = 2 * layout.band + 6 * layout.row;
   return layout;
 }
 
 Worker workerAt(int16_t* scratch, const Layout& layout, int32_t index) {
-  const size_t band = static_cast<size_t>(kBandRows + 2 * kHalo) * static_cast<size_t>(layout.stride + 32);
   int16_t* at = scratch + layout.perWorker * static_cast<size_t>(index);
   const auto take = [&](size_t n) {
     int16_t* p = at;
@@ -48,8 +54,9 @@ Worker workerAt(int16_t* scratch, const Layout& layout, int32_t index) {
     return p;
   };
   Worker w;
-  w.band = take(band);
-  w.result = take(band);
+  w.band = take(layout.band);
+  w.result = take(layout.band);
+  w.sum = take(layout.row);
   w.base = take(layout.row);
   w.sample = take(layout.row);
   w.weights = take(layout.row);
@@ -168,17 +175,35 @@ void padRow(int16_t* row, int32_t width, int32_t stride) {
   std::fill_n(row + kDctPad + width, stride - kDctPad - width, row[kDctPad + width - 1]);
 }
 
-// rows + 2 kHalo padded rows of the band into result, whose middle rows are then whole.
-void shrinkBand(const Fusion& f, const FusionShrink& shrink, const uint8_t* roots, const int16_t* band, int16_t* result,
-                Worker* w, int32_t y0, int32_t rows, int32_t width, int32_t cell) {
-  const int32_t stride = dctStride(width);
-  const int32_t all = rows + 2 * kHalo;
-  std::memset(result, 0, static_cast<size_t>(all) * static_cast<size_t>(stride) * sizeof(int16_t));
-  for (int32_t j = 0; j + 8 <= all; j += 4) {
-    sigmaRow(w->sigma, f, shrink, roots, y0 - kHalo + j, cell, stride / 4 - 1);
-    shrinkBlocks(result + static_cast<ptrdiff_t>(j) * stride, band + static_cast<ptrdiff_t>(j) * stride, w->sigma,
-                 shrink.table, width);
+// A band on its way down a strip: padded rows, of which the first is y - kHalo, and the sums of their blocks.
+struct SlidingBand {
+  int16_t* band;
+  int16_t* result;
+  ptrdiff_t stride;
+  int32_t rows;  // of the band that stood here before, 0 for none: what the two share is there
+};
+
+// Takes what the band before shares with the one that follows it; 2 kHalo merged rows, and kHalo rows of sums that one
+// row of blocks is still to be added to.
+void moveOn(SlidingBand* w, int32_t rows) {
+  const auto bytes = [&](ptrdiff_t n) { return static_cast<size_t>(n * w->stride) * sizeof(int16_t); };
+  if (w->rows > 0) {
+    std::memmove(w->band, w->band + w->rows * w->stride, bytes(2 * kHalo));
+    std::memmove(w->result + kHalo * w->stride, w->result + (w->rows + kHalo) * w->stride, bytes(kHalo));
   }
+  const int32_t kept = w->rows > 0 ? 2 * kHalo : 0;
+  std::memset(w->result + kept * w->stride, 0, bytes(rows + 2 * kHalo - kept));
+}
+
+// The blocks of a band of so many rows, after which the sums of its own rows are whole.
+void shrinkBand(SlidingBand* window, const Fusion& f, const FusionShrink& shrink, const uint8_t* roots, int16_t* sigma,
+                int32_t y0, int32_t rows, int32_t width, int32_t cell) {
+  const int32_t blocks = dctStride(width) / 4 - 1;
+  for (int32_t j = window->rows > 0 ? kHalo : 0; j <= rows; j += kHalo) {
+    sigmaRow(sigma, f, shrink, roots, y0 - kHalo + j, cell, blocks);
+    shrinkBlocks(window->result + j * window->stride, window->band + j * window->stride, sigma, shrink.table, width);
+  }
+  window->rows = rows;
 }
 
 struct FuseJob {
@@ -186,39 +211,45 @@ struct FuseJob {
   Image* output;
   int16_t* scratch;
   Layout layout;
+  int32_t stripRows;
   uint8_t roots[256];
   uint8_t saturation[256];
 };
 
-void lumaBand(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
+void lumaStrip(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
   const Fusion& f = *job.fusion;
   const int32_t width = job.output->width;
   const int32_t height = job.output->height;
   const FusionShrink& shrink = f.shrink[0];
   if (!shrink.on) {
     for (int32_t y = y0; y < y1; ++y) {
-      mergeLumaRow(w->band, f, w, y, width);
-      kStoreFrom64(imageRow(job.output, y), w->band, width);
+      mergeLumaRow(w->sum, f, w, y, width);
+      kStoreFrom64(imageRow(job.output, y), w->sum, width);
     }
     return;
   }
   const int32_t stride = dctStride(width);
-  const int32_t rows = (y1 - y0 + 3) & ~3;
-  for (int32_t j = 0; j < rows + 2 * kHalo; ++j) {
-    int16_t* row = w->band + static_cast<ptrdiff_t>(j) * stride;
-    const int32_t y = y0 - kHalo + j;
-    if (y >= height) {  // the last row again
-      std::memcpy(row, row - stride, static_cast<size_t>(stride) * sizeof(int16_t));
-      continue;
+  SlidingBand window = {w->band, w->result, stride, 0};
+  for (int32_t top = y0; top < y1; top += kBandRows) {
+    const int32_t bottom = std::min(top + kBandRows, y1);
+    const int32_t rows = (bottom - top + 3) & ~3;
+    moveOn(&window, rows);
+    for (int32_t j = window.rows > 0 ? 2 * kHalo : 0; j < rows + 2 * kHalo; ++j) {
+      int16_t* row = w->band + static_cast<ptrdiff_t>(j) * stride;
+      const int32_t y = top - kHalo + j;
+      if (y >= height) {  // the last row again
+        std::memcpy(row, row - stride, static_cast<size_t>(stride) * sizeof(int16_t));
+        continue;
+      }
+      mergeLumaRow(w->sum, f, w, std::max(y, 0), width);
+      kNarrow(row + kDctPad, w->sum, width, half8(y));
+      padRow(row, width, stride);
     }
-    mergeLumaRow(w->result, f, w, std::max(y, 0), width);
-    kNarrow(row + kDctPad, w->result, width, half8(y));
-    padRow(row, width, stride);
-  }
-  shrinkBand(f, shrink, job.roots, w->band, w->result, w, y0, rows, width, 4);
-  for (int32_t y = y0; y < y1; ++y) {
-    kStoreFrom8(imageRow(job.output, y), w->result + static_cast<ptrdiff_t>(y - y0 + kHalo) * stride + kDctPad, width,
-                half8(y));
+    shrinkBand(&window, f, shrink, job.roots, w->sigma, top, rows, width, 4);
+    for (int32_t y = top; y < bottom; ++y) {
+      kStoreFrom8(imageRow(job.output, y), w->result + static_cast<ptrdiff_t>(y - top + kHalo) * stride + kDctPad,
+                  width, half8(y));
+    }
   }
 }
 
@@ -232,52 +263,58 @@ void finishChromaRow(const FuseJob& job, uint8_t* row, int32_t pairs) {
   }
 }
 
-void chromaBand(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
+void chromaStrip(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
   const Fusion& f = *job.fusion;
   const int32_t width = job.output->width / 2;
   const int32_t height = job.output->height / 2;
   y1 = std::min(y1, height);
   if (!f.shrink[1].on && !f.shrink[2].on) {
     for (int32_t y = y0; y < y1; ++y) {
-      mergeChromaRow(w->band, f, w, y, width);
-      kStoreFrom64(imageChromaRow(job.output, y), w->band, 2 * width);
+      mergeChromaRow(w->sum, f, w, y, width);
+      kStoreFrom64(imageChromaRow(job.output, y), w->sum, 2 * width);
       finishChromaRow(job, imageChromaRow(job.output, y), width);
     }
     return;
   }
+  constexpr int32_t kRows = kBandRows / 2;
   const int32_t stride = dctStride(width);
-  const int32_t rows = (y1 - y0 + 3) & ~3;
-  const ptrdiff_t plane = static_cast<ptrdiff_t>(rows + 2 * kHalo) * stride;
-  for (int32_t j = 0; j < rows + 2 * kHalo; ++j) {
-    int16_t* row = w->band + static_cast<ptrdiff_t>(j) * stride;
-    const int32_t y = y0 - kHalo + j;
-    if (y >= height) {
-      std::memcpy(row, row - stride, static_cast<size_t>(stride) * sizeof(int16_t));
-      std::memcpy(row + plane, row + plane - stride, static_cast<size_t>(stride) * sizeof(int16_t));
-      continue;
+  const ptrdiff_t plane = static_cast<ptrdiff_t>(kRows + 2 * kHalo) * stride;
+  SlidingBand windows[2] = {{w->band, w->result, stride, 0}, {w->band + plane, w->result + plane, stride, 0}};
+  for (int32_t top = y0; top < y1; top += kRows) {
+    const int32_t bottom = std::min(top + kRows, y1);
+    const int32_t rows = (bottom - top + 3) & ~3;
+    for (SlidingBand& window : windows) moveOn(&window, rows);
+    for (int32_t j = windows[0].rows > 0 ? 2 * kHalo : 0; j < rows + 2 * kHalo; ++j) {
+      int16_t* row = w->band + static_cast<ptrdiff_t>(j) * stride;
+      const int32_t y = top - kHalo + j;
+      if (y >= height) {
+        std::memcpy(row, row - stride, static_cast<size_t>(stride) * sizeof(int16_t));
+        std::memcpy(row + plane, row + plane - stride, static_cast<size_t>(stride) * sizeof(int16_t));
+        continue;
+      }
+      mergeChromaRow(w->sum, f, w, std::max(y, 0), width);
+      kNarrowPairs(row + kDctPad, row + plane + kDctPad, w->sum, width, half8(y));
+      padRow(row, width, stride);
+      padRow(row + plane, width, stride);
     }
-    mergeChromaRow(w->result, f, w, std::max(y, 0), width);
-    kNarrowPairs(row + kDctPad, row + plane + kDctPad, w->result, width, half8(y));
-    padRow(row, width, stride);
-    padRow(row + plane, width, stride);
-  }
-  for (int32_t c = 0; c < 2; ++c) {
-    shrinkBand(f, f.shrink[1 + c], job.roots, w->band + c * plane, w->result + c * plane, w, y0, rows, width, 2);
-  }
-  for (int32_t y = y0; y < y1; ++y) {
-    const int16_t* from = w->result + static_cast<ptrdiff_t>(y - y0 + kHalo) * stride + kDctPad;
-    kStorePairsFrom8(imageChromaRow(job.output, y), from, from + plane, width, half8(y));
-    finishChromaRow(job, imageChromaRow(job.output, y), width);
+    for (int32_t c = 0; c < 2; ++c) {
+      shrinkBand(&windows[c], f, f.shrink[1 + c], job.roots, w->sigma, top, rows, width, 2);
+    }
+    for (int32_t y = top; y < bottom; ++y) {
+      const int16_t* from = w->result + static_cast<ptrdiff_t>(y - top + kHalo) * stride + kDctPad;
+      kStorePairsFrom8(imageChromaRow(job.output, y), from, from + plane, width, half8(y));
+      finishChromaRow(job, imageChromaRow(job.output, y), width);
+    }
   }
 }
 
-Status fuseBand(FuseJob* job, int32_t index, const PelContext* context) {
+Status fuseStrip(FuseJob* job, int32_t index, const PelContext* context) {
   const Image& output = *job->output;
   Worker worker = workerAt(job->scratch, job->layout, context->workerIndex);
-  const int32_t y0 = index * kBandRows;
-  const int32_t y1 = std::min(y0 + kBandRows, output.height);
-  lumaBand(*job, &worker, y0, y1);
-  chromaBand(*job, &worker, y0 / 2, (y1 + 1) / 2);
+  const int32_t y0 = index * job->stripRows;
+  const int32_t y1 = std::min(y0 + job->stripRows, output.height);
+  lumaStrip(*job, &worker, y0, y1);
+  chromaStrip(*job, &worker, y0 / 2, (y1 + 1) / 2);
   return ZELVAN_OK;
 }
 
@@ -285,41 +322,28 @@ Status fuseBand(FuseJob* job, int32_t index, const PelContext* context) {
 
 void normaliseShares(Image* const* shares, Image* left, const Image* const* weights, const int32_t* strengths,
                      int32_t count) {
-  // What the taps of the warp leave of the variance of a frame, 1/256.
-  constexpr int64_t kKept = 191;
   for (int32_t y = 0; y < left->height; ++y) {
-    uint8_t* leftRow = imageRow(left, y);
-    for (int32_t x = 0; x < left->width; ++x) {
-      int32_t w[kMostFrames];
-      int32_t sum = 255 * 256;  // the base
-      for (int32_t i = 0; i < count; ++i) {
-        w[i] = imageRow(weights[i], y)[x] * strengths[i];
-        sum += w[i];
-      }
-      int64_t squares = 0;
-      int32_t rest = 32768;
-      for (int32_t i = 0; i < count; ++i) {
-        const auto share = static_cast<int32_t>((int64_t{w[i]} * 32768 + sum / 2) / sum);
-        imageRow<uint16_t>(shares[i], y)[x] = static_cast<uint16_t>(share);
-        rest -= share;
-        squares += int64_t{share} * share;
-      }
-      const int64_t variance = int64_t{rest} * rest + squares * kKept / 256;
-      leftRow[x] = static_cast<uint8_t>(std::min<int64_t>((variance * 255 + (1 << 29)) >> 30, 255));
+    ShareRows rows = {{}, {}, imageRow(left, y), strengths, count};
+    for (int32_t i = 0; i < count; ++i) {
+      rows.weights[i] = imageRow(weights[i], y);
+      rows.shares[i] = imageRow<uint16_t>(shares[i], y);
     }
+    kNormalise(rows, left->width);
   }
 }
 
 Status fuse(const Fusion& fusion, Image* output) {
-  FuseJob job = {&fusion, output, nullptr, layoutOf(output->width), {}, {}};
+  FuseJob job = {&fusion, output, nullptr, layoutOf(output->width), 0, {}, {}};
   fillRoots(job.roots);
   for (int32_t c = 0; c < 256; ++c) job.saturation[c] = clampByte((131584 + (c - 128) * fusion.saturation) >> 10);
   const int32_t workers = std::max(1, Pel_getNumberOfWorkers(fusion.pel));
   const ScopedBlock<int16_t> scratch(fusion.env, job.layout.perWorker * static_cast<size_t>(workers));
   if (!scratch) return ZELVAN_ERROR_NOMEM;
   job.scratch = scratch.data();
-  static constexpr PelKernel kKernel = pelIndexed<FuseJob, fuseBand>();
-  const Status status = executeToEnd(fusion.pel, &kKernel, &job, (output->height + kBandRows - 1) / kBandRows);
+  const int32_t rows = std::max(kLeastStripRows, output->height / (kStripsByWorker * workers));
+  job.stripRows = (rows + kBandRows - 1) / kBandRows * kBandRows;
+  static constexpr PelKernel kKernel = pelIndexed<FuseJob, fuseStrip>();
+  const Status status = executeToEnd(fusion.pel, &kKernel, &job, (output->height + job.stripRows - 1) / job.stripRows);
   if (status == ZELVAN_OK && output->height % 2 != 0) {
     const int32_t pairs = output->height / 2;
     std::memcpy(imageChromaRow(output, pairs), imageChromaRow(output, pairs - 1),

@@ -1,12 +1,13 @@
-// The merged picture: one pass over the result in bands, every frame read once.
+// The merged picture: one pass over the result, every frame read once.
 //
 // A sample of the result is, in units of 1/64 level about 128,
 //   base + sum over the frames of share x (sample of the frame, its drift taken out, - base),
 // with shares in Q15 stretched bilinearly from level kMapLevel. What the shares leave is the base's. The sum goes, as
 // 16-bit samples, through fine/dct_shrink.h where there is noise or sharpness to mend, and is rounded to bytes once.
 //
-// A band is kBandRows rows of luma and half as many of chroma. It makes the rows that its blocks reach above and below
-// for itself, so that bands are independent and any number of workers gives the same bytes.
+// The result is cut into strips, and a strip goes down in bands of kBandRows rows of luma and half as many of chroma,
+// which fit the cache; a band takes over what its blocks share with the one above. A strip makes the rows that its
+// blocks reach beyond it for itself, so that strips are independent and any number of them gives the same bytes.
 #ifndef ZVT4_FINE_FUSION_H_
 #define ZVT4_FINE_FUSION_H_
 
@@ -15,7 +16,7 @@
 
 namespace fine {
 
-inline constexpr int32_t kBandRows = 64;
+inline constexpr int32_t kBandRows = 16;
 inline constexpr int32_t kMostFrames = 10;
 
 struct FusionFrame {

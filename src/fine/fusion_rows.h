@@ -4,6 +4,7 @@
 #define ZVT4_FINE_FUSION_ROWS_H_
 
 #include "base/integer.h"
+#include "fine/fusion.h"
 #include "fine/lanes.h"
 
 namespace fine {
@@ -59,6 +60,55 @@ ALWAYS_INLINE void undrift(int16_t* __restrict s, const int16_t* gain, const int
   }
 }
 
+// A row of the maps of all frames but the base.
+struct ShareRows {
+  const uint8_t* weights[kMostFrames];
+  uint16_t* shares[kMostFrames];
+  uint8_t* left;
+  const int32_t* strengths;
+  int32_t count;
+};
+
+// share = (32768 w + sum / 2) / sum, the base's weight being 255 x 256, and what the shares leave of a variance.
+ALWAYS_INLINE void normalise(const ShareRows& rows, int32_t width) {
+  constexpr uint64_t kKept = 191;  // what the taps of the warp leave of the variance of a frame, 1/256
+  constexpr int32_t kPiece = 64;
+  for (int32_t begin = 0; begin < width; begin += kPiece) {
+    const int32_t count = width - begin < kPiece ? width - begin : kPiece;
+    alignas(64) int32_t sum[kPiece], rest[kPiece];
+    alignas(64) double inverse[kPiece];
+    alignas(64) uint64_t squares[kPiece];
+    for (int32_t x = 0; x < kPiece; ++x) {
+      sum[x] = 255 * 256;
+      rest[x] = 32768;
+      squares[x] = 0;
+    }
+    for (int32_t i = 0; i < rows.count; ++i) {
+      const uint8_t* __restrict w = rows.weights[i] + begin;
+      for (int32_t x = 0; x < count; ++x) sum[x] += w[x] * rows.strengths[i];
+    }
+    for (int32_t x = 0; x < kPiece; ++x) inverse[x] = 1.0 / sum[x];
+    for (int32_t i = 0; i < rows.count; ++i) {
+      const uint8_t* __restrict w = rows.weights[i] + begin;
+      uint16_t* __restrict out = rows.shares[i] + begin;
+      const int32_t strength = rows.strengths[i];
+      for (int32_t x = 0; x < count; ++x) {
+        // Quotients are 1 / sum apart, above 2^-20: a whole one must not fall short, nor another be lifted.
+        const double dividend = 32768.0 * (w[x] * strength) + (sum[x] >> 1);
+        const auto share = static_cast<int32_t>(dividend * inverse[x] + 0x1p-24);
+        out[x] = static_cast<uint16_t>(share);
+        rest[x] -= share;
+        squares[x] += static_cast<uint32_t>(share * share);
+      }
+    }
+    for (int32_t x = 0; x < count; ++x) {
+      const uint64_t own = static_cast<uint32_t>(rest[x] * rest[x]);
+      const uint64_t part = (((own + ((squares[x] * kKept) >> 8)) * 255 + (1 << 29)) >> 30);
+      rows.left[begin + x] = static_cast<uint8_t>(part < 255 ? part : 255);
+    }
+  }
+}
+
 ALWAYS_INLINE void centre(int16_t* __restrict out, const uint8_t* __restrict row, int32_t count) {
   for (int32_t x = 0; x < count; ++x) out[x] = static_cast<int16_t>((row[x] - 128) * 64);
 }
@@ -90,11 +140,14 @@ ALWAYS_INLINE void storePairsFrom8(uint8_t* __restrict to, const int16_t* __rest
 
 }  // namespace fusion_rows
 
+using fusion_rows::ShareRows;
+
 inline constexpr CpuRow<fusion_rows::between> kBetween;
 inline constexpr CpuRow<fusion_rows::stretchBy4> kStretchBy4;
 inline constexpr CpuRow<fusion_rows::stretchBy2> kStretchBy2;
 inline constexpr CpuRow<fusion_rows::addFrame> kAddFrame;
 inline constexpr CpuRow<fusion_rows::undrift> kUndrift;
+inline constexpr CpuRow<fusion_rows::normalise> kNormalise;
 inline constexpr CpuRow<fusion_rows::centre> kCentre;
 inline constexpr CpuRow<fusion_rows::narrow> kNarrow;
 inline constexpr CpuRow<fusion_rows::narrowPairs> kNarrowPairs;

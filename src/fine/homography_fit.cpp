@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/cpu_level.h"
 #include "base/raw_double.h"
 
 namespace fine {
@@ -51,6 +52,28 @@ void solveUpper(const double l[kUnknowns][kUnknowns], double* x) {
   }
 }
 
+// What a match adds: p are its derivatives, weighed and in pixels, g its gradient. Both triangles, since whole rows
+// become vectors; the lower one counts.
+struct Addend {
+  alignas(64) double bx[kUnknowns], by[kUnknowns];
+  alignas(64) double px[kUnknowns], py[kUnknowns];
+  alignas(64) double gradient[kUnknowns];
+};
+
+ALWAYS_INLINE void addBody(Normal* __restrict normal, const Addend& m, double unit) {
+  for (int32_t j = 0; j < kUnknowns; ++j) normal->b[j] += m.gradient[j];
+  for (int32_t i = 0; i < kUnknowns; ++i) {
+    for (int32_t j = 0; j < kUnknowns; ++j) normal->a[i][j] += unit * (m.px[i] * m.bx[j] + m.py[i] * m.by[j]);
+  }
+}
+ALWAYS_INLINE void scatterBody(Normal* __restrict scatter, const Addend& m) {
+  for (int32_t i = 0; i < kUnknowns; ++i) {
+    for (int32_t j = 0; j < kUnknowns; ++j) scatter->a[i][j] += m.gradient[i] * m.gradient[j];
+  }
+}
+constexpr CpuRow<addBody> kAdd;
+constexpr CpuRow<scatterBody> kScatter;
+
 // Derivatives of the displacement at (x, y), in units of the half diagonal, by the eight parameters.
 void basisAt(double x, double y, double* bx, double* by) {
   const double ax[kUnknowns] = {1, 0, x, -y, x, y, x * x, x * y};
@@ -98,6 +121,7 @@ bool fitHomography(Mvec8Real* motion, Match* matches, int32_t count, int32_t wid
   const double unit = RawDouble_sqrt(mx * mx + my * my);
   Mvec8Real h = *motion;
   Normal normal, scatter;
+  Addend addend;
   double k = scale * anneal;
   double weights = 0.0, squares = 0.0, errors = 0.0;
   for (int32_t round = 0; round < kRounds; ++round) {
@@ -105,6 +129,7 @@ bool fitHomography(Mvec8Real* motion, Match* matches, int32_t count, int32_t wid
     scatter = {};
     addPrior(&normal, h, mx, my, unit);
     weights = squares = errors = 0.0;
+    const bool last = k <= scale || round + 1 == kRounds;  // or may be: the scatter of that round counts
     for (int32_t m = 0; m < count; ++m) {
       Match& match = matches[m];
       double u, v;
@@ -119,18 +144,14 @@ bool fitHomography(Mvec8Real* motion, Match* matches, int32_t count, int32_t wid
       weights += match.weight;
       squares += match.weight * square;
       errors += match.weight * (ex * ex + ey * ey);
-      double bx[kUnknowns], by[kUnknowns], gradient[kUnknowns];
-      basisAt((u - mx) / unit, (v - my) / unit, bx, by);
+      basisAt((u - mx) / unit, (v - my) / unit, addend.bx, addend.by);
       for (int32_t i = 0; i < kUnknowns; ++i) {
-        const double px = match.weight * unit * (bx[i] * match.wxx + by[i] * match.wxy);
-        const double py = match.weight * unit * (bx[i] * match.wxy + by[i] * match.wyy);
-        gradient[i] = px * ex + py * ey;
-        normal.b[i] += gradient[i];
-        for (int32_t j = 0; j <= i; ++j) {
-          normal.a[i][j] += unit * (px * bx[j] + py * by[j]);
-          scatter.a[i][j] += gradient[i] * gradient[j];
-        }
+        addend.px[i] = match.weight * unit * (addend.bx[i] * match.wxx + addend.by[i] * match.wxy);
+        addend.py[i] = match.weight * unit * (addend.bx[i] * match.wxy + addend.by[i] * match.wyy);
+        addend.gradient[i] = addend.px[i] * ex + addend.py[i] * ey;
       }
+      kAdd(&normal, addend, unit);
+      if (last) kScatter(&scatter, addend);
     }
     if (!decompose(normal.a)) return false;
     double p[kUnknowns];

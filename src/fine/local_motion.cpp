@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/raw_double.h"
+#include "fine/field_rows.h"
 
 namespace fine {
 namespace {
@@ -73,28 +74,19 @@ struct Round {
 };
 
 // out = A v.
-void apply(double* out, const Round& round, double* v) {
+void apply(double* out, const Round& round, const double* v) {
   const ShiftField& lattice = *round.lattice;
   const int32_t across = lattice.across;
   const int32_t nodes = across * lattice.down;
-  for (int32_t i = 0; i < 2 * nodes; ++i) out[i] = kTether * v[i];
-  for (int32_t part = 0; part < 2; ++part) {
-    const double* from = v + part * nodes;
-    double* to = out + part * nodes;
-    for (int32_t j = 0; j < lattice.down; ++j) {
-      for (int32_t i = 0; i < across; ++i) {
-        const int32_t n = j * across + i;
-        if (i + 1 < across) {
-          const double d = round.scratch->right[n] * (from[n] - from[n + 1]);
-          to[n] += d;
-          to[n + 1] -= d;
-        }
-        if (j + 1 < lattice.down) {
-          const double d = round.scratch->below[n] * (from[n] - from[n + across]);
-          to[n] += d;
-          to[n + across] -= d;
-        }
-      }
+  const double* const right = round.scratch->right;
+  const double* const below = round.scratch->below;
+  const double* const none = below + nodes - across;  // no edge leads out of the last row
+  for (int32_t j = 0; j < lattice.down; ++j) {
+    const int32_t n = j * across;
+    const double* const fromAbove = j > 0 ? below + n - across : none;
+    for (const double* row : {v + n, v + nodes + n}) {
+      kPull(out + (row - v), {row, j > 0 ? row - across : row, j + 1 < lattice.down ? row + across : row, right + n,
+                              fromAbove, below + n, kTether, across});
     }
   }
   for (int32_t k = 0; k < round.count; ++k) {
@@ -104,12 +96,6 @@ void apply(double* out, const Round& round, double* v) {
     const double y = m.weight * shiftAt(lattice, v + nodes, m.place);
     spread(out, lattice, m.place, m.wxx * x + m.wxy * y, m.wxy * x + m.wyy * y);
   }
-}
-
-double dot(const double* a, const double* b, int32_t n) {
-  double sum = 0.0;
-  for (int32_t i = 0; i < n; ++i) sum += a[i] * b[i];
-  return sum;
 }
 
 // Conjugate gradients, preconditioned by the diagonal, for the change of the field.
@@ -144,21 +130,14 @@ void solve(ShiftField* field, const Round& round, LocalScratch* scratch) {
   }
   for (int32_t i = 0; i < n; ++i) r[i] -= ap[i];
   for (int32_t i = 0; i < n; ++i) p[i] = inverse[i] * r[i];
-  double rz = dot(r, p, n);
+  double rz = kDot(r, p, n);
   for (int32_t step = 0; step < kSteps && rz > 1e-9; ++step) {
     apply(ap, round, p);
-    const double alpha = rz / dot(p, ap, n);
-    for (int32_t i = 0; i < nodes; ++i) {
-      field->x[i] += alpha * p[i];
-      field->y[i] += alpha * p[nodes + i];
-    }
-    double next = 0.0;
-    for (int32_t i = 0; i < n; ++i) {
-      r[i] -= alpha * ap[i];
-      next += r[i] * r[i] * inverse[i];
-    }
-    const double beta = next / rz;
-    for (int32_t i = 0; i < n; ++i) p[i] = inverse[i] * r[i] + beta * p[i];
+    const double alpha = rz / kDot(p, ap, n);
+    kStep(field->x, p, alpha, nodes);
+    kStep(field->y, p + nodes, alpha, nodes);
+    const double next = kDescend(r, ap, inverse, alpha, n);
+    kTurn(p, r, inverse, next / rz, n);
     rz = next;
   }
 }

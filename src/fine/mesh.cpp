@@ -1,5 +1,6 @@
 #include "fine/mesh.h"
 
+#include "base/cpu_level.h"
 #include "base/integer.h"
 #include "base/raw_double.h"
 
@@ -14,22 +15,26 @@ int32_t toQ15(double v) {
   return static_cast<int32_t>(RawDouble_floor(clamped * 32768.0 + 0.5));
 }
 
-// Positions at the left and the right edge of cell i on the line of half pixel rows: y2 = 2 y.
-struct Edges {
-  MeshNode left;
-  MeshNode right;
-};
+// Rows of nodes as x, y, x, y, ..; t: 0 to 2 kMeshStep, from the upper to the lower.
+ALWAYS_INLINE void lineBody(MeshRow* __restrict row, const int32_t* __restrict upper, const int32_t* __restrict lower,
+                            int32_t cells, int32_t t) {
+  constexpr int32_t kWhole = kMeshShift + 1;
+  for (int32_t k = 0; k < 2 * cells + 2; ++k) {
+    // (lower - upper) t, rounded, in two parts that stay below 32 bits.
+    const int32_t d = lower[k] - upper[k];
+    const int32_t rest = d & ((1 << kWhole) - 1);
+    row->at[k] = upper[k] + (d >> kWhole) * t + ((rest * t + kMeshStep) >> kWhole);
+  }
+  for (int32_t k = 0; k < 2 * cells; ++k) row->step[k] = (row->at[k + 2] - row->at[k] + kMeshStep / 2) >> kMeshShift;
+}
+constexpr CpuRow<lineBody> kLine;
 
-Edges edgesAt(const Mesh& mesh, int32_t i, int32_t y2) {
+// On the line of half pixel rows: y2 = 2 y.
+void linesAt(MeshRow* row, const Mesh& mesh, int32_t i, int32_t cells, int32_t y2) {
+  static_assert(sizeof(MeshNode) == 2 * sizeof(int32_t));
   const int32_t j = clampInt(y2 >> (kMeshShift + 1), 0, mesh.down - 2);
-  const int32_t t = y2 - (j << (kMeshShift + 1));
   const MeshNode* upper = mesh.nodes + j * mesh.across + i;
-  const MeshNode* lower = upper + mesh.across;
-  const auto between = [t](int32_t a, int32_t b) {
-    return a + static_cast<int32_t>((int64_t{b - a} * t + kMeshStep) >> (kMeshShift + 1));
-  };
-  return {{between(upper[0].x, lower[0].x), between(upper[0].y, lower[0].y)},
-          {between(upper[1].x, lower[1].x), between(upper[1].y, lower[1].y)}};
+  kLine(row, &upper->x, &upper[mesh.across].x, cells, y2 - (j << (kMeshShift + 1)));
 }
 
 }  // namespace
@@ -74,26 +79,21 @@ void fillMesh(Mesh* mesh, const Mvec8Real& motion, const ShiftField* field, int3
   }
 }
 
-MeshLine lumaLine(const Mesh& mesh, int32_t i, int32_t y) {
-  const Edges e = edgesAt(mesh, i, 2 * y);
-  return {e.left.x, e.left.y, (e.right.x - e.left.x + kMeshStep / 2) >> kMeshShift,
-          (e.right.y - e.left.y + kMeshStep / 2) >> kMeshShift};
+void lumaLines(MeshRow* row, const Mesh& mesh, int32_t i, int32_t cells, int32_t y) {
+  linesAt(row, mesh, i, cells, 2 * y);
 }
 
-MeshLine chromaLine(const Mesh& mesh, int32_t i, int32_t y) {
-  const Edges e = edgesAt(mesh, i, 4 * y + 1);
-  MeshLine line = {0, 0, (e.right.x - e.left.x + kMeshStep / 2) >> kMeshShift,
-                   (e.right.y - e.left.y + kMeshStep / 2) >> kMeshShift};
-  line.x = (e.left.x + (line.dx >> 1) - 0x4000) >> 1;
-  line.y = (e.left.y + (line.dy >> 1) - 0x4000) >> 1;
-  return line;
+void chromaLines(MeshRow* row, const Mesh& mesh, int32_t i, int32_t cells, int32_t y) {
+  linesAt(row, mesh, i, cells, 4 * y + 1);
+  for (int32_t k = 0; k < 2 * cells; ++k) row->at[k] = (row->at[k] + (row->step[k] >> 1) - 0x4000) >> 1;
 }
 
 MeshNode meshPosition(const Mesh& mesh, int32_t x, int32_t y) {
   const int32_t i = clampInt(x >> kMeshShift, 0, mesh.across - 2);
-  const MeshLine line = lumaLine(mesh, i, y);
+  MeshRow row;
+  lumaLines(&row, mesh, i, 1, y);
   const int32_t k = x - (i << kMeshShift);
-  return {line.x + k * line.dx, line.y + k * line.dy};
+  return {row.at[0] + k * row.step[0], row.at[1] + k * row.step[1]};
 }
 
 }  // namespace fine

@@ -3,9 +3,9 @@
 // A node stands at every kMeshStep-th pixel of the result in both directions; positions are Q15 pixels of the frame.
 // What a homography bends within a cell is below 1/100 pixel for hands' motions. A field of local shifts adds to it.
 //
-// A MeshLine is a row's piece within a cell: position of its first sample and step, both Q15. Chroma samples stand in
-// the middle of their 2x2 luma pixels, so that chroma sample c is luma position 2c + 0.5, and a position p of the frame
-// is chroma position (p - 0.5) / 2; the step is that of luma.
+// A row of the result passes through cells; in each its samples stand on a line: position of the first one and step,
+// both Q15. Chroma samples stand in the middle of their 2x2 luma pixels, so that chroma sample c is luma position 2c +
+// 0.5, and a position p of the frame is chroma position (p - 0.5) / 2; the step is that of luma.
 #ifndef ZVT4_FINE_MESH_H_
 #define ZVT4_FINE_MESH_H_
 
@@ -27,11 +27,11 @@ struct Mesh {
   MeshNode* nodes;
 };
 
-struct MeshLine {
-  int32_t x;
-  int32_t y;
-  int32_t dx;
-  int32_t dy;
+// Lines of cells beside each other: x, then y of each.
+inline constexpr int32_t kMeshRowCells = 32;
+struct MeshRow {
+  int32_t at[2 * kMeshRowCells + 2];
+  int32_t step[2 * kMeshRowCells];
 };
 
 constexpr int32_t meshNodes(int32_t side) {
@@ -63,10 +63,10 @@ double shiftAt(const ShiftField& field, const double* shifts, const LatticePlace
 void fillMesh(Mesh* mesh, const Mvec8Real& motion, const ShiftField* field, int32_t level, int32_t width,
               int32_t height, const Mvec8Real* crop = nullptr);
 
-// The piece of luma row y in the cell of column i: kMeshStep samples from i x kMeshStep on.
-MeshLine lumaLine(const Mesh& mesh, int32_t i, int32_t y);
-// The piece of chroma row y: kMeshStep / 2 samples from i x kMeshStep / 2 on.
-MeshLine chromaLine(const Mesh& mesh, int32_t i, int32_t y);
+// Luma row y in the cells from i on, at most kMeshRowCells of them; a cell is kMeshStep samples wide.
+void lumaLines(MeshRow* row, const Mesh& mesh, int32_t i, int32_t cells, int32_t y);
+// The same of chroma row y, with kMeshStep / 2 samples in a cell.
+void chromaLines(MeshRow* row, const Mesh& mesh, int32_t i, int32_t cells, int32_t y);
 // Full-size position of luma pixel (x, y), for coarse tests.
 MeshNode meshPosition(const Mesh& mesh, int32_t x, int32_t y);
 

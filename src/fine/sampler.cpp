@@ -91,92 +91,107 @@ ALWAYS_INLINE void cubicRow(int16_t* __restrict out, const SampleRun& run) {
   }
 }
 
-constexpr CpuRow<cubicRow<1>> kCubicRow1;
-constexpr CpuRow<cubicRow<2>> kCubicRow2;
-
 // Items from this one on, itself included, whose position has the same whole part; step less one pixel.
-int32_t sameCell(int32_t fraction, int32_t drift, int32_t most) {
+ALWAYS_INLINE int32_t sameCell(int32_t fraction, int32_t drift, int32_t most) {
   if (drift == 0) return most;
   return std::min(most, drift > 0 ? (0x7fff - fraction) / drift + 1 : fraction / -drift + 1);
 }
 
+// Four rows of so many pixels from (x, y) on, the picture's edge going on beyond it.
 template <int32_t Channels>
-void samplePiece(int16_t* out, const Image& plane, MeshLine line, int32_t count) {
+ALWAYS_INLINE void copyInside(uint8_t (*copy)[kItems + 3 * Channels + 32], const Image& plane, int32_t x, int32_t y,
+                              int32_t count) {
+  for (int32_t j = 0; j < 4; ++j) {
+    const uint8_t* from = plane.plane0 + ptrdiff_t{clampInt(y + j, 0, plane.height - 1)} * plane.pitch0;
+    std::fill_n(copy[j], sizeof(copy[j]), uint8_t{0});
+    for (int32_t i = 0; i < count; ++i) {
+      std::memcpy(copy[j] + i * Channels, from + clampInt(x + i, 0, plane.width - 1) * Channels, Channels);
+    }
+  }
+}
+
+// Samples of a row, count in all, in cells of cell samples each.
+template <int32_t Channels>
+ALWAYS_INLINE void sampleCells(int16_t* __restrict out, const Image& plane, const MeshRow& row, int32_t cell,
+                               int32_t count) {
   constexpr int32_t kRun = kItems / Channels;
-  const auto sample = [](int16_t* to, const SampleRun& run) {
-    if constexpr (Channels == 1) {
-      kCubicRow1(to, run);
-    } else {
-      kCubicRow2(to, run);
-    }
-  };
-  const int32_t driftX = line.dx - 0x8000;
-  const int32_t driftY = line.dy;
-  for (int32_t k = 0; k < count;) {
-    const int32_t px = line.x + k * line.dx;
-    const int32_t py = line.y + k * line.dy;
-    const int32_t ix = px >> 15;
-    const int32_t iy = py >> 15;
-    const int32_t n = sameCell(py & 0x7fff, driftY, sameCell(px & 0x7fff, driftX, std::min(kRun, count - k)));
-    SampleRun run;
-    run.fx = static_cast<uint16_t>(px & 0x7fff);
-    run.fy = static_cast<uint16_t>(py & 0x7fff);
-    run.dx = static_cast<uint16_t>(driftX);
-    run.dy = static_cast<uint16_t>(driftY);
-    // Whole runs where the picture has the bytes: what is too much is written again by the next run.
-    if (ix >= 1 && ix + kRun + 2 <= plane.width && iy >= 1 && iy + 2 < plane.height) {
-      for (int32_t i = 0; i < 4; ++i) run.rows[i] = imageRow(&plane, iy - 1 + i) + (ix - 1) * Channels;
-      sample(out + k * Channels, run);
-    } else {
-      uint8_t rows[4][kItems + 3 * Channels] = {};
-      for (int32_t i = 0; i < 4; ++i) {
-        const uint8_t* from = imageRow(&plane, clampInt(iy - 1 + i, 0, plane.height - 1));
-        for (int32_t x = 0; x < n + 3; ++x) {
-          std::memcpy(rows[i] + x * Channels, from + clampInt(ix - 1 + x, 0, plane.width - 1) * Channels, Channels);
-        }
-        run.rows[i] = rows[i];
+  for (int32_t begin = 0; begin < count; begin += cell) {
+    const int32_t i = begin / cell;
+    const int32_t end = std::min(begin + cell, count);
+    const int32_t stepX = row.step[2 * i];
+    const int32_t stepY = row.step[2 * i + 1];
+    const int32_t driftX = stepX - 0x8000;
+    for (int32_t k = begin; k < end;) {
+      const int32_t px = row.at[2 * i] + (k - begin) * stepX;
+      const int32_t py = row.at[2 * i + 1] + (k - begin) * stepY;
+      const int32_t ix = px >> 15;
+      const int32_t iy = py >> 15;
+      SampleRun run;
+      run.fx = static_cast<uint16_t>(px & 0x7fff);
+      run.fy = static_cast<uint16_t>(py & 0x7fff);
+      run.dx = static_cast<uint16_t>(driftX);
+      run.dy = static_cast<uint16_t>(stepY);
+      int32_t n = std::min(kRun, end - k);
+      // Most often the run's last sample lies in the same pixel row, as far from its first as it would unscaled.
+      if ((((run.fx + (n - 1) * driftX) | (run.fy + (n - 1) * stepY)) & ~0x7fff) != 0) {
+        n = sameCell(run.fy, stepY, sameCell(run.fx, driftX, n));
       }
-      sample(out + k * Channels, run);
+      uint8_t copy[4][kItems + 3 * Channels + 32];
+      // Whole runs where the picture has the bytes: what is too much is written again by the next run.
+      if (ix >= 1 && ix + kRun + 2 <= plane.width && iy >= 1 && iy + 2 < plane.height) {
+        const uint8_t* from = plane.plane0 + ptrdiff_t{iy - 1} * plane.pitch0 + (ix - 1) * Channels;
+        for (int32_t j = 0; j < 4; ++j) run.rows[j] = from + ptrdiff_t{j} * plane.pitch0;
+      } else {
+        copyInside<Channels>(copy, plane, ix - 1, iy - 1, n + 3);
+        for (int32_t j = 0; j < 4; ++j) run.rows[j] = copy[j];
+      }
+      cubicRow<Channels>(out + k * Channels, run);
+      k += n;
     }
-    k += n;
+  }
+}
+constexpr CpuRow<sampleCells<1>> kSampleCells1;
+constexpr CpuRow<sampleCells<2>> kSampleCells2;
+
+void sampleLines(int16_t* out, const Image& image, const MeshRow& row, int32_t cell, int32_t count) {
+  if (image.format == IMAGE_UINT88) {
+    kSampleCells2(out, image, row, cell, count);
+  } else {
+    kSampleCells1(out, image, row, cell, count);
+  }
+}
+
+// A row of the result, of count samples: lumaLines or chromaLines.
+template <auto Lines, int32_t Cell>
+void sampleWholeRow(int16_t* out, const Image& image, const Mesh& mesh, int32_t y, int32_t count) {
+  constexpr int32_t kMost = kMeshRowCells * Cell;
+  const int32_t channels = image.format == IMAGE_UINT88 ? 2 : 1;
+  for (int32_t begin = 0; begin < count; begin += kMost) {
+    const int32_t here = std::min(kMost, count - begin);
+    MeshRow row;
+    Lines(&row, mesh, begin / Cell, (here + Cell - 1) / Cell, y);
+    sampleLines(out + begin * channels, image, row, Cell, here);
   }
 }
 
 }  // namespace
 
 void sampleRow(int16_t* out, const Image& image, const Mesh& mesh, int32_t y, int32_t width) {
-  const bool pairs = image.format == IMAGE_UINT88;
-  for (int32_t i = 0; i * kMeshStep < width; ++i) {
-    const int32_t at = i * kMeshStep;
-    const int32_t count = std::min(kMeshStep, width - at);
-    if (pairs) {
-      samplePiece<2>(out + 2 * at, image, lumaLine(mesh, i, y), count);
-    } else {
-      samplePiece<1>(out + at, image, lumaLine(mesh, i, y), count);
-    }
-  }
+  sampleWholeRow<lumaLines, kMeshStep>(out, image, mesh, y, width);
 }
 
 void sampleChroma(int16_t* out, const Image& pairs, const Mesh& mesh, int32_t y, int32_t width) {
-  constexpr int32_t kStep = kMeshStep / 2;
-  for (int32_t i = 0; i * kStep < width; ++i) {
-    const int32_t at = i * kStep;
-    samplePiece<2>(out + 2 * at, pairs, chromaLine(mesh, i, y), std::min(kStep, width - at));
-  }
+  sampleWholeRow<chromaLines, kMeshStep / 2>(out, pairs, mesh, y, width);
 }
 
 void sampleWindowRow(int16_t* out, const Image& image, const Mesh& mesh, int32_t x, int32_t y, int32_t count,
                      bool chroma) {
   const int32_t step = chroma ? kMeshStep / 2 : kMeshStep;
   const int32_t i = x / step;
-  MeshLine line = chroma ? chromaLine(mesh, i, y) : lumaLine(mesh, i, y);
-  line.x += (x - i * step) * line.dx;
-  line.y += (x - i * step) * line.dy;
-  if (image.format == IMAGE_UINT88) {
-    samplePiece<2>(out, image, line, count);
-  } else {
-    samplePiece<1>(out, image, line, count);
-  }
+  MeshRow row;
+  (chroma ? chromaLines : lumaLines)(&row, mesh, i, 1, y);
+  for (int32_t k = 0; k < 2; ++k) row.at[k] += (x - i * step) * row.step[k];
+  sampleLines(out, image, row, step, count);
 }
 
 }  // namespace fine

@@ -4,9 +4,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/cpu_level.h"
 #include "base/integer.h"
 #include "base/raw_double.h"
 #include "base/scoped.h"
+#include "fine/lanes.h"
 #include "parallel/pel_rows.h"
 
 namespace fine {
@@ -37,29 +39,48 @@ struct Laid {
   Byte* covered;  // 255 inside the frame
 };
 
+ALWAYS_INLINE void coverBody(Byte* __restrict to, const MeshNode& from, const MeshNode& step, const MeshNode& end,
+                             int32_t count) {
+  for (int32_t k = 0; k < count; ++k) {
+    const int32_t px = from.x + k * step.x;
+    const int32_t py = from.y + k * step.y;
+    to[k] = px >= 0x8000 && py >= 0x8000 && px < end.x && py < end.y ? 255 : 0;
+  }
+}
+constexpr CpuRow<coverBody> kCover;
+
 void coverRow(Byte* out, const Mesh& mesh, int32_t y, int32_t width, int32_t height) {
-  for (int32_t i = 0; i * kMeshStep < width; ++i) {
-    const MeshLine line = lumaLine(mesh, i, y);
-    const int32_t count = std::min(kMeshStep, width - i * kMeshStep);
-    Byte* __restrict to = out + i * kMeshStep;
-    const int32_t right = (width - 2) << 15;
-    const int32_t bottom = (height - 2) << 15;
-    for (int32_t k = 0; k < count; ++k) {
-      const int32_t px = line.x + k * line.dx;
-      const int32_t py = line.y + k * line.dy;
-      to[k] = px >= 0x8000 && py >= 0x8000 && px < right && py < bottom ? 255 : 0;
+  const MeshNode end = {(width - 2) << 15, (height - 2) << 15};
+  const int32_t cells = mesh.across - 1;
+  for (int32_t i = 0; i < cells; i += kMeshRowCells) {
+    const int32_t here = std::min(kMeshRowCells, cells - i);
+    MeshRow row;
+    lumaLines(&row, mesh, i, here, y);
+    for (int32_t k = 0; k < here; ++k) {
+      const int32_t x = (i + k) * kMeshStep;
+      kCover(out + x, {row.at[2 * k], row.at[2 * k + 1]}, {row.step[2 * k], row.step[2 * k + 1]}, end,
+             std::min(kMeshStep, width - x));
     }
   }
 }
 
-// What base and frame show in a square of kDriftSide pixels of the map: sums, in 1/64 levels about 128.
-struct DriftSquare {
-  int32_t base[3];
-  int32_t frame[3];
+// What base and frame show in squares of kDriftSide pixels of the map, in levels about 128: per channel the frame's
+// mean and what the base's is more, both exact. Filled up to whole groups by squares that lie far off every line.
+struct DriftSquares {
+  int32_t count;
+  float* x[3];
+  float* change[3];
 };
+constexpr int32_t kGroup = 32;
+constexpr float kFarOff = 1e9f;
 
-// Squares that lie within the frame, on a grid of at most kMostDriftSquares. Returns how many.
-int32_t collectSquares(DriftSquare* squares, const Laid& laid) {
+constexpr int32_t wholeGroups(int32_t count) {
+  return (count + kGroup - 1) / kGroup * kGroup;
+}
+
+// Squares that lie within the frame, on a grid of at most kMostDriftSquares.
+void collectSquares(DriftSquares* squares, const Laid& laid) {
+  constexpr float kUnit = 1.0f / (64 * kDriftSide * kDriftSide);
   int32_t step = kDriftSide;
   while ((laid.width / step) * (laid.height / step) > kMostDriftSquares) ++step;
   int32_t count = 0;
@@ -71,25 +92,33 @@ int32_t collectSquares(DriftSquare* squares, const Laid& laid) {
            laid.covered[last + kDriftSide - 1]) == 0) {
         continue;
       }
-      DriftSquare& square = squares[count++];
-      square = {};
+      int32_t base[3] = {}, frame[3] = {};
       for (int32_t j = 0; j < kDriftSide; ++j) {
         const Byte* luma = imageRow(laid.in->base->luma, y + j) + x;
         const Byte* colour = imageRow(laid.in->base->colour, y + j) + 2 * x;
         const int16_t* s = laid.luma + first + j * laid.width;
         const int16_t* pairs = laid.pairs + 2 * (first + j * laid.width);
         for (int32_t i = 0; i < kDriftSide; ++i) {
-          square.base[0] += (luma[i] - 128) * 64;
-          square.base[1] += (colour[2 * i] - 128) * 64;
-          square.base[2] += (colour[2 * i + 1] - 128) * 64;
-          square.frame[0] += s[i];
-          square.frame[1] += pairs[2 * i];
-          square.frame[2] += pairs[2 * i + 1];
+          base[0] += (luma[i] - 128) * 64;
+          base[1] += (colour[2 * i] - 128) * 64;
+          base[2] += (colour[2 * i + 1] - 128) * 64;
+          frame[0] += s[i];
+          frame[1] += pairs[2 * i];
+          frame[2] += pairs[2 * i + 1];
         }
       }
+      for (int32_t channel = 0; channel < 3; ++channel) {
+        squares->x[channel][count] = static_cast<float>(frame[channel]) * kUnit;
+        squares->change[channel][count] = static_cast<float>(base[channel] - frame[channel]) * kUnit;
+      }
+      ++count;
     }
   }
-  return count;
+  squares->count = count;
+  for (int32_t channel = 0; channel < 3; ++channel) {
+    std::fill(squares->x[channel] + count, squares->x[channel] + wholeGroups(count), 0.0f);
+    std::fill(squares->change[channel] + count, squares->change[channel] + wholeGroups(count), kFarOff);
+  }
 }
 
 // A line change = gain x + offset of a channel, in levels.
@@ -104,63 +133,88 @@ struct LineStep {
   bool bends;    // false: the gain stays
 };
 
-constexpr double kSquareUnit = 1.0 / (64 * kDriftSide * kDriftSide);
+// Moments under the weights of a line's errors, and squares within `near` of it.
+struct LineSums {
+  double n, x, y, xx, xy;
+  double agreeing;
+};
 
-double lineError(const DriftLine& line, const DriftSquare& square, int32_t channel) {
-  const double x = square.frame[channel] * kSquareUnit;
-  const double e = square.base[channel] * kSquareUnit - x - line.gain * x - line.offset;
-  return e < 0 ? -e : e;
+// Groups of kGroup sums each, so that the order of the sums is the same for every width of the vectors; in stages,
+// since vectors are made of simple loops, and of no branches.
+ALWAYS_INLINE void lineBody(LineSums* out, const float* __restrict xs, const float* __restrict changes, int32_t count,
+                            const DriftLine& line, double limit, double near) {
+  const double gain = line.gain;
+  const double offset = line.offset;
+  double n[kGroup] = {}, sx[kGroup] = {}, sy[kGroup] = {}, sxx[kGroup] = {}, sxy[kGroup] = {}, agreeing[kGroup] = {};
+  for (int32_t begin = 0; begin < count; begin += kGroup) {
+    double x[kGroup], change[kGroup], size[kGroup], w[kGroup];
+    for (int32_t k = 0; k < kGroup; ++k) x[k] = static_cast<double>(xs[begin + k]);
+    for (int32_t k = 0; k < kGroup; ++k) change[k] = static_cast<double>(changes[begin + k]);
+    for (int32_t k = 0; k < kGroup; ++k) {
+      const double e = change[k] - gain * x[k] - offset;
+      size[k] = e < 0 ? -e : e;
+    }
+    for (int32_t k = 0; k < kGroup; ++k) {
+      const double fading = limit / size[k];
+      w[k] = fading < 1.0 ? fading : 1.0;
+    }
+    for (int32_t k = 0; k < kGroup; ++k) w[k] = size[k] > 3 * limit ? 0.0 : w[k];
+    for (int32_t k = 0; k < kGroup; ++k) agreeing[k] += size[k] < near ? 1.0 : 0.0;
+    for (int32_t k = 0; k < kGroup; ++k) {
+      n[k] += w[k];
+      sx[k] += w[k] * x[k];
+      sy[k] += w[k] * change[k];
+      sxx[k] += w[k] * x[k] * x[k];
+      sxy[k] += w[k] * x[k] * change[k];
+    }
+  }
+  const auto sum = [](const double* v) {
+    double total = 0.0;
+    for (int32_t k = 0; k < kGroup; ++k) total += v[k];
+    return total;
+  };
+  *out = {sum(n), sum(sx), sum(sy), sum(sxx), sum(sxy), sum(agreeing)};
 }
+constexpr CpuRow<lineBody> kLineSums;
 
 // Fits anew by weights of the errors so far. Noise of x, which would flatten the line, is taken out of the moments.
 // usual: the gain where the squares have no range.
-void refit(DriftLine* line, const DriftSquare* squares, int32_t count, int32_t channel, double usual, double variance,
+void refit(DriftLine* line, const DriftSquares& squares, int32_t channel, double usual, double variance,
            const LineStep& step) {
   // In squared levels; where colours spread no further than their noise, that tells no gain.
   const double prior = 4.0 + 2.0 * variance;
   // Cutting into the noise would bend its moments.
   const double limit = std::max(step.limit, 2.5 * (variance > 0.0 ? RawDouble_sqrt(2.0 * variance) : 0.0));
-  double n = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
-  for (int32_t i = 0; i < count; ++i) {
-    const double size = lineError(*line, squares[i], channel);
-    if (size > 3 * limit) continue;
-    const double x = squares[i].frame[channel] * kSquareUnit;
-    const double change = squares[i].base[channel] * kSquareUnit - x;
-    const double w = size < limit ? 1.0 : limit / size;
-    n += w;
-    sx += w * x;
-    sy += w * change;
-    sxx += w * x * x;
-    sxy += w * x * change;
-  }
-  line->known = line->known && n >= kLeastDriftSquares;
+  LineSums s;
+  kLineSums(&s, squares.x[channel], squares.change[channel], squares.count, *line, limit, 0.0);
+  line->known = line->known && s.n >= kLeastDriftSquares;
   if (!line->known) return;
   if (step.bends) {
-    const double spread = sxx - sx * sx / n - n * variance;
-    const double common = sxy - sx * sy / n + n * variance;
-    line->gain = (common + n * prior * usual) / ((spread > 0.0 ? spread : 0.0) + n * prior);
+    const double spread = s.xx - s.x * s.x / s.n - s.n * variance;
+    const double common = s.xy - s.x * s.y / s.n + s.n * variance;
+    line->gain = (common + s.n * prior * usual) / ((spread > 0.0 ? spread : 0.0) + s.n * prior);
   }
-  line->offset = (sy - line->gain * sx) / n;
+  line->offset = (s.y - line->gain * s.x) / s.n;
 }
 
 // The line that most squares agree to. What moved may be far from the rest in brightness or colour and bend a fit that
 // begins with wide limits; a fit that keeps the usual gain until the limits are narrow leaves it out, but does not find
 // a strong drift: so both are made, and the second has to be clearly better.
-DriftLine fitLine(const DriftSquare* squares, int32_t count, int32_t channel, double usual, double variance) {
+DriftLine fitLine(const DriftSquares& squares, int32_t channel, double usual, double variance) {
   constexpr int32_t kSteps = 5;
   constexpr LineStep kFits[2][kSteps] = {{{40.0, false}, {8.0, false}, {2.0, false}, {2.0, true}, {1.5, true}},
                                          {{40.0, true}, {12.0, true}, {5.0, true}, {3.0, true}, {3.0, true}}};
   const double near = 0.3 + 3.0 * (variance > 0.0 ? RawDouble_sqrt(variance) : 0.0);
   DriftLine best = {usual, 0.0, false};
-  int32_t most = -1;
+  double most = -1.0;
   for (const auto& fit : kFits) {
     DriftLine line = {usual, 0.0, true};
-    for (const LineStep& step : fit) refit(&line, squares, count, channel, usual, variance, step);
+    for (const LineStep& step : fit) refit(&line, squares, channel, usual, variance, step);
     if (!line.known) continue;
-    int32_t agreeing = 0;
-    for (int32_t i = 0; i < count; ++i) agreeing += lineError(line, squares[i], channel) < near ? 1 : 0;
-    if (agreeing > most + (most >= 0 ? count / 20 : 0)) {
-      most = agreeing;
+    LineSums s;
+    kLineSums(&s, squares.x[channel], squares.change[channel], squares.count, line, 1.0, near);
+    if (s.agreeing > most + (most >= 0.0 ? squares.count / 20 : 0)) {
+      most = s.agreeing;
       best = line;
     }
   }
@@ -168,12 +222,16 @@ DriftLine fitLine(const DriftSquare* squares, int32_t count, int32_t channel, do
 }
 
 // Chroma takes the gain of luma unless it shows another one.
-void fitDrift(Drift* drift, const Laid& laid, DriftSquare* squares) {
-  const int32_t count = collectSquares(squares, laid);
+void fitDrift(Drift* drift, const Laid& laid, float* scratch) {
+  constexpr int32_t kRoom = wholeGroups(kMostDriftSquares);
+  DriftSquares squares = {0,
+                          {scratch, scratch + kRoom, scratch + 2 * kRoom},
+                          {scratch + 3 * kRoom, scratch + 4 * kRoom, scratch + 5 * kRoom}};
+  collectSquares(&squares, laid);
   double usual = 0.0;
   for (int32_t channel = 0; channel < 3; ++channel) {
     const DriftLine line =
-        fitLine(squares, count, channel, usual, laid.in->base->noise[channel] * kFrameKept / (kDriftSide * kDriftSide));
+        fitLine(squares, channel, usual, laid.in->base->noise[channel] * kFrameKept / (kDriftSide * kDriftSide));
     const double gain = std::clamp(line.gain, -0.3, 0.3);
     const double offset = std::clamp(line.offset, -40.0, 40.0);
     drift->gain[channel] = static_cast<int16_t>(RawDouble_floor(gain * 32768.0 + 0.5));
@@ -282,45 +340,77 @@ void prepareLeaning(const PrepareJob& job, int32_t begin, int32_t end) {
   }
 }
 
-int16_t corrected(int16_t s, int16_t gain, int16_t offset) {
-  return static_cast<int16_t>(s + static_cast<int16_t>((((int32_t{s} * gain) >> 14) + 1) >> 1) + offset);
-}
-
 // Lines of a row: mean of the three ratios, and for each channel difference x certainty.
 enum Line : int32_t { RATIO, LEANING, kLines = LEANING + 3 };
+
+// Of a frame's sample, its drift undone, to a byte of the base: 1/64 levels.
+ALWAYS_INLINE int16_t difference(int16_t s, Byte base, int16_t gain, int16_t offset) {
+  return static_cast<int16_t>(s + mulRound(s, gain) + offset - (base - 128) * 64);
+}
+
+struct CompareRow {
+  float* out[kLines];
+  const float* certainty[3];
+  const int16_t* luma;  // of the frame
+  const int16_t* pairs;
+  const Byte* baseLuma;
+  const Byte* baseColour;
+  const Byte* covered;
+  int32_t width;
+};
+
+ALWAYS_INLINE void compareBody(const CompareRow& row, const Drift& drift) {
+  // In pieces over arrays: what is interleaved comes apart, and the lanes of 16 bits stay such.
+  constexpr int32_t kPiece = 64;
+  for (int32_t begin = 0; begin < row.width; begin += kPiece) {
+    const int32_t count = std::min(kPiece, row.width - begin);
+    alignas(64) int16_t d[3][kPiece];
+    alignas(64) float inside[kPiece], sum[kPiece];
+    {
+      const int16_t* __restrict s = row.luma + begin;
+      const Byte* __restrict from = row.baseLuma + begin;
+      for (int32_t x = 0; x < count; ++x) d[0][x] = difference(s[x], from[x], drift.gain[0], drift.offset[0]);
+    }
+    const int16_t* __restrict pairs = row.pairs + 2 * begin;
+    const Byte* __restrict colour = row.baseColour + 2 * begin;
+    for (int32_t x = 0; x < count; ++x) {
+      d[1][x] = difference(pairs[2 * x], colour[2 * x], drift.gain[1], drift.offset[1]);
+      d[2][x] = difference(pairs[2 * x + 1], colour[2 * x + 1], drift.gain[2], drift.offset[2]);
+    }
+    // Beyond the frame nothing speaks for or against it.
+    const Byte* __restrict covered = row.covered + begin;
+    for (int32_t x = 0; x < count; ++x) inside[x] = static_cast<float>(covered[x]) * (1.0f / (255 * 64));
+    for (int32_t channel = 0; channel < 3; ++channel) {
+      const float* __restrict certainty = row.certainty[channel] + begin;
+      float* __restrict weighted = row.out[LEANING + channel] + begin;
+      for (int32_t x = 0; x < count; ++x) {
+        const auto v = static_cast<float>(d[channel][x]);
+        weighted[x] = v * certainty[x] * inside[x];
+        sum[x] = channel == 0 ? v * weighted[x] : sum[x] + v * weighted[x];
+      }
+    }
+    float* __restrict ratio = row.out[RATIO] + begin;
+    for (int32_t x = 0; x < count; ++x) {
+      const float all = sum[x] * (1.0f / (3 * 64)) + (1.0f - 64.0f * inside[x]);
+      ratio[x] = all < 40.0f ? all : 40.0f;  // what is far off is far off: one pixel shall not outvote 25
+    }
+  }
+}
+constexpr CpuRow<compareBody> kCompareRow;
 
 void compareRow(float* const* out, const Laid& laid, const Drift& drift, int32_t y) {
   const WeightBase& base = *laid.in->base;
   const size_t at = static_cast<size_t>(y) * static_cast<size_t>(laid.width);
-  const int16_t* __restrict s = laid.luma + at;
-  const int16_t* __restrict pairs = laid.pairs + 2 * at;
-  const Byte* __restrict luma = imageRow(base.luma, y);
-  const Byte* __restrict colour = imageRow(base.colour, y);
-  const Byte* __restrict covered = laid.covered + at;
-  const float* __restrict cy = base.certainty[0] + at;
-  const float* __restrict cu = base.certainty[1] + at;
-  const float* __restrict cv = base.certainty[2] + at;
-  float* __restrict ratio = out[RATIO];
-  float* __restrict ly = out[LEANING];
-  float* __restrict lu = out[LEANING + 1];
-  float* __restrict lv = out[LEANING + 2];
-  for (int32_t x = 0; x < laid.width; ++x) {
-    const auto dy = static_cast<float>(corrected(s[x], drift.gain[0], drift.offset[0]) - (luma[x] - 128) * 64);
-    const auto du =
-        static_cast<float>(corrected(pairs[2 * x], drift.gain[1], drift.offset[1]) - (colour[2 * x] - 128) * 64);
-    const auto dv = static_cast<float>(corrected(pairs[2 * x + 1], drift.gain[2], drift.offset[2]) -
-                                       (colour[2 * x + 1] - 128) * 64);
-    // Beyond the frame nothing speaks for or against it.
-    const float inside = static_cast<float>(covered[x]) * (1.0f / (255 * 64));
-    const float y1 = dy * cy[x] * inside;
-    const float u1 = du * cu[x] * inside;
-    const float v1 = dv * cv[x] * inside;
-    const float sum = (dy * y1 + du * u1 + dv * v1) * (1.0f / (3 * 64)) + (1.0f - 64.0f * inside);
-    ratio[x] = sum < 40.0f ? sum : 40.0f;  // what is far off is far off: one pixel shall not outvote 25
-    ly[x] = y1;
-    lu[x] = u1;
-    lv[x] = v1;
-  }
+  CompareRow row = {{},
+                    {base.certainty[0] + at, base.certainty[1] + at, base.certainty[2] + at},
+                    laid.luma + at,
+                    laid.pairs + 2 * at,
+                    imageRow(base.luma, y),
+                    imageRow(base.colour, y),
+                    laid.covered + at,
+                    laid.width};
+  std::copy(out, out + kLines, row.out);
+  kCompareRow(row, drift);
 }
 
 // Rows j - radius to j + radius round a row, edges repeated.
@@ -335,13 +425,13 @@ struct Rows {
 
 // Repeats both ends of a line that has room for two items on each side.
 template <typename T>
-void padLine(T* line, int32_t width) {
+ALWAYS_INLINE void padLine(T* line, int32_t width) {
   line[-2] = line[-1] = line[0];
   line[width] = line[width + 1] = line[width - 1];
 }
 
 // Sums over 5x5, edges repeated. line: room for two items on each side.
-void boxRow(float* __restrict out, const Rows<float, 2>& r, float* __restrict line, int32_t width) {
+ALWAYS_INLINE void boxBody(float* __restrict out, const Rows<float, 2>& r, float* __restrict line, int32_t width) {
   const float* __restrict a = r.row[0];
   const float* __restrict b = r.row[1];
   const float* __restrict c = r.row[2];
@@ -351,6 +441,7 @@ void boxRow(float* __restrict out, const Rows<float, 2>& r, float* __restrict li
   padLine(line, width);
   for (int32_t x = 0; x < width; ++x) out[x] = line[x - 2] + line[x - 1] + line[x] + line[x + 1] + line[x + 2];
 }
+constexpr CpuRow<boxBody> kBoxRow;
 
 struct Limits {
   float far;  // mean ratio of weight zero
@@ -360,8 +451,8 @@ struct Limits {
 };
 
 // The weight of a row from the sums of its lines: the lesser of what both tests say.
-void weightRow(Byte* __restrict out, const float* const* sums, const WeightBase& base, const Byte* __restrict covered,
-               int32_t y, int32_t width, const Limits& limits) {
+ALWAYS_INLINE void weightBody(Byte* __restrict out, const float* const* sums, const WeightBase& base,
+                              const Byte* __restrict covered, int32_t y, int32_t width, const Limits& limits) {
   const size_t at = static_cast<size_t>(y) * static_cast<size_t>(width);
   const float* __restrict ratio = sums[RATIO];
   const float* __restrict ly = sums[LEANING];
@@ -383,10 +474,11 @@ void weightRow(Byte* __restrict out, const float* const* sums, const WeightBase&
     out[x] = static_cast<Byte>(static_cast<int32_t>(weight)) | static_cast<Byte>(~covered[x]);
   }
 }
+constexpr CpuRow<weightBody> kWeightRow;
 
 // Least of the 3x3 neighbours, nothing beyond the frame.
-void leastRow(Byte* __restrict out, const Rows<Byte, 1>& r, Byte* __restrict line, const Byte* __restrict covered,
-              int32_t width) {
+ALWAYS_INLINE void leastBody(Byte* __restrict out, const Rows<Byte, 1>& r, Byte* __restrict line,
+                             const Byte* __restrict covered, int32_t width) {
   const Byte* __restrict a = r.row[0];
   const Byte* __restrict b = r.row[1];
   const Byte* __restrict c = r.row[2];
@@ -394,9 +486,10 @@ void leastRow(Byte* __restrict out, const Rows<Byte, 1>& r, Byte* __restrict lin
   padLine(line, width);
   for (int32_t x = 0; x < width; ++x) out[x] = std::min(std::min(line[x - 1], line[x]), line[x + 1]) & covered[x];
 }
+constexpr CpuRow<leastBody> kLeastRow;
 
 // Mean of the 3x3 neighbours, but never above the place itself: a hole of the map stays a hole.
-void softRow(Byte* __restrict out, const Rows<Byte, 1>& r, uint16_t* __restrict line, int32_t width) {
+ALWAYS_INLINE void softBody(Byte* __restrict out, const Rows<Byte, 1>& r, uint16_t* __restrict line, int32_t width) {
   const Byte* __restrict a = r.row[0];
   const Byte* __restrict b = r.row[1];
   const Byte* __restrict c = r.row[2];
@@ -408,6 +501,7 @@ void softRow(Byte* __restrict out, const Rows<Byte, 1>& r, uint16_t* __restrict 
     out[x] = std::min(static_cast<Byte>((uint32_t{sum} * 7282) >> 16), b[x]);
   }
 }
+constexpr CpuRow<softBody> kSoftRow;
 
 }  // namespace
 
@@ -455,7 +549,7 @@ Status makeWeights(Image* map, Drift* drift, float* share, Env* env, const Weigh
     coverRow(rowOf(laid.covered, y), *input.mapMesh, y, width, height);
   }
   {
-    const ScopedBlock<DriftSquare> squares(env, kMostDriftSquares);
+    const ScopedBlock<float> squares(env, 6 * wholeGroups(kMostDriftSquares));
     if (!squares) return ZELVAN_ERROR_NOMEM;
     fitDrift(drift, laid, squares.data());
   }
@@ -482,20 +576,20 @@ Status makeWeights(Image* map, Drift* drift, float* share, Env* env, const Weigh
     }
     if (y < 2) continue;
     for (int32_t i = 0; i < kLines; ++i) {
-      boxRow(sums[i], Rows<float, 2>(y - 2, height, [&](int32_t j) { return lineOf(j % 5, i); }), line, width);
+      kBoxRow(sums[i], Rows<float, 2>(y - 2, height, [&](int32_t j) { return lineOf(j % 5, i); }), line, width);
     }
-    weightRow(imageRow(map, y - 2), sums, *input.base, rowOf(laid.covered, y - 2), y - 2, width, limits);
+    kWeightRow(imageRow(map, y - 2), sums, *input.base, rowOf(laid.covered, y - 2), y - 2, width, limits);
   }
   Byte* byteLine = reinterpret_cast<Byte*>(line);
   for (int32_t y = 0; y < height; ++y) {
-    leastRow(rowOf(least.data(), y), Rows<Byte, 1>(y, height, [&](int32_t j) { return imageRow(map, j); }), byteLine,
-             rowOf(laid.covered, y), width);
+    kLeastRow(rowOf(least.data(), y), Rows<Byte, 1>(y, height, [&](int32_t j) { return imageRow(map, j); }), byteLine,
+              rowOf(laid.covered, y), width);
   }
   int64_t sum = 0;
   int64_t seen = 0;
   for (int32_t y = 0; y < height; ++y) {
-    softRow(imageRow(map, y), Rows<Byte, 1>(y, height, [&](int32_t j) { return rowOf(least.data(), j); }),
-            reinterpret_cast<uint16_t*>(line), width);
+    kSoftRow(imageRow(map, y), Rows<Byte, 1>(y, height, [&](int32_t j) { return rowOf(least.data(), j); }),
+             reinterpret_cast<uint16_t*>(line), width);
     const Byte* row = imageRow(map, y);
     const Byte* inside = rowOf(laid.covered, y);
     int32_t rowSum = 0, rowSeen = 0;

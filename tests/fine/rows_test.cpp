@@ -7,6 +7,7 @@
 
 #include "fine/dct_shrink.h"
 #include "fine/sampler.h"
+#include "fine/window.h"
 #include "support/cpu_levels.h"
 #include "support/test_arena.h"
 #include "support/test_image.h"
@@ -56,6 +57,59 @@ TEST(FineSampler, LevelsAgree) {
         });
       }
     }
+  }
+}
+
+// The sums of a window by their definition, in frames that end where its samples do, turned so that rows break.
+TEST(FineWindow, SumsAreThoseOfBilinearResiduals) {
+  std::mt19937 random(5);
+  for (int32_t round = 0; round < 600; ++round) {
+    const int32_t size = 16 + 8 * (round % 3);
+    const bool extreme = round % 2 == 0;
+    const int32_t side = size + 2 + round % 4;
+    const TestImage base(size + 2, size + 2, IMAGE_UINT8, random());
+    const TestImage frame(side, side, IMAGE_UINT8, random());
+    for (const TestImage* image : {&base, &frame}) {
+      for (int32_t y = 0; y < image->height && extreme; ++y) {
+        for (int32_t x = 0; x < image->width; ++x) image->row(0, y)[x] = image->row(0, y)[x] < 128 ? 0 : 255;
+      }
+    }
+    const int32_t most = round % 5 == 0 ? 0 : round % 5 == 1 ? 20000 : 2000;
+    const auto turn = [&] { return static_cast<int32_t>(random() % (2 * static_cast<uint32_t>(most) + 1)) - most; };
+    const int32_t step[4] = {65536 + turn(), turn(), turn(), 65536 + turn()};
+    const int32_t middle = (side - 1) * 32768;
+    const int32_t x0 = middle - (size - 1) * (step[0] + step[1]) / 2;
+    const int32_t y0 = middle - (size - 1) * (step[2] + step[3]) / 2;
+    int64_t expected[4] = {};
+    bool inside = true;
+    for (int32_t j = 0; j < size; ++j) {
+      for (int32_t i = 0; i < size; ++i) {
+        const int32_t px = x0 + i * step[0] + j * step[1];
+        const int32_t py = y0 + i * step[2] + j * step[3];
+        const int32_t x = px >> 16, y = py >> 16;
+        inside = inside && x >= 0 && y >= 0 && x < side - 1 && y < side - 1;
+        if (!inside) continue;
+        const int32_t fx = (px >> 8) & 255, fy = (py >> 8) & 255;
+        const auto across = [&](const uint8_t* row) { return (row[x] * (256 - fx) + row[x + 1] * fx) >> 4; };
+        const int32_t upper = across(frame.row(0, y)), lower = across(frame.row(0, y + 1));
+        const uint8_t* t = base.row(0, j + 1) + i + 1;
+        const int32_t r = upper + (((lower - upper) * fy) >> 8) - 16 * t[0];
+        expected[0] += r;
+        expected[1] += r * (t[1] - t[-1]);
+        expected[2] += r * (base.row(0, j + 2)[i + 1] - base.row(0, j)[i + 1]);
+        expected[3] += int64_t{r} * r;
+      }
+    }
+    if (!inside) continue;
+    test::atEveryLevel([&](CpuLevel level) {
+      Window window;
+      fillWindow(&window, base, 1, 1, size);
+      const WindowSums s = residualSums(window, frame, x0, y0, step);
+      const int64_t found[4] = {s.r, s.rx, s.ry, s.rr};
+      for (int32_t k = 0; k < 4; ++k) {
+        ASSERT_EQ(found[k], expected[k]) << cpuLevelName(level) << ", round " << round << ", sum " << k;
+      }
+    });
   }
 }
 
