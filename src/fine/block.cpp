@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "base/cpu_level.h"
 #include "base/integer.h"
 #include "base/raw_double.h"
 
@@ -19,35 +20,42 @@ constexpr double kNoiseOfResidual = 0.5;  // share of a residual that is the tem
 constexpr double kQuantisation = 0.17;    // variance of a difference of two bytes
 
 struct Gradients {
-  int64_t x = 0, y = 0, xx = 0, xy = 0, yy = 0, v = 0, vv = 0;
+  int64_t x, y, xx, xy, yy, v, vv;
 };
 
-Gradients gradientSums(const Image& image, int32_t left, int32_t top, int32_t size) {
-  Gradients total;
-  for (int32_t j = top; j < top + size; ++j) {
-    const uint8_t* row = imageRow(&image, j) + left;
-    const uint8_t* up = imageRow(&image, j - 1) + left;
-    const uint8_t* down = imageRow(&image, j + 1) + left;
+ALWAYS_INLINE void gradientBody(Gradients* __restrict total, const uint8_t* from, ptrdiff_t pitch, int32_t size) {
+  *total = {};
+  for (int32_t j = 0; j < size; ++j, from += pitch) {
+    const uint8_t* __restrict row = from;
+    const uint8_t* __restrict up = from - pitch;
+    const uint8_t* __restrict down = from + pitch;
     int32_t x = 0, y = 0, xx = 0, xy = 0, yy = 0, v = 0, vv = 0;  // at most 32 products of 255 x 255
     for (int32_t i = 0; i < size; ++i) {
-      const int32_t gx = row[i + 1] - row[i - 1];
-      const int32_t gy = down[i] - up[i];
+      const auto gx = static_cast<int16_t>(row[i + 1] - row[i - 1]);
+      const auto gy = static_cast<int16_t>(down[i] - up[i]);
+      const int16_t value = row[i];
       x += gx;
       y += gy;
       xx += gx * gx;
       xy += gx * gy;
       yy += gy * gy;
-      v += row[i];
-      vv += row[i] * row[i];
+      v += value;
+      vv += value * value;
     }
-    total.x += x;
-    total.y += y;
-    total.xx += xx;
-    total.xy += xy;
-    total.yy += yy;
-    total.v += v;
-    total.vv += vv;
+    total->x += x;
+    total->y += y;
+    total->xx += xx;
+    total->xy += xy;
+    total->yy += yy;
+    total->v += v;
+    total->vv += vv;
   }
+}
+constexpr CpuRow<gradientBody> kGradients;
+
+Gradients gradientSums(const Image& image, int32_t left, int32_t top, int32_t size) {
+  Gradients total;
+  kGradients(&total, imageRow(&image, top) + left, image.pitch0, size);
   return total;
 }
 

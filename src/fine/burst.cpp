@@ -19,7 +19,6 @@ constexpr double kSoft = 0.5;
 constexpr double kSharp = 0.9;
 constexpr int32_t kLeastStrength = 8;
 constexpr float kLeastShare = 0.08f;  // a frame that adds less is refused
-constexpr int32_t kNoisePairs = 3;
 
 // False for a frame that could not be taken in.
 bool isPresent(const FrameRecord& frame) {
@@ -283,13 +282,13 @@ Status measureNoise(Burst* burst) {
   Env* env = burst->env;
   const FrameRecord& base = burst->frames[burst->order[0]];
   const Image& map = base.pyramid.level[kMapLevel];
-  NoisePair pairs[kNoisePairs];
-  Mesh mapMeshes[kNoisePairs];
+  NoisePair pairs[kMostNoisePairs];
+  Mesh mapMeshes[kMostNoisePairs];
   const size_t mapNodes = static_cast<size_t>(meshNodes(map.width)) * static_cast<size_t>(meshNodes(map.height));
-  const ScopedBlock<MeshNode> nodes(env, kNoisePairs * mapNodes);
+  const ScopedBlock<MeshNode> nodes(env, kMostNoisePairs * mapNodes);
   if (!nodes) return ZELVAN_ERROR_NOMEM;
   int32_t count = 0;
-  for (int32_t k = 1; k < burst->ranked && count < kNoisePairs; ++k) {
+  for (int32_t k = 1; k < burst->ranked && count < kMostNoisePairs; ++k) {
     const FrameRecord& frame = burst->frames[burst->order[k]];
     if (frame.status != MERGED) continue;
     mapMeshes[count].nodes = nodes.data() + static_cast<size_t>(count) * mapNodes;
@@ -298,7 +297,7 @@ Status measureNoise(Burst* burst) {
     ++count;
   }
   if (count == 0) return estimateAlone(&burst->noise, env, base.image, base.pyramid);
-  return estimateNoise(&burst->noise, env, pairs, count);
+  return estimateNoise(&burst->noise, env, burst->pel, pairs, count);
 }
 
 // How sharp a frame is by the base, over what both show: a motion brings other things into view.
@@ -348,6 +347,17 @@ Status judgeFrames(Burst* burst) {
   return ZELVAN_OK;
 }
 
+// From the result's pixels; before it is cropped, those of the base.
+Status layMesh(Burst* burst, int32_t id, const PelContext*) {
+  FrameRecord& frame = burst->frames[id];
+  if (burst->cropped == 0) {
+    fillMesh(&frame.mesh, frame.alignment.motion, fieldOf(frame), 0, burst->width, burst->height);
+  } else {
+    fillMesh(&frame.mesh, resultMotion(*burst, id), fieldOf(frame), 0, burst->width, burst->height, &burst->crop);
+  }
+  return ZELVAN_OK;
+}
+
 // Weights of all frames, then their shares.
 Status shareOut(Burst* burst) {
   const Image& map = burst->mapLuma;
@@ -383,7 +393,7 @@ Status shareOut(Burst* burst) {
     ++count;
   }
   burst->merged = count + 1;
-  normaliseShares(shares, &burst->left, weights, strengths, count);
+  normaliseShares(burst->pel, shares, &burst->left, weights, strengths, count);
   return ZELVAN_OK;
 }
 
@@ -481,17 +491,14 @@ Status align(Burst* burst) {
       static_cast<MeshNode*>(Heap2_malloc(&env->heap, static_cast<uint32_t>(nodes * kMostFrames * sizeof(MeshNode))));
   if (burst->nodes == nullptr) return ZELVAN_ERROR_NOMEM;
   for (int32_t i = 0; i < burst->added; ++i) {
-    FrameRecord& frame = burst->frames[i];
-    frame.mesh.nodes = burst->nodes + static_cast<size_t>(i) * nodes;
-    fillMesh(&frame.mesh, frame.alignment.motion, fieldOf(frame), 0, burst->width, burst->height);
+    burst->frames[i].mesh.nodes = burst->nodes + static_cast<size_t>(i) * nodes;
   }
+  static constexpr PelKernel kMesh = pelIndexed<Burst, layMesh>();
+  if (const Status s = executeToEnd(burst->pel, &kMesh, burst, burst->added); s != ZELVAN_OK) return s;
   if (const Status s = measureNoise(burst); s != ZELVAN_OK) return s;
   if (burst->settings.scaling != 0) chooseCrop(burst);
   if (burst->cropped != 0) {
-    for (int32_t i = 0; i < burst->added; ++i) {
-      FrameRecord& frame = burst->frames[i];
-      fillMesh(&frame.mesh, resultMotion(*burst, i), fieldOf(frame), 0, burst->width, burst->height, &burst->crop);
-    }
+    if (const Status s = executeToEnd(burst->pel, &kMesh, burst, burst->added); s != ZELVAN_OK) return s;
   }
   if (const Status s = makeMapBase(burst); s != ZELVAN_OK) return s;
   return shareOut(burst);

@@ -7,6 +7,7 @@
 #include "base/scoped.h"
 #include "fine/fusion_rows.h"
 #include "parallel/pel_kernel.h"
+#include "parallel/pel_rows.h"
 
 namespace fine {
 namespace {
@@ -318,18 +319,30 @@ Status fuseStrip(FuseJob* job, int32_t index, const PelContext* context) {
   return ZELVAN_OK;
 }
 
+struct ShareJob {
+  Image* const* shares;
+  Image* left;
+  const Image* const* weights;
+  const int32_t* strengths;
+  int32_t count;
+};
+
+void shareRows(const ShareJob& job, int32_t begin, int32_t end) {
+  for (int32_t y = begin; y < end; ++y) {
+    ShareRows rows = {{}, {}, imageRow(job.left, y), job.strengths, job.count};
+    for (int32_t i = 0; i < job.count; ++i) {
+      rows.weights[i] = imageRow(job.weights[i], y);
+      rows.shares[i] = imageRow<uint16_t>(job.shares[i], y);
+    }
+    kNormalise(rows, job.left->width);
+  }
+}
+
 }  // namespace
 
-void normaliseShares(Image* const* shares, Image* left, const Image* const* weights, const int32_t* strengths,
+void normaliseShares(Pel* pel, Image* const* shares, Image* left, const Image* const* weights, const int32_t* strengths,
                      int32_t count) {
-  for (int32_t y = 0; y < left->height; ++y) {
-    ShareRows rows = {{}, {}, imageRow(left, y), strengths, count};
-    for (int32_t i = 0; i < count; ++i) {
-      rows.weights[i] = imageRow(weights[i], y);
-      rows.shares[i] = imageRow<uint16_t>(shares[i], y);
-    }
-    kNormalise(rows, left->width);
-  }
+  executeRows<ShareJob, shareRows>(pel, {shares, left, weights, strengths, count}, left->height);
 }
 
 Status fuse(const Fusion& fusion, Image* output) {

@@ -5,6 +5,7 @@
 #include "base/integer.h"
 #include "base/raw_double.h"
 #include "base/scoped.h"
+#include "parallel/pel_kernel.h"
 
 namespace fine {
 namespace {
@@ -108,7 +109,7 @@ void collectFull(Windows* out, const NoisePair& pair, int32_t most) {
       for (int32_t c = 0; c < 3; ++c) {
         window.variance[c] = static_cast<float>(sums[c].variance(kFullWindow * kFullWindow)) * scale;
       }
-      if (++out->count >= kMostWindows) return;
+      if (++out->count >= most) return;
     }
   }
 }
@@ -148,9 +149,39 @@ void collectMap(Windows* out, const NoisePair& pair, int32_t most) {
         window.variance[c] = static_cast<float>(sums[c].variance(kMapWindow * kMapWindow)) * scale;
         window.mean[c] = static_cast<float>(sums[c].sum) * (1.0f / (64 * kMapWindow * kMapWindow));
       }
-      if (++out->count >= kMostWindows) return;
+      if (++out->count >= most) return;
     }
   }
+}
+
+// Pairs beside each other, each in a part of the items of its own, then without gaps.
+struct CollectJob {
+  Window* items;
+  const NoisePair* pairs;
+  int32_t most;  // a pair
+  int32_t counts[kMostNoisePairs];
+};
+
+template <void (*Collect)(Windows*, const NoisePair&, int32_t)>
+Status collectPair(CollectJob* job, int32_t i, const PelContext*) {
+  Windows own = {job->items + static_cast<ptrdiff_t>(i) * job->most, 0};
+  Collect(&own, job->pairs[i], job->most);
+  job->counts[i] = own.count;
+  return ZELVAN_OK;
+}
+
+template <void (*Collect)(Windows*, const NoisePair&, int32_t)>
+Status collect(Windows* windows, Pel* pel, const NoisePair* pairs, int32_t count) {
+  windows->count = 0;
+  CollectJob job = {windows->items, pairs, kMostWindows / count, {}};
+  static constexpr PelKernel kKernel = pelIndexed<CollectJob, collectPair<Collect>>();
+  if (const Status s = executeToEnd(pel, &kKernel, &job, count); s != ZELVAN_OK) return s;
+  for (int32_t i = 0; i < count; ++i) {
+    const Window* own = windows->items + static_cast<ptrdiff_t>(i) * job.most;
+    if (i > 0) std::copy(own, own + job.counts[i], windows->items + windows->count);
+    windows->count += job.counts[i];
+  }
+  return ZELVAN_OK;
 }
 
 }  // namespace
@@ -165,16 +196,16 @@ double noiseColour(const Noise& noise, int32_t channel) {
   return full > 0.0 ? std::max(1.0, area * map / full) : 1.0;
 }
 
-Status estimateNoise(Noise* noise, Env* env, const NoisePair* pairs, int32_t count) {
+Status estimateNoise(Noise* noise, Env* env, Pel* pel, const NoisePair* pairs, int32_t count) {
   *noise = {};
   const ScopedBlock<Window> items(env, kMostWindows);
   const ScopedBlock<float> scratch(env, kMostWindows);
   if (!items || !scratch) return ZELVAN_ERROR_NOMEM;
   Windows windows = {items.data(), 0};
-  for (int32_t i = 0; i < count; ++i) collectFull(&windows, pairs[i], kMostWindows / count);
+  if (const Status s = collect<collectFull>(&windows, pel, pairs, count); s != ZELVAN_OK) return s;
   keepFlattest(&windows, kFlattest, scratch.data());
   NoiseCurve alone = {};
-  if (count > 0) {
+  {
     ScopedImage luma(env);
     Image_initSubImageY(&luma, pairs[0].base, 0, 0, pairs[0].base->width, pairs[0].base->height);
     if (const Status s = estimateCurve(&alone, env, luma); s != ZELVAN_OK) return s;
@@ -184,8 +215,7 @@ Status estimateNoise(Noise* noise, Env* env, const NoisePair* pairs, int32_t cou
     boundCurve(&noise->full[c], alone, windows, scratch.data());
     noise->level[c] = typicalLevel(noise->full[c], windows);
   }
-  windows.count = 0;
-  for (int32_t i = 0; i < count; ++i) collectMap(&windows, pairs[i], kMostWindows / count);
+  if (const Status s = collect<collectMap>(&windows, pel, pairs, count); s != ZELVAN_OK) return s;
   keepFlattest(&windows, kFlattest, scratch.data());
   for (int32_t c = 0; c < 3; ++c) {
     fitCurve(&noise->map[c], windows, c, 0.5, kMapRatio, scratch.data());

@@ -39,8 +39,10 @@ struct NoisePair {
 // How much more of a channel's variance level kMapLevel keeps than it would of white noise: 1 and more.
 double noiseColour(const Noise& noise, int32_t channel);
 
-// ZELVAN_ERROR_NOMEM. count 0: the curves of estimateAlone.
-Status estimateNoise(Noise* noise, Env* env, const NoisePair* pairs, int32_t count);
+inline constexpr int32_t kMostNoisePairs = 3;
+
+// ZELVAN_ERROR_NOMEM. count: 1 to kMostNoisePairs.
+Status estimateNoise(Noise* noise, Env* env, Pel* pel, const NoisePair* pairs, int32_t count);
 // Of one frame: from the flattest windows of its luma and chroma, after the local mean. Texture everywhere counts as
 // noise.
 Status estimateAlone(Noise* noise, Env* env, const Image& frame, const Pyramid& pyramid);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/cpu_level.h"
 #include "base/integer.h"
 #include "base/scoped.h"
 #include "fine/noise_curve.h"
@@ -20,30 +21,49 @@ int32_t fixed(double energy) {
   return v <= 0.0 ? 0 : v >= 2147483647.0 ? INT32_MAX : truncToInt32(v);
 }
 
-// Energy and brightness of a window of side x side, side a multiple of kStrip.
-NoiseWindow measure(const Image& image, int32_t left, int32_t top, int32_t side) {
-  int64_t energy = 0;
-  int64_t brightness = 0;
-  for (int32_t y = top; y < top + side; ++y) {
-    const uint8_t* row = imageRow(&image, y) + left;
-    const uint8_t* next = imageRow(&image, y + 1) + left;
-    for (int32_t x = 0; x < side; x += kStrip) {
-      int32_t sum = 0, light = 0;
-      for (int32_t i = x; i < x + kStrip; ++i) {
-        const int32_t dx = row[i + 1] - row[i];
-        const int32_t dy = next[i] - row[i];
-        sum += dx * dx + dy * dy;
-        light += row[i];
-      }
-      energy += sum;
-      brightness += light;
+// Sums down the columns of a row of windows, so that vectors need no sum across.
+struct Columns {
+  static constexpr int32_t kMost = 256;
+  int32_t count;
+  alignas(64) int32_t energy[kMost];
+  alignas(64) int32_t light[kMost];
+};
+
+ALWAYS_INLINE void addRows(Columns* __restrict columns, const uint8_t* from, ptrdiff_t pitch, int32_t rows) {
+  for (int32_t x = 0; x < Columns::kMost; ++x) columns->energy[x] = columns->light[x] = 0;
+  for (int32_t y = 0; y < rows; ++y, from += pitch) {
+    const uint8_t* __restrict row = from;
+    const uint8_t* __restrict next = from + pitch;
+    for (int32_t x = 0; x < columns->count; ++x) {
+      const auto dx = static_cast<int16_t>(row[x + 1] - row[x]);
+      const auto dy = static_cast<int16_t>(next[x] - row[x]);
+      columns->energy[x] += dx * dx + dy * dy;
+      columns->light[x] += row[x];
     }
   }
-  const int32_t area = side * side;
-  NoiseWindow window = {};
-  window.luma = static_cast<uint8_t>(brightness / area);
-  window.variance[0] = static_cast<float>(static_cast<double>(energy) / area);
-  return window;
+}
+constexpr CpuRow<addRows> kAddRows;
+
+// Energy and brightness of windows of side x side beside each other.
+void measureRow(NoiseWindow* out, const Image& image, int32_t left, int32_t top, int32_t side, int32_t count) {
+  const int32_t together = Columns::kMost / side;
+  for (int32_t first = 0; first < count; first += together) {
+    const int32_t here = std::min(together, count - first);
+    Columns columns;
+    columns.count = here * side;
+    kAddRows(&columns, imageRow(&image, top) + left + first * side, image.pitch0, side);
+    for (int32_t i = 0; i < here; ++i) {
+      int64_t energy = 0, light = 0;
+      for (int32_t x = i * side; x < (i + 1) * side; ++x) {
+        energy += columns.energy[x];
+        light += columns.light[x];
+      }
+      NoiseWindow window = {};
+      window.luma = static_cast<uint8_t>(light / (side * side));
+      window.variance[0] = static_cast<float>(static_cast<double>(energy) / (side * side));
+      out[first + i] = window;
+    }
+  }
 }
 
 }  // namespace
@@ -65,9 +85,8 @@ Status measureSharpness(Sharpness* sharpness, Env* env, const Pyramid& pyramid, 
   if (!items || !scratch) return ZELVAN_ERROR_NOMEM;
   NoiseWindows windows = {items.data(), 0};
   for (int32_t j = 0; j < down; ++j) {
-    for (int32_t i = 0; i < across; ++i) {
-      windows.items[windows.count++] = measure(half, left + i * side, top + j * side, side);
-    }
+    measureRow(windows.items + windows.count, half, left, top + j * side, side, across);
+    windows.count += across;
   }
   NoiseCurve noise = {};
   fitCurve(&noise, windows, 0, kQuantile, 1.0 - kSpread / side, scratch.data());

@@ -12,7 +12,7 @@ Noise estimate(Env* env, const FrameOptions& base, FrameOptions other) {
   const TestMeshes meshes(-other.dx);
   const fine::NoisePair pair = {&a, &b, &a.pyramid, &b.pyramid, &meshes.full, &meshes.map};
   Noise noise;
-  EXPECT_EQ(fine::estimateNoise(&noise, env, &pair, 1), ZELVAN_OK);
+  EXPECT_EQ(fine::estimateNoise(&noise, env, nullptr, &pair, 1), ZELVAN_OK);
   return noise;
 }
 
