@@ -14,7 +14,7 @@
 namespace tool {
 namespace {
 
-enum class Kind { kJpeg, kPng, kHeif, kTiff, kY4m, kRaw };
+enum class Kind { kJpeg, kPng, kHeif, kTiff, kCameraRaw, kY4m, kRaw };
 
 struct Ending {
   Kind kind;
@@ -50,11 +50,13 @@ Kind kindOf(const std::string& path, const FileBytes& file) {
   if (isJpeg(bytes)) return Kind::kJpeg;
   if (isPng(bytes)) return Kind::kPng;
   if (isHeif(bytes)) return Kind::kHeif;
+  if (isCameraRaw(path, bytes)) return Kind::kCameraRaw;
   if (isTiff(bytes)) return Kind::kTiff;
   if (isY4m(bytes)) return Kind::kY4m;
   if (bytes.empty()) throw Error(displayName(path), "is empty");
   if (named && found->second.kind == Kind::kRaw) throw Error(path, "raw pixels: the size must be told (--size WxH)");
-  throw Error(displayName(path), "not a JPEG, PNG, TIFF, HEIC, AVIF or Y4M file (raw pixels need --size and --format)");
+  throw Error(displayName(path),
+              "not a JPEG, PNG, TIFF, HEIC, AVIF, camera's raw or Y4M file (bare pixels need --size and --format)");
 }
 
 RawLayout layoutFor(const std::string& path, const RawLayout& raw) {
@@ -86,6 +88,9 @@ Decoder openImage(const std::string& path, const std::optional<RawLayout>& raw, 
       break;
     case Kind::kHeif:
       decoder = openHeif(name, std::move(bytes));
+      break;
+    case Kind::kCameraRaw:
+      decoder = openCameraRaw(name, std::move(bytes));
       break;
     case Kind::kTiff:
       decoder = openTiff(name, std::move(bytes));

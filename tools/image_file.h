@@ -1,4 +1,5 @@
-// Pictures from and to files: JPEG, PNG, raw 4:2:0 and 4:2:2, and Y4M streams; from HEIC, AVIF and TIFF files, too.
+// Pictures from and to files: JPEG, PNG, raw 4:2:0 and 4:2:2, and Y4M streams; from HEIC, AVIF, TIFF and cameras' raw
+// files, too.
 #ifndef TESSALINE4_TOOLS_IMAGE_FILE_H_
 #define TESSALINE4_TOOLS_IMAGE_FILE_H_
 

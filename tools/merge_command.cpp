@@ -144,8 +144,8 @@ void merge(const MergeOptions& options) {
 void addMergeCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("merge", "Merge the frames of a burst into one picture");
   const auto options = std::make_shared<MergeOptions>();
-  command->footer(R"(Frames are JPEG, PNG, TIFF, HEIC or AVIF files, raw files (with --size), or one Y4M stream from a
-file or standard input (-): 2 or more of them, of one size, 640x480 or larger, and in the same
+  command->footer(R"(Frames are JPEG, PNG, TIFF, HEIC or AVIF files, cameras' raw files with a JPEG inside, bare pixels
+(with --size), or one Y4M stream from a file or standard input (-): 2 or more of them, of one size, 640x480 or larger, and in the same
 orientation. Of more than 10 files the 10 sharpest are taken. The sharpest becomes the base to which
 the others are aligned; a JPEG or PNG result carries its EXIF, XMP and ICC profile. Pixels are not
 rotated: EXIF tells the orientation.

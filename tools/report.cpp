@@ -25,7 +25,7 @@ Json settingsJson(const Settings& settings) {
   return json;
 }
 
-Json frameJson(const std::string& file, size_t index, const FrameReport& frame) {
+Json frameJson(const std::string& file, size_t index, const FrameReport& frame, const std::string& origin) {
   const auto& m = frame.motion;
   Json json = {{"file", file},
                {"index", index},
@@ -34,6 +34,7 @@ Json frameJson(const std::string& file, size_t index, const FrameReport& frame) 
                {"order", frame.order},
                {"trackFailure", frame.trackFailure},
                {"motion", {{m[0], m[1], m[2]}, {m[3], m[4], m[5]}, {m[6], m[7], m[8]}}}};
+  if (!origin.empty()) json["pixels"] = origin;
   if (frame.fine) {
     json["residual"] = frame.fine->residual;
     json["cornerSigma"] = frame.fine->cornerSigma;
@@ -48,7 +49,8 @@ Json framesJson(const Choice& choice, const BurstResult& result) {
   for (size_t place = 0, next = 0; place < count; ++place) {
     const std::string file = displayName(choice.files.size() == 1 ? choice.files[0] : choice.files.at(place));
     if (next < result.frames.size() && choice.placeOf(next) == place) {
-      frames.push_back(frameJson(file, place, result.frames[next++]));
+      frames.push_back(frameJson(file, place, result.frames[next], result.metadata.at(next).origin));
+      ++next;
     } else {
       frames.push_back({{"file", file}, {"index", place}, {"status", notSharpestWords()}});
     }

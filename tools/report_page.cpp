@@ -176,7 +176,11 @@ Json framesPart(const Choice& choice, const BurstResult& result, const Frames& f
     const bool isTaken = next < result.frames.size() && choice.placeOf(next) == place;
     Json card = isTaken ? frameCard(result.frames[next], toStored)
                         : Json{{"merged", false}, {"verdict", notSharpestWords()}, {"details", Json::array()}};
-    if (isTaken) card["thumbnail"] = look.jpeg(frames.thumbnails[next++], kThumbnailQuality);
+    if (isTaken) {
+      const std::string& origin = result.metadata.at(next).origin;
+      if (!origin.empty()) card["details"].push_back(origin);
+      card["thumbnail"] = look.jpeg(frames.thumbnails[next++], kThumbnailQuality);
+    }
     const std::string file = choice.files.size() == 1 ? choice.files[0] : choice.files[place];
     card["file"] = formatted("%zu: ", place + 1) + fs::path(file).filename().string();
     cards.push_back(std::move(card));
