@@ -16,6 +16,7 @@
 #include "commands.h"
 #include "file_io.h"
 #include "image_file.h"
+#include "image_file_kinds.h"
 #include "options.h"
 #include "output_file.h"
 #include "photo.h"
@@ -116,6 +117,14 @@ Harvest harvest(const BatchOptions& options) {
     }
     if (failed) throw Error(folder, "cannot be read: " + failed.message());
   }
+  // Cameras that keep a shot as raw and as JPEG name both alike.
+  const auto stem = [](const std::string& path) { return fs::path(path).replace_extension().string(); };
+  std::set<std::string> developed;
+  for (const std::string& path : paths) {
+    if (!isCameraRawName(path)) developed.insert(stem(path));
+  }
+  found.others +=
+      std::erase_if(paths, [&](const auto& path) { return isCameraRawName(path) && developed.contains(stem(path)); });
   std::sort(paths.begin(), paths.end());
   for (const std::string& path : paths) {
     try {

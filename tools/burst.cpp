@@ -244,7 +244,6 @@ class Burst : public FrameTaker {
   void begin(int32_t width, int32_t height, size_t count) override {
     shape_.emplace(width, height);
     expected_ = count;
-    if (count == 0) return;
     // The result lies first and stays when the others go.
     const size_t pictures = shape_->bytes() * (count + 1);
     const int32_t engine = count > 1 ? engineBytes(count) : 0;
@@ -253,13 +252,7 @@ class Burst : public FrameTaker {
     if (count > 1) open(memory_.data() + pictures, engine);
   }
 
-  Planes room(size_t index) override {
-    if (index == frames_.size()) {
-      streamed_.emplace_back(shape_->bytes());
-      frames_.push_back(shape_->planes(streamed_.back().data()));
-    }
-    return frames_[index];
-  }
+  Planes room(size_t index) override { return frames_[index]; }
 
   void take(size_t index, Metadata metadata) override {
     result_.metadata.push_back(std::move(metadata));
@@ -271,13 +264,6 @@ class Burst : public FrameTaker {
     if (count < 2) throw Error(first_, "one frame only; a burst has 2 to " + std::to_string(kMostFrames));
     const Planes& frame = frames_[0];
     checkFrameSize(first_, frame.width, frame.height, count);
-    if (expected_ == 0) {
-      expected_ = count;
-      const int32_t engine = engineBytes(count);
-      memory_ = Region(shape_->bytes() + static_cast<size_t>(engine));
-      open(memory_.data() + shape_->bytes(), engine);
-      for (size_t i = 0; i < count; ++i) add(i);
-    }
     tell("merging", count);
     result_.mergeSeconds = timed([&] { check(zelvan_Tessaline4_getResult(&handle_), "to merge"); });
     tell("merged", count + 1);
@@ -287,7 +273,6 @@ class Burst : public FrameTaker {
     }
     addFineReport(&handle_, &result_);
     close();
-    streamed_.clear();
     memory_.shrink(shape_->bytes());
     result_.picture.planes = shape_->planes(memory_.data());
     result_.picture.memory = std::move(memory_);
@@ -340,9 +325,8 @@ class Burst : public FrameTaker {
   Settings settings_;
   Progress progress_;
   std::optional<Shape> shape_;
-  size_t expected_ = 0;  // frames; 0: a stream that has not ended
-  Region memory_;        // the result, the frames that are not of a stream, and the engine's
-  std::vector<Region> streamed_;
+  size_t expected_ = 0;  // frames
+  Region memory_;        // the result, the frames and the engine's
   std::vector<Planes> frames_;
   zelvan_Tessaline4 handle_ = {nullptr};
   BurstResult result_;
@@ -362,16 +346,20 @@ BurstResult runBurst(const std::string& first, const FrameSource& source, const 
 BurstResult mergeFiles(const std::vector<std::string>& paths, const std::optional<RawLayout>& raw,
                        const Settings& settings, const SizeCheck& check, const Progress& progress) {
   FrameList list;
+  StreamChoice choice;
   list.paths = paths;
   list.raw = raw;
   list.most = kMostFrames;
+  list.choice = &choice;
   list.readAhead = settings.threads != 1;
   list.check = [&](const std::string& name, int64_t width, int64_t height) {
     checkFrameSize(name, width, height, std::max<size_t>(paths.size(), 2));
     if (check) check(name, width, height);
   };
-  return runBurst(
+  BurstResult result = runBurst(
       displayName(paths.at(0)), [&](FrameTaker* taker) { readFrames(list, taker); }, settings, progress);
+  result.stream = std::move(choice);
+  return result;
 }
 
 }  // namespace tool

@@ -115,6 +115,7 @@ struct BurstResult {
   MergedPicture picture;
   std::vector<FrameReport> frames;
   std::vector<Metadata> metadata;  // of each frame; the base's is the picture's
+  StreamChoice stream;             // where the frames are some of a stream's
   size_t base = 0;
   double intakeSeconds = 0.0;  // of the engine: start and all frames in
   double mergeSeconds = 0.0;   // order, motions, merge and finish
@@ -133,7 +134,7 @@ using FrameSource = std::function<void(FrameTaker* taker)>;
 // allows, or when the library refuses.
 BurstResult runBurst(const std::string& first, const FrameSource& source, const Settings& settings,
                      const Progress& progress = nullptr);
-// Merges files. check: further limits of their size.
+// Merges files, or the sharpest frames of a stream. check: further limits of their size.
 BurstResult mergeFiles(const std::vector<std::string>& paths, const std::optional<RawLayout>& raw,
                        const Settings& settings, const SizeCheck& check = nullptr, const Progress& progress = nullptr);
 

@@ -261,9 +261,9 @@ Bytes exifWithOrientation(int32_t orientation) {
           0,    0,    0, 0};                                                          // and no other directory
 }
 
-Bytes exifUpright(const Bytes& exif) {
+Bytes exifOriented(const Bytes& exif, int32_t orientation) {
   Block block(exif);
-  block.setNumber(block.first(), kOrientation, 1);
+  block.setNumber(block.first(), kOrientation, orientation);
   return block.take();
 }
 

@@ -26,14 +26,21 @@ struct ExifShot {
 ExifShot exifShot(const std::vector<uint8_t>& exif);
 
 // The block of a TIFF file of 32-bit offsets: what its first directory tells of the photo, with the EXIF and GPS
-// directories, in a block of its own. Makers' notes stay behind, since they point into the file. Empty when it has none.
+// directories, in a block of its own. Makers' notes stay behind, since they point into the file. Empty when it has
+// none.
 std::vector<uint8_t> exifOfTiff(std::span<const uint8_t> file);
 
 // A block that tells an orientation and nothing else.
 std::vector<uint8_t> exifWithOrientation(int32_t orientation);
 
-// The block of a picture that has been turned upright: the orientation that it holds is 1.
-std::vector<uint8_t> exifUpright(const std::vector<uint8_t>& exif);
+// What shot tells and the orientation, as a block of big-endian numbers.
+std::vector<uint8_t> exifOfShot(const ExifShot& shot, int32_t orientation);
+// Whether a TIFF file of 32-bit offsets is a camera's raw file: a DNG, a CR2, or one with the samples of a sensor in
+// any of its first directories.
+bool isTiffOfCamera(std::span<const uint8_t> file);
+
+// The block with another orientation, if it holds one: 1 for a picture that has been turned upright.
+std::vector<uint8_t> exifOriented(const std::vector<uint8_t>& exif, int32_t orientation);
 
 // The block made right for a new picture of this size: pixel dimensions that it holds are the new ones, and the
 // thumbnail, which shows the old picture, is gone. Every other byte stays where it is, since makers' notes point into

@@ -1,4 +1,7 @@
 #include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
 
 #include "exif.h"
 
@@ -12,7 +15,10 @@ constexpr uint16_t kExifDirectory = 0x8769;
 constexpr uint16_t kGpsDirectory = 0x8825;
 constexpr uint16_t kMakerNote = 0x927C;
 constexpr uint16_t kInteroperabilityDirectory = 0xA005;
+constexpr uint16_t kText = 2;
+constexpr uint16_t kShort = 3;
 constexpr uint16_t kLong = 4;
+constexpr uint16_t kRational = 5;
 constexpr size_t kMostBytes = size_t{1} << 20;
 // Description, make, model, orientation, resolution, software, time, artist, copyright.
 constexpr uint16_t kMainTags[] = {0x010E, 0x010F, 0x0110, 0x0112, 0x011A, 0x011B,
@@ -40,6 +46,13 @@ class TiffView {
     uint32_t value = 0;
     for (size_t i = 0; i < count; ++i) value = value << 8 | file_[at + (little_ ? count - 1 - i : i)];
     return value;
+  }
+
+  // Where the directory behind this one lies; 0 without one.
+  size_t next(size_t at) const {
+    if (!holds(at, 2)) return 0;
+    const size_t link = at + 2 + 12 * number(at, 2);
+    return holds(link, 4) ? number(link, 4) : 0;
   }
 
   std::vector<Value> directory(size_t at) const {
@@ -138,7 +151,94 @@ class Writer {
   Bytes bytes_;
 };
 
+Bytes bigEndian(uint32_t value, size_t count) {
+  Bytes bytes;
+  while (count-- > 0) bytes.push_back(static_cast<uint8_t>(value >> (8 * count)));
+  return bytes;
+}
+
 }  // namespace
+
+Bytes exifOfShot(const ExifShot& shot, int32_t orientation) {
+  std::vector<Bytes> held;  // what the values show
+  const auto add = [&](std::vector<Value>* to, uint16_t tag, uint16_t type, uint32_t count, Bytes bytes) {
+    held.push_back(std::move(bytes));
+    to->push_back({tag, type, count, held.back()});
+  };
+  const auto addText = [&](std::vector<Value>* to, uint16_t tag, const std::string& text) {
+    Bytes bytes(text.begin(), text.end());
+    bytes.push_back(0);
+    const auto count = static_cast<uint32_t>(bytes.size());
+    add(to, tag, kText, count, std::move(bytes));
+  };
+  std::vector<Value> main;
+  std::vector<Value> photo;
+  if (!shot.make.empty()) addText(&main, 0x010F, shot.make);
+  if (!shot.model.empty()) addText(&main, 0x0110, shot.model);
+  add(&main, 0x0112, kShort, 1, bigEndian(static_cast<uint32_t>(orientation), 2));
+  if (shot.exposureSeconds) {
+    const bool isShort = *shot.exposureSeconds < 1;
+    static constexpr double kMost = 4e9;
+    const auto whole = [](double x) { return static_cast<uint32_t>(std::min(std::round(x), kMost)); };
+    Bytes ratio = bigEndian(isShort ? 10 : whole(*shot.exposureSeconds * 1000), 4);
+    const Bytes below = bigEndian(isShort ? whole(10 / *shot.exposureSeconds) : 1000, 4);
+    ratio.insert(ratio.end(), below.begin(), below.end());
+    add(&photo, 0x829A, kRational, 1, std::move(ratio));
+  }
+  if (shot.iso) add(&photo, 0x8827, kLong, 1, bigEndian(static_cast<uint32_t>(std::min(*shot.iso, 1e9)), 4));
+  if (shot.time) {
+    namespace chrono = std::chrono;
+    const chrono::sys_time<chrono::seconds> time(chrono::seconds(*shot.time / 1'000'000));
+    const auto day = chrono::floor<chrono::days>(time);
+    const chrono::year_month_day date(day);
+    const chrono::hh_mm_ss clock(time - day);
+    char text[64];
+    std::snprintf(text, sizeof(text), "%04d:%02u:%02u %02d:%02d:%02d", static_cast<int>(date.year()),
+                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                  static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
+                  static_cast<int>(clock.seconds().count()));
+    addText(&photo, 0x9003, text);
+  }
+  const Bytes nowhere = bigEndian(0, 4);
+  if (!photo.empty()) main.push_back({kExifDirectory, kLong, 1, nowhere});
+  Writer writer(false);
+  const size_t first = writer.add(std::move(main));
+  if (!photo.empty()) writer.link(first, kExifDirectory, writer.add(std::move(photo)));
+  return writer.take();
+}
+
+bool isTiffOfCamera(View file) {
+  constexpr uint16_t kPhotometric = 0x0106;
+  constexpr uint16_t kSubDirectories = 0x014A;
+  constexpr uint16_t kDngVersion = 0xC612;
+  constexpr uint32_t kColourFilters = 32803;
+  constexpr uint32_t kLinearRaw = 34892;
+  constexpr size_t kMostDirectories = 16;
+  const TiffView tiff(file);
+  if (!tiff.isGood()) return false;
+  if (file.size() >= 10 && file[8] == 'C' && file[9] == 'R') return true;
+  std::vector<size_t> places;
+  const auto note = [&](size_t place) {
+    if (place != 0 && places.size() < kMostDirectories) places.push_back(place);
+  };
+  note(tiff.number(4, 4));
+  for (size_t i = 0; i < places.size(); ++i) {
+    for (const Value& value : tiff.directory(places[i])) {
+      const auto numberAt = [&](size_t at, size_t count) {
+        return tiff.number(static_cast<size_t>(value.bytes.data() - file.data()) + at, count);
+      };
+      if (value.tag == kDngVersion) return true;
+      if (value.tag == kPhotometric && value.type == kShort) {
+        const uint32_t kind = numberAt(0, 2);
+        if (kind == kColourFilters || kind == kLinearRaw) return true;
+      }
+      if (value.tag != kSubDirectories) continue;
+      for (size_t at = 0; at + 4 <= value.bytes.size(); at += 4) note(numberAt(at, 4));
+    }
+    note(tiff.next(places[i]));
+  }
+  return false;
+}
 
 Bytes exifOfTiff(View file) {
   const TiffView tiff(file);

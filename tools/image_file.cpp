@@ -10,11 +10,12 @@
 #include "image_file_kinds.h"
 #include "picture_extent.h"
 #include "read_ahead.h"
+#include "sharpest.h"
 
 namespace tool {
 namespace {
 
-enum class Kind { kJpeg, kPng, kHeif, kTiff, kY4m, kRaw };
+enum class Kind { kJpeg, kPng, kHeif, kTiff, kCameraRaw, kY4m, kRaw };
 
 struct Ending {
   Kind kind;
@@ -50,11 +51,13 @@ Kind kindOf(const std::string& path, const FileBytes& file) {
   if (isJpeg(bytes)) return Kind::kJpeg;
   if (isPng(bytes)) return Kind::kPng;
   if (isHeif(bytes)) return Kind::kHeif;
+  if (isCameraRaw(path, bytes)) return Kind::kCameraRaw;
   if (isTiff(bytes)) return Kind::kTiff;
   if (isY4m(bytes)) return Kind::kY4m;
   if (bytes.empty()) throw Error(displayName(path), "is empty");
   if (named && found->second.kind == Kind::kRaw) throw Error(path, "raw pixels: the size must be told (--size WxH)");
-  throw Error(displayName(path), "not a JPEG, PNG, TIFF, HEIC, AVIF or Y4M file (raw pixels need --size and --format)");
+  throw Error(displayName(path),
+              "not a JPEG, PNG, TIFF, HEIC, AVIF, camera's raw or Y4M file (bare pixels need --size and --format)");
 }
 
 RawLayout layoutFor(const std::string& path, const RawLayout& raw) {
@@ -87,6 +90,9 @@ Decoder openImage(const std::string& path, const std::optional<RawLayout>& raw, 
     case Kind::kHeif:
       decoder = openHeif(name, std::move(bytes));
       break;
+    case Kind::kCameraRaw:
+      decoder = openCameraRaw(name, std::move(bytes));
+      break;
     case Kind::kTiff:
       decoder = openTiff(name, std::move(bytes));
       break;
@@ -96,6 +102,9 @@ Decoder openImage(const std::string& path, const std::optional<RawLayout>& raw, 
   if (check) check(name, decoder->width(), decoder->height());
   return decoder;
 }
+
+// An endless stream must end somewhere; a minute of video at 15 frames a second is not a burst any more.
+constexpr size_t kMostOfStream = 1000;
 
 std::string tooMany(size_t most) {
   return "more than " + std::to_string(most) + " frames";
@@ -120,30 +129,45 @@ std::string sizeText(int64_t width, int64_t height) {
 class PictureTaker : public FrameTaker {
  public:
   void begin(int32_t width, int32_t height, size_t count) override {
-    width_ = width;
-    height_ = height;
     for (size_t i = 0; i < count; ++i) frames_.emplace_back(width, height);
   }
-  Planes room(size_t index) override {
-    if (index == frames_.size()) frames_.emplace_back(width_, height_);
-    return frames_[index].planes();
-  }
+  Planes room(size_t index) override { return frames_[index].planes(); }
   void take(size_t index, Metadata metadata) override { frames_[index].metadata = std::move(metadata); }
   std::vector<Picture> frames() { return std::move(frames_); }
 
  private:
-  int32_t width_ = 0;
-  int32_t height_ = 0;
   std::vector<Picture> frames_;
 };
 
-void readStream(ImageDecoder* stream, size_t most, FrameTaker* taker) {
-  taker->begin(stream->width(), stream->height(), 0);
+// Holds no more frames than are taken, and the one that is looked at.
+void readStream(ImageDecoder* stream, const FrameList& list, FrameTaker* taker) {
+  const size_t most = list.choice == nullptr ? list.most : kMostOfStream;
+  std::vector<Picture> frames;
+  StreamChoice choice;
+  Picture frame;
   for (size_t i = 0; stream->more(); ++i) {
     if (i == most) throw Error(stream->name(), tooMany(most));
-    stream->decode(taker->room(i));
+    if (frame.width == 0) frame = Picture(stream->width(), stream->height());
+    stream->decode(frame.planes());
+    frames.push_back(std::exchange(frame, {}));
+    choice.taken.push_back(i);
+    if (i < list.most) continue;
+    for (size_t k = choice.sharpness.size(); k <= i; ++k)
+      choice.sharpness.push_back(sharpnessOf(frames[k - i + list.most]));
+    const auto worst = std::min_element(choice.taken.rbegin(), choice.taken.rend(),
+                                        [&](size_t a, size_t b) { return choice.sharpness[a] < choice.sharpness[b]; });
+    const auto place = choice.taken.rend() - worst - 1;
+    frame = std::move(frames[static_cast<size_t>(place)]);
+    frames.erase(frames.begin() + place);
+    choice.taken.erase(choice.taken.begin() + place);
+  }
+  frame = {};
+  taker->begin(stream->width(), stream->height(), frames.size());
+  for (size_t i = 0; i < frames.size(); ++i) {
+    copyPlanes(std::exchange(frames[i], {}).planes(), taker->room(i));
     taker->take(i, {});
   }
+  if (list.choice != nullptr && !choice.sharpness.empty()) *list.choice = std::move(choice);
 }
 
 Picture decodePicture(ImageDecoder* decoder) {
@@ -190,7 +214,7 @@ void readFrames(const FrameList& list, FrameTaker* taker) {
   const bool isStream = orOutOfMemory(displayName(paths.at(0)), [&] {
     Decoder first = open(0);
     if (first->isStream()) {
-      readStream(first.get(), list.most, taker);
+      readStream(first.get(), list, taker);
       return true;
     }
     firstWidth = first->width();

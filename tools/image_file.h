@@ -1,4 +1,5 @@
-// Pictures from and to files: JPEG, PNG, raw 4:2:0 and 4:2:2, and Y4M streams; from HEIC, AVIF and TIFF files, too.
+// Pictures from and to files: JPEG, PNG, raw 4:2:0 and 4:2:2, and Y4M streams; from HEIC, AVIF, TIFF and cameras' raw
+// files, too.
 #ifndef TESSALINE4_TOOLS_IMAGE_FILE_H_
 #define TESSALINE4_TOOLS_IMAGE_FILE_H_
 
@@ -27,25 +28,34 @@ using SizeCheck = std::function<void(const std::string& name, int64_t width, int
 class FrameTaker {
  public:
   virtual ~FrameTaker() = default;
-  // First, and once: the size of all frames and their number; 0: a stream, which tells at its end.
+  // First, and once: the size of all frames and their number.
   virtual void begin(int32_t width, int32_t height, size_t count) = 0;
-  // Where frame index goes. Any thread may ask, but for a stream.
+  // Where frame index goes. Any thread may ask.
   virtual Planes room(size_t index) = 0;
   // Frame index is there. Called in their order, from the thread that reads the burst.
   virtual void take(size_t index, Metadata metadata) = 0;
+};
+
+// Which frames of a stream were read, where it has more than a burst takes. Empty: all.
+struct StreamChoice {
+  std::vector<size_t> taken;      // in their order
+  std::vector<double> sharpness;  // of each frame of the stream
 };
 
 struct FrameList {
   std::vector<std::string> paths = {};
   std::optional<RawLayout> raw = std::nullopt;
   size_t most = 10;  // frames
+  // Of a longer stream the most sharpest frames come, of equal ones the earlier, and this tells which. Null: such a
+  // stream is an error.
+  StreamChoice* choice = nullptr;
   SizeCheck check = nullptr;
   // A second thread decodes frames while others are taken. It changes neither what comes nor which error is told.
   bool readAhead = false;
 };
 
 // Reads the frames named by paths: picture files, raw files, or one Y4M stream ("-" is standard input). Throws Error
-// for anything unreadable, for more than most frames and for frames of different size. A file is read no further than
+// for anything unreadable, for more than most files and for frames of different size. A file is read no further than
 // it can be a picture, so that endless ones end with an error too.
 void readFrames(const FrameList& list, FrameTaker* taker);
 std::vector<Picture> readFrames(const FrameList& list);

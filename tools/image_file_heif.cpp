@@ -137,7 +137,7 @@ class HeifDecoder : public ImageDecoder {
         if (bytes.size() < 4) continue;
         const size_t skip = size_t{bytes[0]} << 24 | size_t{bytes[1]} << 16 | size_t{bytes[2]} << 8 | bytes[3];
         if (skip > bytes.size() - 4) continue;
-        metadata_.exif = exifUpright({bytes.begin() + static_cast<ptrdiff_t>(4 + skip), bytes.end()});
+        metadata_.exif = exifOriented({bytes.begin() + static_cast<ptrdiff_t>(4 + skip), bytes.end()}, 1);
       } else if (content == "application/rdf+xml" && metadata_.xmp.empty()) {
         const Bytes bytes = block(id);
         takeXmp(std::string(bytes.begin(), bytes.end()), {}, &metadata_);

@@ -55,6 +55,16 @@ bool isTiff(ByteView beginning);
 inline constexpr size_t kTiffMagic = 4;  // bytes that isTiff looks at
 Decoder openTiff(const std::string& name, FileBytes bytes);
 
+// Raw files of cameras (DNG, CR2, CR3, NEF, ARW, RAF, ...), of which the full-size JPEG inside is taken, by libraw
+// where the tool was built with it. EXIF is that of the JPEG or, where it has none, of the raw file. Throws Error where
+// the JPEG is smaller than half the sensor's sides.
+bool isCameraRawName(const std::string& path);  // by its ending
+bool startsCameraRaw(ByteView beginning);       // of those that are no TIFF
+inline constexpr size_t kCameraRawMagic = 12;   // bytes that startsCameraRaw looks at
+// Many are TIFF files, too: to be asked before isTiff, with the whole file.
+bool isCameraRaw(const std::string& name, ByteView file);
+Decoder openCameraRaw(const std::string& name, FileBytes bytes);
+
 // A known format name: nv21, nv12, i420 or yuyv.
 bool isRawFormat(const std::string& format);
 // Bytes of a picture in such a file. Throws Error for an unknown format or a size out of range.

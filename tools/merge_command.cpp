@@ -100,16 +100,19 @@ void merge(const MergeOptions& options) {
   const auto checkOutput = [&](const std::string&, int64_t width, int64_t height) {
     checkWritableSize(options.output, options.write, width, height);
   };
-  const Choice choice =
-      chooseSharpest(options.frames, options.raw.layout(), kMostFrames, checkOutput, [&](size_t done) {
-        line.show("choosing frames (" + std::to_string(done) + "/" + std::to_string(options.frames.size()) + ")");
-      });
+  Choice choice = chooseSharpest(options.frames, options.raw.layout(), kMostFrames, checkOutput, [&](size_t done) {
+    line.show("choosing frames (" + std::to_string(done) + "/" + std::to_string(options.frames.size()) + ")");
+  });
   const std::vector<std::string> files = choice.takenFiles();
   const Settings settings = chosenSettings(options.settings, options.libraryDefaults);
   BurstResult result =
       mergeFiles(files, options.raw.layout(), settings, checkOutput, [&](const char* step, size_t done, size_t all) {
         line.show(std::string(step) + " (" + std::to_string(done) + "/" + std::to_string(all) + ")");
       });
+  if (!result.stream.taken.empty()) {
+    choice.taken = std::move(result.stream.taken);
+    choice.sharpness = std::move(result.stream.sharpness);
+  }
   for (Metadata& metadata : result.metadata) {
     if (options.ignoreExif) {
       metadata.exif.clear();
@@ -144,11 +147,11 @@ void merge(const MergeOptions& options) {
 void addMergeCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("merge", "Merge the frames of a burst into one picture");
   const auto options = std::make_shared<MergeOptions>();
-  command->footer(R"(Frames are JPEG, PNG, TIFF, HEIC or AVIF files, raw files (with --size), or one Y4M stream from a
-file or standard input (-): 2 or more of them, of one size, 640x480 or larger, and in the same
-orientation. Of more than 10 files the 10 sharpest are taken. The sharpest becomes the base to which
-the others are aligned; a JPEG or PNG result carries its EXIF, XMP and ICC profile. Pixels are not
-rotated: EXIF tells the orientation.
+  command->footer(R"(Frames are JPEG, PNG, TIFF, HEIC or AVIF files, cameras' raw files with a JPEG inside, bare pixels
+(with --size), or one Y4M stream from a file or standard input (-): 2 or more of them, of one size,
+640x480 or larger, and in the same orientation. Of more than 10 frames the 10 sharpest are taken. The
+sharpest becomes the base to which the others are aligned; a JPEG or PNG result carries its EXIF, XMP
+and ICC profile. Pixels are not rotated: EXIF tells the orientation.
 
 Example: tessaline4 merge IMG_*.jpg -o merged.jpg --report merged.json)");
   command->add_option("FRAME", options->frames, "Frames of the burst, or one Y4M stream")->required();

@@ -16,6 +16,7 @@ struct Metadata {
   std::string extendedXmpName;
   std::vector<uint8_t> extendedXmp;
   std::vector<uint8_t> icc;  // of an RGB picture, whole
+  std::string origin;        // of the pixels, where a file holds others that were not taken; in words for a report
   // Why what the file holds of it cannot be used: "its ICC profile is damaged". Empty without reason.
   std::string xmpDamage;
   std::string iccDamage;

@@ -89,6 +89,10 @@ Head headOfWhole(const std::string& path, const Open& open) {
   return {decoder->width(), decoder->height(), decoder->takeMetadata().exif};
 }
 
+Decoder openTiffOrRaw(const std::string& path, FileBytes bytes) {
+  return isCameraRaw(path, bytes.view()) ? openCameraRaw(path, std::move(bytes)) : openTiff(path, std::move(bytes));
+}
+
 Head readHead(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) throw Error(path, std::string("cannot be read: ") + std::strerror(errno));
@@ -101,7 +105,7 @@ Head readHead(const std::string& path) {
     if (file.bad()) throw Error(path, std::string("cannot be read: ") + std::strerror(errno));
     Head head;
     if (isHeif(bytes)) return headOfWhole(path, openHeif);
-    if (isTiff(bytes)) return headOfWhole(path, openTiff);
+    if (startsCameraRaw(bytes) || isTiff(bytes)) return headOfWhole(path, openTiffOrRaw);
     if (bytes.empty()) throw Error(path, "is empty");
     if (!isJpeg(bytes) && !isPng(bytes)) throw Error(path, "is no picture of a known kind");
     const bool over = isJpeg(bytes) ? walkJpeg(bytes, &head) : walkPng(bytes, &head);
@@ -126,7 +130,7 @@ int64_t fileTime(const std::string& path) {
 bool isPhotoName(const std::string& path) {
   static constexpr std::array<std::string_view, 8> kEndings = {"jpg",  "jpeg", "png", "heic",
                                                                "heif", "avif", "tif", "tiff"};
-  return std::find(kEndings.begin(), kEndings.end(), endingOf(path)) != kEndings.end();
+  return isCameraRawName(path) || std::find(kEndings.begin(), kEndings.end(), endingOf(path)) != kEndings.end();
 }
 
 Photo readPhoto(const std::string& path) {

@@ -36,13 +36,18 @@ size_t PictureExtent::operator()(ByteView read) {
   if (kind_ == Kind::kY4m) return kY4mMagic - std::min(read.size(), kY4mMagic);
   if (kind_ == Kind::kHeif) {
     if (read.size() < kHeifMagic) return kHeifMagic - read.size();
+    if (startsCameraRaw(read)) {
+      kind_ = Kind::kCameraRaw;
+      return (*this)(read);
+    }
     if (!isHeif(read)) return 0;
     if (read.size() >= kMostHeif) throw Error(name_, "damaged: longer than any HEIC or AVIF picture");
     return kMostHeif - read.size();
   }
-  if (kind_ == Kind::kTiff) {
-    if (!isTiff(read)) return 0;
-    if (read.size() >= kMostTiff) throw Error(name_, "damaged: longer than any TIFF picture");
+  if (kind_ == Kind::kTiff || kind_ == Kind::kCameraRaw) {
+    if (kind_ == Kind::kCameraRaw && read.size() < kCameraRawMagic) return kCameraRawMagic - read.size();
+    if (!isTiff(read) && !startsCameraRaw(read)) return 0;
+    if (read.size() >= kMostTiff) throw Error(name_, "damaged: longer than any TIFF or raw picture");
     return kMostTiff - read.size();
   }
   if (kind_ == Kind::kJpeg ? endsJpeg(read) : endsPng(read)) return 0;
@@ -64,6 +69,14 @@ size_t PictureExtent::detect(ByteView read) {
                                          {Kind::kTiff, "MM\0*", kTiffMagic},
                                          {Kind::kTiff, "II+\0", kTiffMagic},
                                          {Kind::kTiff, "MM\0+", kTiffMagic},
+                                         {Kind::kCameraRaw, "FUJIFILM", 8},
+                                         {Kind::kCameraRaw, "II\x1A\0", 4},
+                                         {Kind::kCameraRaw, "IIU\0", 4},
+                                         {Kind::kCameraRaw, "IIRO", 4},
+                                         {Kind::kCameraRaw, "IIRS", 4},
+                                         {Kind::kCameraRaw, "MMOR", 4},
+                                         {Kind::kCameraRaw, "\0MRM", 4},
+                                         {Kind::kCameraRaw, "FOVb", 4},
                                          {Kind::kY4m, "YUV4MPEG2", 9}};
   for (const Beginning& beginning : beginnings) {
     if (!agrees(read, 0, beginning.text, beginning.length)) continue;

@@ -12,8 +12,8 @@ namespace tool {
 // A StillWanted (file_io.h) for a JPEG or a PNG, told by the first bytes; anything else is wanted no further than
 // these, so that a stream can be read on from there. It walks along the marker segments or chunks and ends behind the
 // last one, or where the structure breaks, which decoding then finds too. Throws Error naming the file when the size is
-// refused, or when more bytes come than a picture of its size can have. A HEIC, AVIF or TIFF file has no end that
-// could be told before its last byte: it is read up to a fixed length.
+// refused, or when more bytes come than a picture of its size can have. A HEIC, AVIF, TIFF or camera's raw file has no
+// end that could be told before its last byte: it is read up to a fixed length.
 class PictureExtent {
  public:
   PictureExtent(std::string name, SizeCheck check) : name_(std::move(name)), check_(std::move(check)) {}
@@ -21,7 +21,7 @@ class PictureExtent {
   size_t operator()(ByteView read);
 
  private:
-  enum class Kind { kUnknown, kJpeg, kPng, kHeif, kTiff, kY4m };
+  enum class Kind { kUnknown, kJpeg, kPng, kHeif, kTiff, kCameraRaw, kY4m };
 
   size_t detect(ByteView read);
   bool endsJpeg(ByteView read);

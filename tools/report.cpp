@@ -25,7 +25,7 @@ Json settingsJson(const Settings& settings) {
   return json;
 }
 
-Json frameJson(const std::string& file, size_t index, const FrameReport& frame) {
+Json frameJson(const std::string& file, size_t index, const FrameReport& frame, const std::string& origin) {
   const auto& m = frame.motion;
   Json json = {{"file", file},
                {"index", index},
@@ -34,6 +34,7 @@ Json frameJson(const std::string& file, size_t index, const FrameReport& frame) 
                {"order", frame.order},
                {"trackFailure", frame.trackFailure},
                {"motion", {{m[0], m[1], m[2]}, {m[3], m[4], m[5]}, {m[6], m[7], m[8]}}}};
+  if (!origin.empty()) json["pixels"] = origin;
   if (frame.fine) {
     json["residual"] = frame.fine->residual;
     json["cornerSigma"] = frame.fine->cornerSigma;
@@ -44,11 +45,12 @@ Json frameJson(const std::string& file, size_t index, const FrameReport& frame) 
 
 Json framesJson(const Choice& choice, const BurstResult& result) {
   Json frames = Json::array();
-  const size_t count = choice.isChoice() ? choice.files.size() : result.frames.size();
+  const size_t count = choice.isChoice() ? choice.given() : result.frames.size();
   for (size_t place = 0, next = 0; place < count; ++place) {
-    const std::string file = displayName(choice.files.size() == 1 ? choice.files[0] : choice.files.at(place));
+    const std::string file = displayName(choice.fileOf(place));
     if (next < result.frames.size() && choice.placeOf(next) == place) {
-      frames.push_back(frameJson(file, place, result.frames[next++]));
+      frames.push_back(frameJson(file, place, result.frames[next], result.metadata.at(next).origin));
+      ++next;
     } else {
       frames.push_back({{"file", file}, {"index", place}, {"status", notSharpestWords()}});
     }
@@ -103,7 +105,7 @@ std::string mergeSummary(const Choice& choice, const BurstResult& result) {
                                     [](const FrameReport& frame) { return frame.status == ZELVAN_TESSALINE4_MERGED; });
   char sharpest[64] = "";
   if (choice.isChoice()) {
-    std::snprintf(sharpest, sizeof(sharpest), " (the sharpest of %zu)", choice.files.size());
+    std::snprintf(sharpest, sizeof(sharpest), " (the sharpest of %zu)", choice.given());
   }
   char text[192];
   std::snprintf(text, sizeof(text), "%d of %zu frames%s merged, base is frame %zu, %.2f s", static_cast<int>(merged),

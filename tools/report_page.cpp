@@ -107,7 +107,9 @@ Frames readAgain(const Choice& choice, const std::optional<RawLayout>& raw, cons
   };
   const std::vector<std::string> files = choice.takenFiles();
   if (files.size() == 1) {
-    for (Picture& picture : readFrames({.paths = files, .raw = raw, .most = kMostFrames})) take(std::move(picture));
+    StreamChoice again;
+    for (Picture& picture : readFrames({.paths = files, .raw = raw, .most = kMostFrames, .choice = &again}))
+      take(std::move(picture));
   } else {
     for (const std::string& file : files) take(readPicture(file, raw));
   }
@@ -171,14 +173,17 @@ Json framesPart(const Choice& choice, const BurstResult& result, const Frames& f
   const Homography toStored =
       turnedToStored(look.orientation, result.picture.planes.width, result.picture.planes.height);
   Json cards = Json::array();
-  const size_t count = choice.isChoice() ? choice.files.size() : result.frames.size();
+  const size_t count = choice.isChoice() ? choice.given() : result.frames.size();
   for (size_t place = 0, next = 0; place < count; ++place) {
     const bool isTaken = next < result.frames.size() && choice.placeOf(next) == place;
     Json card = isTaken ? frameCard(result.frames[next], toStored)
                         : Json{{"merged", false}, {"verdict", notSharpestWords()}, {"details", Json::array()}};
-    if (isTaken) card["thumbnail"] = look.jpeg(frames.thumbnails[next++], kThumbnailQuality);
-    const std::string file = choice.files.size() == 1 ? choice.files[0] : choice.files[place];
-    card["file"] = formatted("%zu: ", place + 1) + fs::path(file).filename().string();
+    if (isTaken) {
+      const std::string& origin = result.metadata.at(next).origin;
+      if (!origin.empty()) card["details"].push_back(origin);
+      card["thumbnail"] = look.jpeg(frames.thumbnails[next++], kThumbnailQuality);
+    }
+    card["file"] = formatted("%zu: ", place + 1) + fs::path(choice.fileOf(place)).filename().string();
     cards.push_back(std::move(card));
   }
   return cards;
@@ -226,7 +231,7 @@ void writeReportPage(const std::string& path, const Choice& choice, const std::o
                      const std::string& output, const Settings& settings, const BurstResult& result,
                      Existing existing) {
   Frames frames = readAgain(choice, raw, result);
-  const std::string baseFile = choice.files.size() == 1 ? choice.files[0] : choice.files[choice.placeOf(result.base)];
+  const std::string& baseFile = choice.fileOf(choice.placeOf(result.base));
   std::optional<Picture> truth = choice.files.size() == 1 ? std::nullopt : truthOf(baseFile);
   if (truth && (truth->width != frames.base.width || truth->height != frames.base.height)) truth.reset();
   if (const Homography& crop = result.frames[result.base].motion; crop != kStill) {

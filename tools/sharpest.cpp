@@ -36,7 +36,7 @@ double sharpnessOf(const Picture& picture) {
 }
 
 std::vector<std::string> Choice::takenFiles() const {
-  if (!isChoice()) return files;
+  if (!isChoice() || files.size() == 1) return files;
   std::vector<std::string> names;
   for (const size_t place : taken) names.push_back(files[place]);
   return names;

@@ -18,10 +18,13 @@ double sharpnessOf(const Picture& picture);
 
 struct Choice {
   std::vector<std::string> files;  // all that were given; one stream stands for all its frames
-  std::vector<size_t> taken;       // which of them, in their order; empty: all
-  std::vector<double> sharpness;   // of each, where there was a choice
+  std::vector<size_t> taken;       // which frames of them, in their order; empty: all
+  std::vector<double> sharpness;   // of each frame, where there was a choice
 
   bool isChoice() const { return !taken.empty(); }
+  // The number of frames that were given, and the file of each, where there was a choice.
+  size_t given() const { return sharpness.size(); }
+  const std::string& fileOf(size_t place) const { return files.size() == 1 ? files[0] : files.at(place); }
   std::vector<std::string> takenFiles() const;
   // Of the i-th frame that was taken: its place among all that were given.
   size_t placeOf(size_t i) const { return isChoice() ? taken.at(i) : i; }

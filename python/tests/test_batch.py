@@ -90,6 +90,13 @@ def test_reads_what_a_photo_tells(tmp_path):
     (tmp_path / "c.jpg").write_bytes(b"\xff\xd8 no photo")
     with pytest.raises(OSError):
         _photos.read_photo(str(tmp_path / "c.jpg"))
+    for name in ("a.dng", "d.dng", "e.heic"):
+        (tmp_path / name).write_bytes(b"\0\0\0\x18ftypheic")
+    found = _photos.find_photos([str(tmp_path)])  # a.dng has its a.jpg
+    assert [os.path.basename(path) for path in found] == ["a.jpg", "b.png", "c.jpg", "d.dng", "e.heic"]
+    photos, failures = batch._read_all(found)
+    assert len(photos) == 2 and [path for path, _ in failures] == found[2:]
+    assert all("tessaline4 batch" in reason for _, reason in failures[1:])
 
 
 def test_takes_the_ten_sharpest():

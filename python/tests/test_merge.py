@@ -1,15 +1,17 @@
 """The same bytes as the tool for arrays of every layout; files, errors, progress and the lock."""
 
 import pickle
+import struct
 import sys
 import threading
 import time
+import zlib
 
 import numpy as np
 import pytest
 import tessaline4
 from PIL import Image
-from tessaline4 import FrameStatus
+from tessaline4 import FrameStatus, _frames
 
 SETTINGS = [
     ({}, []),
@@ -110,6 +112,28 @@ def test_files_keep_what_belongs_to_the_base(tool, tmp_path):
     assert np.mean((again - clean) ** 2) < 0.5 * np.mean((noisy - clean) ** 2)
     with pytest.raises(ValueError, match="ending"):
         result.save(tmp_path / "merged.xyz")
+
+
+def test_deep_grey_is_rounded_and_what_pillow_reads_wrongly_is_refused(tool, tmp_path):
+    levels = np.random.default_rng(5).integers(0, 65536, (480, 640), np.uint16)
+    for name in ("a.tif", "a.png"):
+        Image.fromarray(levels).save(tmp_path / name)
+        planes = _frames.to_planes(tmp_path / name, _frames.Layout("image"))
+        assert np.array_equal(planes.luma, np.rint(levels / 257).astype(np.uint8))
+        tool("merge", tmp_path / name, tmp_path / name, "-o", tmp_path / "tool.png", "--fine", 0)
+        ours = tessaline4.merge([tmp_path / name] * 2, fine=False).picture
+        assert np.array_equal(np.asarray(ours), np.asarray(Image.open(tmp_path / "tool.png")))
+    header = b"\x89PNG\r\n\x1a\n"
+    chunks = [(b"IHDR", struct.pack(">IIBBBBB", 640, 480, 16, 2, 0, 0, 0)), (b"IDAT", zlib.compress(bytes(480 * 3841)))]
+    chunk = lambda n, d: struct.pack(">I", len(d)) + n + d + struct.pack(">I", zlib.crc32(n + d))  # noqa: E731
+    (tmp_path / "deep.png").write_bytes(header + b"".join(chunk(*c) for c in [*chunks, (b"IEND", b"")]))
+    (tmp_path / "a.heic").write_bytes(b"\0\0\0\x18ftypheic" + bytes(50))
+    (tmp_path / "a.dng").write_bytes((tmp_path / "a.tif").read_bytes())
+    for name in ("deep.png", "a.heic", "a.dng"):
+        with pytest.raises(tessaline4.UnreadableKind, match=f"{name}: .*tessaline4 merge"):
+            tessaline4.merge([tmp_path / name] * 2)
+    with pytest.raises(ValueError, match="mode F"):
+        tessaline4.merge([Image.fromarray(levels.astype(np.float32))] * 2)
 
 
 def test_a_burst_is_used_again_and_again(raw, merged_by_tool):

@@ -147,26 +147,39 @@ TEST(Merge, TakesTheSharpestOfMoreThanTen) {
   const ToolFolder folder("sharpest");
   const std::vector<Picture> shown = simulatedFrames(folder, 4);
   std::string names;
+  std::vector<Picture> all, ten;
   for (int i = 0; i < 13; ++i) {
     Picture frame = shown[static_cast<size_t>(i % 4)];
-    if (i == 2 || i == 5 || i == 11) smear(&frame);
+    const bool isBlurred = i == 2 || i == 5 || i == 11;
+    if (isBlurred) smear(&frame);
+    all.push_back(frame);
+    if (!isBlurred) ten.push_back(frame);
     const std::string name = numbered("f%d.png", i);
     writePicture((folder / name).string(), frame);
     names.append(" ").append(name);
   }
+  writeY4m(folder.path("all.y4m"), all);
+  writeY4m(folder.path("ten.y4m"), ten);
   ASSERT_EQ(folder.run("merge" + names + " -o all.png --report all.json"), 0) << folder.err();
-  const auto report = jsonOf(folder / "all.json");
-  ASSERT_EQ(report["frames"].size(), 13u);
-  for (size_t i = 0; i < 13; ++i) {
-    const auto& frame = report["frames"][i];
-    EXPECT_EQ(frame["index"], i);
-    EXPECT_EQ(frame["file"], numbered("f%d.png", static_cast<int>(i)));
-    EXPECT_EQ(frame["status"] == "not among the sharpest", i == 2 || i == 5 || i == 11) << frame;
+  ASSERT_EQ(folder.run("merge - -o stream.png --report stream.json", folder.path("all.y4m")), 0) << folder.err();
+  for (const bool isStream : {false, true}) {
+    const auto report = jsonOf(folder / (isStream ? "stream.json" : "all.json"));
+    ASSERT_EQ(report["frames"].size(), 13u);
+    for (size_t i = 0; i < 13; ++i) {
+      const auto& frame = report["frames"][i];
+      EXPECT_EQ(frame["index"], i);
+      EXPECT_EQ(frame["file"], isStream ? "standard input" : numbered("f%d.png", static_cast<int>(i)));
+      EXPECT_EQ(frame["status"] == "not among the sharpest", i == 2 || i == 5 || i == 11) << frame;
+    }
+    EXPECT_EQ(report["frames"][report["base"].get<size_t>()]["order"], 0);
   }
-  EXPECT_EQ(report["frames"][report["base"].get<size_t>()]["order"], 0);
   // The same as of these ten alone.
   ASSERT_EQ(folder.run("merge f0.png f1.png f3.png f4.png f6.png f7.png f8.png f9.png f10.png f12.png -o ten.png"), 0);
   EXPECT_EQ(textOf(folder / "all.png"), textOf(folder / "ten.png"));
+  ASSERT_EQ(folder.run("merge ten.y4m -o ten.png"), 0);
+  EXPECT_EQ(textOf(folder / "stream.png"), textOf(folder / "ten.png"));
+  ASSERT_EQ(folder.run("merge all.y4m -o stream.png --report page.html"), 0) << folder.err();
+  expectIn(folder.text("page.html"), "13: all.y4m");
 }
 
 std::vector<Photo> photosAt(const std::vector<double>& seconds, bool wholeSeconds = false) {

@@ -9,6 +9,7 @@ Frames are paths, PIL images or numpy arrays: see merge. Burst keeps its memory 
 """
 
 from ._burst import Burst, Frame, FrameStatus, Progress, Result, Settings, merge
+from ._files import UnreadableKind
 from ._library import Error, Stopped, library_version
 
 __version__ = "4.3.0"
@@ -21,6 +22,7 @@ __all__ = [
     "Result",
     "Settings",
     "Stopped",
+    "UnreadableKind",
     "library_version",
     "merge",
 ]

@@ -9,7 +9,7 @@ from typing import Any, NamedTuple, TypedDict, Unpack
 
 import numpy as np
 
-from . import _frames, _library
+from . import _files, _frames, _library
 from ._frames import Layout, Planes
 from ._library import Error, Stopped, check, library
 
@@ -396,7 +396,8 @@ def merge(
     All are full-range BT.601.
 
     Frames are not changed, unless overwrite is set. Raises Error where the library refuses, Stopped where progress
-    answers False, ValueError and TypeError for frames that are none. The interpreter's lock is free meanwhile.
+    answers False, UnreadableKind for files that the tool reads and Pillow does not, ValueError and TypeError for
+    frames that are none. The interpreter's lock is free meanwhile.
     """
     if not 2 <= len(frames) <= MOST_FRAMES:
         raise ValueError(f"a burst has 2 to {MOST_FRAMES} frames, not {len(frames)}")
@@ -414,9 +415,7 @@ def _size_of(frame: Any, layout: Layout) -> tuple[int, int]:
         return (shape[1], shape[0]) if layout.split or layout.kind == "rgb" else (shape[1], shape[0] // 3 * 2)
     if hasattr(frame, "size"):
         return frame.size
-    from PIL import Image
-
-    with Image.open(frame) as image:
+    with _files.opened(frame) as image:
         return image.size
 
 

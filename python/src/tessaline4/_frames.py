@@ -11,6 +11,8 @@ from typing import Any
 
 import numpy as np
 
+from . import _files
+
 FORMATS = ("nv21", "nv12", "i420", "rgb")
 
 
@@ -121,7 +123,12 @@ def to_rgb(planes: Planes) -> np.ndarray:
 
 def _from_image(image: Any) -> Planes:
     info = {key: image.info[key] for key in ("exif", "icc_profile") if image.info.get(key)}
-    if image.mode == "YCbCr":
+    grey = _files.grey_of_16_bits(image)
+    if grey is not None:
+        planes = from_rgb(np.repeat(grey[..., None], 3, axis=2))
+    elif image.mode in ("I", "F"):
+        raise ValueError(f"pictures of mode {image.mode} tell no range of their samples")
+    elif image.mode == "YCbCr":
         ycc = np.asarray(image)
         pairs = _to_byte(_halved(ycc[..., :0:-1]))
         planes = Planes(np.ascontiguousarray(ycc[..., 0]), pairs, own=True)
@@ -149,9 +156,7 @@ def to_planes(frame: Any, layout: Layout) -> Planes:
     if layout.kind == "image":
         if not _is_path(frame):
             return _from_image(frame)
-        from PIL import Image
-
-        with Image.open(frame) as image:
+        with _files.opened(frame) as image:
             if image.format == "JPEG" and image.mode == "RGB":
                 image.draft("YCbCr", image.size)  # no trip through RGB
             return _from_image(image)

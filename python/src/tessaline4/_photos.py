@@ -19,9 +19,9 @@ from math import sqrt
 from pathlib import Path
 from typing import Any
 
-from PIL import Image
+from . import _files
 
-ENDINGS = (".jpg", ".jpeg", ".png")
+ENDINGS = (".jpg", ".jpeg", ".png", *_files.OTHER_ENDINGS)
 USUAL_GAP = 2.0
 _MAKE, _MODEL, _EXIF = 0x010F, 0x0110, 0x8769
 _EXPOSURE, _ISO, _TIME, _SUB_SECONDS = 0x829A, 0x8827, 0x9003, 0x9291
@@ -69,8 +69,8 @@ def _file_time(path: str) -> int:
 
 
 def read_photo(path: str) -> Photo:
-    """From the head of the file. Raises OSError where it is no picture."""
-    with Image.open(path) as image:
+    """From the head of the file. Raises OSError where it is no picture, UnreadableKind where only the tool reads it."""
+    with _files.opened(path) as image:
         size = image.size
         try:
             exif = image.getexif()
@@ -91,7 +91,8 @@ def read_photo(path: str) -> Photo:
 
 
 def find_photos(folders: Sequence[str]) -> list[str]:
-    """Pictures right in the folders, by their endings; hidden files are none. Each folder counts once."""
+    """Pictures right in the folders, by their endings; hidden files are none, nor are raw files beside a
+    picture of the same name. Each folder counts once."""
     paths, seen = [], set()
     for folder in folders:
         info = os.stat(folder)
@@ -101,7 +102,10 @@ def find_photos(folders: Sequence[str]) -> list[str]:
         for entry in os.scandir(folder):
             if not entry.name.startswith(".") and entry.is_file() and entry.name.lower().endswith(ENDINGS):
                 paths.append(entry.path)
-    return sorted(paths, key=os.fsencode)
+    stem = lambda path: os.path.splitext(path)[0]  # noqa: E731
+    is_raw = lambda path: path.lower().endswith(_files.RAW_ENDINGS)  # noqa: E731
+    developed = {stem(path) for path in paths if not is_raw(path)}
+    return sorted((path for path in paths if not is_raw(path) or stem(path) not in developed), key=os.fsencode)
 
 
 def in_order(photos: Sequence[Photo]) -> list[Photo]:

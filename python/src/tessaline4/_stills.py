@@ -83,7 +83,7 @@ def _read(path: str) -> Planes:
     try:
         return _frames.to_planes(path, Layout("image"))
     except (OSError, SyntaxError, ValueError) as error:
-        raise ValueError(f"{path}: {error}") from error
+        raise ValueError(str(error) if path in str(error) else f"{path}: {error}") from error
 
 
 def _share_of_processors(side_by_side: int, slot: int | None) -> dict[str, int]:
