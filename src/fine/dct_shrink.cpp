@@ -69,7 +69,7 @@ struct Strip {
   alignas(64) int16_t low[kStrip];          // and kLow, or what is below all where there is no noise
   alignas(64) int16_t block[8][8][kStrip];  // coefficients
   alignas(64) int16_t size[8][8][kStrip];   // sums of the sizes of five across
-  alignas(64) int16_t sums[8][kStrip + 2];  // of 5x5, of a row; the first and the last are those beside the strip
+  alignas(64) int16_t sums[kStrip + 2];     // of 5x5, of one frequency; the first and the last are beside the strip
   int16_t lastSums[8][8];                   // of the last block of the strip before
   alignas(64) int16_t early[4][kStrip];     // left halves of the blocks
   alignas(64) int16_t late[4][kStrip];      // right halves
@@ -104,11 +104,13 @@ ALWAYS_INLINE void columns(Strip* __restrict s, const int16_t* __restrict in, in
 // What coefficients of the blocks are measured by.
 ALWAYS_INLINE void measureBy(Strip* __restrict s, const int16_t* __restrict sigma, int16_t scale) {
   for (int32_t b = 0; b < kStrip; ++b) {
-    const auto noise = std::min(mulRound(sigma[b], scale), kMostNoise);
+    const int32_t measured = mulRound(sigma[b], scale);
+    const int32_t noise = measured < kMostNoise ? measured : kMostNoise;
+    const int32_t none = noise == 0 ? 1 : 0;
     s->most[b] = static_cast<int16_t>((noise * 13) >> 1);
-    s->by[b] =
-        static_cast<int16_t>(static_cast<float>(kUnit << kShift) / static_cast<float>(std::max<int16_t>(noise, 1)));
-    s->low[b] = noise > 0 ? kLow : static_cast<int16_t>(-kRise);
+    s->by[b] = static_cast<int16_t>(
+        static_cast<int32_t>(static_cast<float>(kUnit << kShift) / static_cast<float>(noise + none)));
+    s->low[b] = static_cast<int16_t>(kLow - none * (kLow + kRise));
   }
 }
 
@@ -126,39 +128,37 @@ ALWAYS_INLINE void across(Strip* __restrict s, int32_t v, const int16_t* __restr
     s->phase[2][b] = row[4 * b + 2];
     s->phase[3][b] = row[4 * b + 3];
   }
-  int16_t(*__restrict block)[kStrip] = s->block[v];
   for (int32_t b = 0; b < kStrip; ++b) {
     const Eight f = forward({s->phase[0][b], s->phase[1][b], s->phase[2][b], s->phase[3][b], s->phase[0][b + 1],
                              s->phase[1][b + 1], s->phase[2][b + 1], s->phase[3][b + 1]});
-    block[0][b] = f.v0;
-    block[1][b] = f.v1;
-    block[2][b] = f.v2;
-    block[3][b] = f.v3;
-    block[4][b] = f.v4;
-    block[5][b] = f.v5;
-    block[6][b] = f.v6;
-    block[7][b] = f.v7;
+    s->block[v][0][b] = f.v0;
+    s->block[v][1][b] = f.v1;
+    s->block[v][2][b] = f.v2;
+    s->block[v][3][b] = f.v3;
+    s->block[v][4][b] = f.v4;
+    s->block[v][5][b] = f.v5;
+    s->block[v][6][b] = f.v6;
+    s->block[v][7][b] = f.v7;
   }
   const int16_t e0 = even[0], e1 = even[1], e2 = even[2], e3 = even[3], e4 = even[4], e5 = even[5], e6 = even[6],
                 e7 = even[7];
-  int16_t(*__restrict size)[kStrip] = s->size[v];
+  const int16_t known = v == 0 ? 0 : -1;  // the mean says nothing of what its neighbours are
   for (int32_t b = 0; b < kStrip; ++b) {
     const int16_t most = s->most[b], by = s->by[b];
-    const int16_t s1 = sizeOf(block[1][b], e1, most, by), s2 = sizeOf(block[2][b], e2, most, by);
-    const int16_t s3 = sizeOf(block[3][b], e3, most, by), s4 = sizeOf(block[4][b], e4, most, by);
-    const int16_t s5 = sizeOf(block[5][b], e5, most, by), s6 = sizeOf(block[6][b], e6, most, by);
-    const int16_t s7 = sizeOf(block[7][b], e7, most, by);
-    // The mean says nothing of what its neighbours are.
-    const int16_t s0 = v == 0 ? s1 : sizeOf(block[0][b], e0, most, by);
+    const int16_t s1 = sizeOf(s->block[v][1][b], e1, most, by), s2 = sizeOf(s->block[v][2][b], e2, most, by);
+    const int16_t s3 = sizeOf(s->block[v][3][b], e3, most, by), s4 = sizeOf(s->block[v][4][b], e4, most, by);
+    const int16_t s5 = sizeOf(s->block[v][5][b], e5, most, by), s6 = sizeOf(s->block[v][6][b], e6, most, by);
+    const int16_t s7 = sizeOf(s->block[v][7][b], e7, most, by);
+    const auto s0 = static_cast<int16_t>((sizeOf(s->block[v][0][b], e0, most, by) & known) | (s1 & ~known));
     const int16_t left = add(add(s0, s1), s2), middle = add(add(s2, s3), s4), right = add(add(s5, s6), s7);
-    size[0][b] = add(left, add(s0, s0));
-    size[1][b] = add(left, add(s0, s3));
-    size[2][b] = add(left, add(s3, s4));
-    size[3][b] = add(middle, add(s1, s5));
-    size[4][b] = add(middle, add(s5, s6));
-    size[5][b] = add(right, add(s3, s4));
-    size[6][b] = add(right, add(s4, s7));
-    size[7][b] = add(right, add(s7, s7));
+    s->size[v][0][b] = add(left, add(s0, s0));
+    s->size[v][1][b] = add(left, add(s0, s3));
+    s->size[v][2][b] = add(left, add(s3, s4));
+    s->size[v][3][b] = add(middle, add(s1, s5));
+    s->size[v][4][b] = add(middle, add(s5, s6));
+    s->size[v][5][b] = add(right, add(s3, s4));
+    s->size[v][6][b] = add(right, add(s4, s7));
+    s->size[v][7][b] = add(right, add(s7, s7));
   }
 }
 
@@ -167,36 +167,31 @@ ALWAYS_INLINE void shrinkRow(Strip* __restrict s, int32_t v, const int16_t* __re
                              bool first) {
   const int32_t v0 = std::max(v - 2, 0), v1 = std::max(v - 1, 0), v3 = std::min(v + 1, 7), v4 = std::min(v + 2, 7);
   for (int32_t u = 0; u < 8; ++u) {
-    const int16_t* __restrict a = s->size[v0][u];
-    const int16_t* __restrict b = s->size[v1][u];
-    const int16_t* __restrict c = s->size[v][u];
-    const int16_t* __restrict d = s->size[v3][u];
-    const int16_t* __restrict e = s->size[v4][u];
-    int16_t* __restrict sums = s->sums[u];
-    for (int32_t i = 0; i < kStrip; ++i) sums[i + 1] = add(add(add(a[i], b[i]), add(d[i], e[i])), c[i]);
-    sums[0] = first ? sums[1] : s->lastSums[v][u];
-    s->lastSums[v][u] = sums[kStrip];
-    sums[valid + 1] = sums[valid];
+    for (int32_t b = 0; b < kStrip; ++b) {
+      const int16_t outer = add(s->size[v0][u][b], s->size[v4][u][b]);
+      s->sums[b + 1] = add(add(outer, s->size[v][u][b]), add(s->size[v1][u][b], s->size[v3][u][b]));
+    }
+    s->sums[0] = first ? s->sums[1] : s->lastSums[v][u];
+    s->lastSums[v][u] = s->sums[kStrip];
+    s->sums[valid + 1] = s->sums[valid];
     if (u == 0 && v == 0) continue;  // means stay
     const int16_t g = gain[u];
-    int16_t* __restrict block = s->block[v][u];
-    for (int32_t i = 0; i < kStrip; ++i) {
-      const int16_t own = sums[i + 1];
-      const auto beside = static_cast<int16_t>((sums[i] >> 1) + (sums[i + 2] >> 1));
+    for (int32_t b = 0; b < kStrip; ++b) {
+      const int16_t own = s->sums[b + 1];
+      const auto beside = static_cast<int16_t>((s->sums[b] >> 1) + (s->sums[b + 2] >> 1));
       const int16_t size = add(own, mulRound(sub(beside, own), kBeside));
-      const auto over = std::clamp<int16_t>(sub(size, s->low[i]), 0, kRise);
-      const int16_t kept = mulRound(block[i], static_cast<int16_t>(over * kSteep));
-      block[i] = add(kept, mulRound(kept, g));
+      const auto over = std::min(std::max(sub(size, s->low[b]), int16_t{0}), kRise);
+      const int16_t kept = mulRound(s->block[v][u][b], static_cast<int16_t>(over * kSteep));
+      s->block[v][u][b] = add(kept, mulRound(kept, g));
     }
   }
 }
 
 // Row v back across.
 ALWAYS_INLINE void backAcross(Strip* __restrict s, int32_t v) {
-  const int16_t(*__restrict block)[kStrip] = s->block[v];
   for (int32_t b = 0; b < kStrip; ++b) {
-    const Eight x = inverse(
-        {block[0][b], block[1][b], block[2][b], block[3][b], block[4][b], block[5][b], block[6][b], block[7][b]});
+    const Eight x = inverse({s->block[v][0][b], s->block[v][1][b], s->block[v][2][b], s->block[v][3][b],
+                             s->block[v][4][b], s->block[v][5][b], s->block[v][6][b], s->block[v][7][b]});
     s->early[0][b] = mulRound(x.v0, kWindow[0]);
     s->early[1][b] = mulRound(x.v1, kWindow[1]);
     s->early[2][b] = mulRound(x.v2, kWindow[2]);
