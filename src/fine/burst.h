@@ -26,7 +26,7 @@ struct Settings {
   int32_t sorting;      // 0: in order of capture, none refused as blurred
   int32_t scaling;      // crop to what all frames share, scaled to the frame
   double strictness;    // against ghosts, 1 = usual, 0: everything is merged
-  double lumaStrength;  // threshold of luma denoising by sigma
+  double lumaStrength;  // of luma denoising, kStrengthOfOne = the limits of dct_shrink.h by the measured noise; 0: none
   double chromaStrength;
   double sharpen;          // share of what the warp takes that is given back
   int32_t saturation;      // Q10
@@ -36,9 +36,10 @@ struct Settings {
   double sharpnessCoring;
 };
 
+inline constexpr double kStrengthOfOne = 1.8;
 // What is chosen when a caller does not say.
 inline constexpr double kUsualLumaStrength = 1.8;
-inline constexpr double kUsualChromaStrength = 2.0;
+inline constexpr double kUsualChromaStrength = 1.45;
 
 struct FrameRecord {
   Image image;

@@ -37,8 +37,8 @@ void tapResponse(int32_t k, double* power, double* amplitude) {
   }
 }
 
-// Thresholds and gains by frequency. baseShare: typical share of the base; colour: noise of level kMapLevel by what
-// white noise would leave there, at least 1.
+// Noise and gains by frequency. baseShare: typical share of the base; colour: noise of level kMapLevel by what white
+// noise would leave there, at least 1.
 void fillTable(ShrinkTable* table, double strength, double sharpen, double baseShare, int32_t frames, double colour) {
   double power[8], amplitude[8];
   for (int32_t k = 0; k < 8; ++k) tapResponse(k, &power[k], &amplitude[k]);
@@ -53,17 +53,23 @@ void fillTable(ShrinkTable* table, double strength, double sharpen, double baseS
       mean += shape[v][u] / 64.0;
     }
   }
+  double noise[8][8];
+  double least = 1e9;
   for (int32_t v = 0; v < 8; ++v) {
     for (int32_t u = 0; u < 8; ++u) {
-      const double noise = (baseShare * baseShare + others * power[u] * power[v]) / whole * shape[v][u] / mean;
-      table->threshold[v][u] = static_cast<int16_t>(clampInt(truncToInt32(2048.0 * strength * root(noise)), 0, 32767));
+      noise[v][u] = root((baseShare * baseShare + others * power[u] * power[v]) / whole * shape[v][u] / mean);
+      if (u + v > 0) least = std::min(least, noise[v][u]);
+    }
+  }
+  table->noise = static_cast<int16_t>(clampInt(truncToInt32(2048.0 * strength * least), 0, 32767));
+  for (int32_t v = 0; v < 8; ++v) {
+    for (int32_t u = 0; u < 8; ++u) {
+      table->even[v][u] = static_cast<int16_t>(clampInt(truncToInt32(32768.0 * least / noise[v][u]), 0, 32767));
       const double kept = baseShare + (1.0 - baseShare) * amplitude[u] * amplitude[v];
       const double gain = sharpen * (1.0 / (kept < 0.5 ? 0.5 : kept) - 1.0);
       table->gain[v][u] = static_cast<int16_t>(clampInt(truncToInt32(32768.0 * gain), 0, 32767));
     }
   }
-  table->threshold[0][0] = 0;
-  table->gain[0][0] = 0;
 }
 
 void fillFusion(Fusion* fusion, const Burst& burst) {
@@ -86,7 +92,7 @@ void fillFusion(Fusion* fusion, const Burst& burst) {
     f.shares = k == 0 ? nullptr : &frame.shares;
     f.drift = frame.drift;
   }
-  // Where much noise is left, thresholds take from strong edges, too: a little less of them, and more given back.
+  // Where much noise is left, the transform takes from strong edges, too: a little less of it, and more given back.
   const double left = burst.noise.level[0] / root(fusion->count);
   const double much = std::clamp((left - 3.2) / 1.6, 0.0, 1.0);
   const double strengths[3] = {burst.settings.lumaStrength * (1.0 - much / 6.0), burst.settings.chromaStrength,
@@ -99,7 +105,8 @@ void fillFusion(Fusion* fusion, const Burst& burst) {
     }
     const double sharpen = c == 0 ? burst.settings.sharpen * (1.0 + much / 2.0) : 0.0;
     shrink.on = strengths[c] > 0.0 || (sharpen > 0.0 && fusion->count > 1);
-    fillTable(&shrink.table, strengths[c], sharpen, 1.0 / fusion->count, fusion->count, noiseColour(burst.noise, c));
+    fillTable(&shrink.table, strengths[c] / kStrengthOfOne, sharpen, 1.0 / fusion->count, fusion->count,
+              noiseColour(burst.noise, c));
   }
 }
 

@@ -75,7 +75,8 @@ class Scene {
     for (FusionShrink& shrink : fusion_.shrink) {
       shrink.on = true;
       for (uint16_t& v : shrink.byLuma) v = static_cast<uint16_t>(128 * sigma);
-      for (int32_t i = 1; i < 64; ++i) shrink.table.threshold[i / 8][i % 8] = static_cast<int16_t>(2048 * strength);
+      shrink.table.noise = static_cast<int16_t>(2048 * strength);
+      std::fill_n(shrink.table.even[0], 64, int16_t{32767});
     }
   }
   std::unique_ptr<TestImage> fused(Pel* pel = nullptr, uint32_t seed = 9) {
