@@ -15,18 +15,18 @@ namespace {
 // How many requests that are alike are refused, and every how many-th of all.
 constexpr int kAlike = kSanitized ? 1 : 2;
 constexpr int64_t kStride = kSanitized ? 7 : 1;
-constexpr int32_t kFrames = 2;
 
 struct Road {
   std::string format;
   int32_t threads;
   uint32_t autoScaling;
   int32_t fine = 0;
+  int32_t frames = 2;
 };
 
 std::string nameOf(const Road& road) {
   return road.format + "_" + std::to_string(road.threads) + "threads" + (road.autoScaling != 0 ? "_scaled" : "") +
-         (road.fine != 0 ? "_fine" : "");
+         (road.fine != 0 ? "_fine" : "") + (road.frames > 2 ? "_" + std::to_string(road.frames) + "frames" : "");
 }
 void PrintTo(const Road& road, std::ostream* out) {
   *out << nameOf(road);
@@ -41,12 +41,12 @@ struct Outcome {
 
 class Refusal : public testing::TestWithParam<Road> {
  protected:
-  Refusal() : burst_(makeBurst(GetParam().format, 640, 480, kFrames)) {}
+  Refusal() : burst_(makeBurst(GetParam().format, 640, 480, GetParam().frames)) {}
 
   // One burst and a reset with requests refused, then a reset and a burst with everything served.
   Outcome run(ArenaRequests::Refusal refusal, int64_t n) const {
     const Road& road = GetParam();
-    Instance handle(640, 480, kFrames, road.format);
+    Instance handle(640, 480, road.frames, road.format);
     highestSettings(handle);
     EXPECT_EQ(zelvan_Tessaline4_setAutoScaling(handle, road.autoScaling), kOk);
     EXPECT_EQ(zelvan_Tessaline4_setCoreSetting(handle, road.threads, 0), kOk);
@@ -116,8 +116,8 @@ TEST_P(Refusal, IsToldOrChangesNothing) {
 
 INSTANTIATE_TEST_SUITE_P(Roads, Refusal,
                          testing::Values(Road{kUv, 0, 0}, Road{kUv, 0, 1}, Road{kUv, 2, 0}, Road{kUv, 2, 1},
-                                         Road{kVu, 2, 0}, Road{kPlanar, 2, 1}, Road{kPacked, 0, 1}, Road{kUv, 0, 1, 1},
-                                         Road{kPlanar, 2, 0, 1}),
+                                         Road{kVu, 2, 0, 0, 5}, Road{kPlanar, 2, 1}, Road{kPacked, 0, 1},
+                                         Road{kUv, 0, 1, 1}, Road{kPlanar, 2, 0, 1}),
                          [](const testing::TestParamInfo<Road>& info) { return nameOf(info.param); });
 
 }  // namespace
