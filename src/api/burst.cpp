@@ -8,17 +8,23 @@
 namespace {
 
 constexpr int32_t kPoolThreads = 64;
-constexpr int32_t kPoolBands = 64;
+constexpr int32_t kPoolCapacity = 64;
 constexpr uint32_t kClosed = TESSAL4_DONE | TESSAL4_STOPPED;  // no more frames, and no merge
 
 Status flagsStatus(const zelvan_Tessaline4* handle, uint32_t mask, uint32_t wanted) {
   return (handle->pointer->stateFlags & mask) == wanted ? ZELVAN_OK : ZELVAN_ERROR_STATE;
 }
 
-// Both pools, by the core setting. They are one crew: forked bands go to the workers of the Pel, so that the threads of
-// one do not look out for work on the processors that the other needs. Only where there are more workers than a Pel can
-// have, the executor has threads of its own. A crew that cannot be had is no error: its work then runs in the caller.
+// Both pools, by the core setting. A pool that cannot be had is no error: its work then runs in the caller.
 void startPools(Tessal4Handle* self) {
+  ParallelExecutor* executor = &self->executor;
+  executor->threadCount = self->coreCount;
+  executor->callerWorks = 0;
+  executor->pin = self->corePin;
+  executor->processorMask = self->coreMask;
+  const bool forks = ParallelExecutor_init(executor, kPoolThreads, kPoolCapacity) == ZELVAN_OK;
+  Tessal4_setParallelExecutor(&self->engine, forks ? executor : nullptr);
+
   Pel* pel = &self->pel;
   constexpr int32_t kMostWorkers = kPelThreads + 1;  // the caller is one of them
   int32_t workers = self->coreCount;
@@ -27,18 +33,6 @@ void startPools(Tessal4Handle* self) {
   pel->requested.affinityMask = self->coreMask;
   pel->requested.pinWorkers = 1;
   self->engine.pel = Pel_init(pel) == ZELVAN_OK ? pel : nullptr;
-
-  ParallelExecutor* executor = &self->executor;
-  const bool bridged = workers <= kMostWorkers;
-  executor->threadCount = self->coreCount;
-  executor->callerWorks = 0;
-  executor->pin = self->corePin;
-  executor->processorMask = self->coreMask;
-  executor->pel = bridged ? pel : nullptr;
-  const int32_t capacity = bridged ? kPoolBands / 2 : kPoolBands;  // a bridge has two places for each task
-  const bool forks =
-      self->engine.pel != nullptr && ParallelExecutor_init(executor, kPoolThreads, capacity) == ZELVAN_OK;
-  Tessal4_setParallelExecutor(&self->engine, forks ? executor : nullptr);
 }
 
 Status initEngine(Tessal4Handle* self) {

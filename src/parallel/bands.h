@@ -8,9 +8,8 @@
 //
 // The bands lie on one pile, from which everybody takes the next one: a task for each worker, and no task for a band.
 // The caller is one of the workers where threads are not pinned, so that a pool of one thread hands nothing over, and
-// takes back the tasks that no thread has begun when the pile is empty. In the bridge form the bands are the indices of
-// one kernel of the Pel, which divides them itself, and no task is made at all. make is called by whoever takes the
-// band, so it only reads. Bands run in any order, each of them once.
+// takes back the tasks that no thread has begun when the pile is empty. make is called by whoever takes the band, so it
+// only reads. Bands run in any order, each of them once.
 //
 // When the executor takes no task (for want of memory, after a shutdown) the caller runs what is there to run, as it
 // runs all with one band or no executor: what the bands make is the same. The result is the OR of the bodies' results,
@@ -23,7 +22,6 @@
 #include "base/atomic.h"
 #include "base/integer.h"
 #include "parallel/parallel_executor.h"
-#include "parallel/pel_kernel.h"
 
 // First row of band i of n: ceil(i x height / n), kept within 0 to height.
 constexpr int32_t bandStart(int32_t i, int32_t n, int32_t height) {
@@ -38,8 +36,7 @@ struct Pile {
   const Make* make;
   const ParallelExecutor* executor;  // at whose shutdown everybody stops; null: nobody does
   int32_t n;
-  int32_t next;   // atomic
-  Status status;  // atomic; of the bands that a Pel ran
+  int32_t next;  // atomic
 
   Status run() {
     Status status = ZELVAN_OK;
@@ -54,23 +51,7 @@ struct Pile {
     }
   }
 
-  // With nobody else, and whatever the executor is told meanwhile.
-  Status runAll() {
-    executor = nullptr;
-    return run();
-  }
-
   static Status task(void* block) { return (*static_cast<Pile**>(block))->run(); }
-
-  static Status index(Pile* pile, int32_t i, const PelContext*) {
-    Status result = ZELVAN_STATUS_CANCELLED;
-    if (!ParallelExecutor_isShutDown(pile->executor)) {
-      Band band = (*pile->make)(i);
-      result = Body(&band);
-    }
-    if (result != ZELVAN_OK) atomicFetchOr(&pile->status, result);
-    return ZELVAN_OK;
-  }
 };
 
 }  // namespace bands_detail
@@ -78,26 +59,19 @@ struct Pile {
 template <typename Band, Status (*Body)(Band*), typename Make>
 Status forkBands(ParallelExecutor* executor, int32_t n, const Make& make) {
   using Pile = bands_detail::Pile<Band, Body, Make>;
-  Pile pile = {&make, executor, n, 0, ZELVAN_OK};
+  Pile pile = {&make, executor, n, 0};
   Pile* const block = &pile;
   const int32_t workers = n > 1 ? std::min(ParallelExecutor_getNumberOfWorkers(executor), n) : 0;
-  if (Pel* const pel = ParallelExecutor_getPel(executor); pel != nullptr) {
-    static constexpr PelKernel kKernel = pelIndexed<Pile, Pile::index>();
-    uint32_t event = 0;
-    if (workers > 1 && !ParallelExecutor_isShutDown(executor)) {
-      Pel_enqueueKernel(pel, &kKernel, block, n, 0, nullptr, &event);
-    }
-    if (event == 0) return pile.runAll();
-    const Status status = Pel_releaseEvent(pel, event);
-    return status | waitToEnd(pel, event) | atomicLoad(&pile.status);
-  }
   const bool callerTakesPart = workers < 1 || executor == nullptr || ParallelExecutor_runsAnywhere(executor);
   const int32_t wanted = workers - (callerTakesPart ? 1 : 0);
   int32_t tasks = 0;
   for (int32_t i = 0; i < wanted; ++i) {
     if (ParallelExecutor_fork(executor, Pile::task, &block, sizeof(block)) == ZELVAN_OK) ++tasks;
   }
-  if (tasks == 0) return pile.runAll();
+  if (tasks == 0) {
+    pile.executor = nullptr;
+    return pile.run();
+  }
   const Status status = callerTakesPart || tasks < wanted ? pile.run() : ZELVAN_OK;
   return status | (callerTakesPart ? ParallelExecutor_joinWorking(executor) : ParallelExecutor_join(executor));
 }

@@ -359,10 +359,6 @@ bool ParallelExecutor_isShutDown(const ParallelExecutor* executor) {
   return executor != nullptr && atomicLoad(&executor->shutdown) != 0;
 }
 
-Pel* ParallelExecutor_getPel(const ParallelExecutor* executor) {
-  return executor != nullptr && executor->bridge != nullptr ? executor->bridge->pel : nullptr;
-}
-
 Status ParallelExecutor_getRefusal(const ParallelExecutor* executor) {
   if (executor == nullptr) return ZELVAN_OK;
   if (ParallelExecutor_isShutDown(executor)) return ZELVAN_STATUS_CANCELLED;

@@ -161,8 +161,6 @@ int32_t ParallelExecutor_getNumberOfWorkers(ParallelExecutor* executor);
 // Whether its threads run on any processor, so that the caller can stand in for one of them.
 bool ParallelExecutor_runsAnywhere(const ParallelExecutor* executor);
 bool ParallelExecutor_isShutDown(const ParallelExecutor* executor);
-// The Pel of the bridge form, else null.
-Pel* ParallelExecutor_getPel(const ParallelExecutor* executor);
 
 // The status with which a fork is refused before a successful init and after a shutdown, else ZELVAN_OK.
 Status ParallelExecutor_getRefusal(const ParallelExecutor* executor);
