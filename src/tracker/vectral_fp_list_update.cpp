@@ -10,7 +10,8 @@ namespace {
 
 constexpr int32_t kBorder = 3 << 15;  // a window reaches 3 pixels from its centre
 constexpr int32_t kMaxSlices = 16;
-constexpr int32_t kMinForked = 17;  // a search takes some microseconds, as a fork does
+constexpr int32_t kMinForked = 65;
+constexpr int32_t kMinForkedWithLens = 33;
 constexpr int32_t kWindowSide = 7;
 
 struct Position {
@@ -102,8 +103,8 @@ Status VectralFPList_updatePos(VectralFPList* list, const Image* image, const Mv
                                ParallelExecutor* executor) {
   if (list == nullptr || image == nullptr || motion == nullptr || ranges == nullptr) return ZELVAN_ERROR_PARAM;
   const UpdateJob job = {list, image, motion, ranges};
-  const int32_t n =
-      list->count >= kMinForked ? clampInt(ParallelExecutor_getNumberOfBands(executor), 1, kMaxSlices) : 1;
+  const int32_t minForked = list->lensContext == nullptr ? kMinForked : kMinForkedWithLens;
+  const int32_t n = list->count >= minForked ? clampInt(ParallelExecutor_getNumberOfBands(executor), 1, kMaxSlices) : 1;
   return forkBands<UpdateSlice, updateSlice>(executor, n, [&](int32_t k) {
     return UpdateSlice{&job, list->count * k / n, list->count * (k + 1) / n};
   });
