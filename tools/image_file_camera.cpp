@@ -101,8 +101,7 @@ class CameraRawDecoder : public ImageDecoder {
   // What the JPEG tells stands, if it tells when it was taken. Otherwise the raw file speaks for it; it is not turned
   // unless the JPEG has been turned already.
   void completeExif(ByteView file, const libraw_data_t& raw) {
-    const std::vector<uint8_t> own = std::move(metadata_.exif);
-    metadata_.exif = own;
+    const std::vector<uint8_t> own = metadata_.exif;
     if (exifShot(own).time) return;
     static constexpr std::array kOrientationOfFlip = {1, 2, 4, 3, 5, 8, 6, 7};
     int32_t orientation = kOrientationOfFlip[static_cast<size_t>(raw.sizes.flip) & 7];

@@ -372,7 +372,8 @@ Status shareOut(Burst* burst) {
   const ScopedBlock<float> planes(burst->env, 6 * static_cast<size_t>(map.width) * static_cast<size_t>(map.height));
   if (!planes) return ZELVAN_ERROR_NOMEM;
   WeightBase weightBase;
-  prepareWeights(&weightBase, planes.data(), burst->pel, map, burst->mapColour, burst->noise);
+  status = prepareWeights(&weightBase, planes.data(), burst->pel, map, burst->mapColour, burst->noise);
+  if (status != ZELVAN_OK) return status;
   WeightJob job = {burst, &weightBase, {}};
   static constexpr PelKernel kKernel = pelIndexed<WeightJob, weighOne>();
   status = executeToEnd(burst->pel, &kKernel, &job, burst->ranked);
@@ -393,8 +394,7 @@ Status shareOut(Burst* burst) {
     ++count;
   }
   burst->merged = count + 1;
-  normaliseShares(burst->pel, shares, &burst->left, weights, strengths, count);
-  return ZELVAN_OK;
+  return normaliseShares(burst->pel, shares, &burst->left, weights, strengths, count);
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ namespace fine {
 namespace {
 
 constexpr int32_t kHalo = 4;  // rows of a block beyond a band
-constexpr int32_t kWindow = kBandRows + 2 * kHalo;
+constexpr int32_t kHeld = kBandRows + 2 * kHalo;
 static_assert(kBandRows % 8 == 0);
 // Strips a worker: what one is later than the others is short beside the whole.
 constexpr int32_t kStripsByWorker = 3;
@@ -21,7 +21,7 @@ constexpr int32_t kLeastStripRows = 64;
 
 // Scratch of one worker.
 struct Worker {
-  int16_t* band;     // merged rows, padded: kWindow x stride; chroma keeps its two planes of half as many in it
+  int16_t* band;     // merged rows, padded: kHeld x stride; chroma keeps its two planes of half as many in it
   int16_t* result;   // rows of blocks are added up here, as many
   int16_t* sum;      // a row on its way into the band
   int16_t* base;     // a row of the base
@@ -42,7 +42,7 @@ Layout layoutOf(int32_t width) {
   Layout layout;
   layout.stride = dctStride(width);
   layout.row = static_cast<size_t>(layout.stride) + kDctSlack;
-  layout.band = static_cast<size_t>(kWindow) * static_cast<size_t>(layout.stride + 32);
+  layout.band = static_cast<size_t>(kHeld) * static_cast<size_t>(layout.stride + 32);
   layout.perWorker = 2 * layout.band + 6 * layout.row;
   return layout;
 }
@@ -186,25 +186,25 @@ struct SlidingBand {
 
 // Takes what the band before shares with the one that follows it; 2 kHalo merged rows, and kHalo rows of sums that one
 // row of blocks is still to be added to.
-void moveOn(SlidingBand* w, int32_t rows) {
-  const auto bytes = [&](ptrdiff_t n) { return static_cast<size_t>(n * w->stride) * sizeof(int16_t); };
-  if (w->rows > 0) {
-    std::memmove(w->band, w->band + w->rows * w->stride, bytes(2 * kHalo));
-    std::memmove(w->result + kHalo * w->stride, w->result + (w->rows + kHalo) * w->stride, bytes(kHalo));
+void moveOn(SlidingBand* band, int32_t rows) {
+  const auto bytes = [&](ptrdiff_t n) { return static_cast<size_t>(n * band->stride) * sizeof(int16_t); };
+  if (band->rows > 0) {
+    std::memmove(band->band, band->band + band->rows * band->stride, bytes(2 * kHalo));
+    std::memmove(band->result + kHalo * band->stride, band->result + (band->rows + kHalo) * band->stride, bytes(kHalo));
   }
-  const int32_t kept = w->rows > 0 ? 2 * kHalo : 0;
-  std::memset(w->result + kept * w->stride, 0, bytes(rows + 2 * kHalo - kept));
+  const int32_t kept = band->rows > 0 ? 2 * kHalo : 0;
+  std::memset(band->result + kept * band->stride, 0, bytes(rows + 2 * kHalo - kept));
 }
 
 // The blocks of a band of so many rows, after which the sums of its own rows are whole.
-void shrinkBand(SlidingBand* window, const Fusion& f, const FusionShrink& shrink, const uint8_t* roots, int16_t* sigma,
+void shrinkBand(SlidingBand* band, const Fusion& f, const FusionShrink& shrink, const uint8_t* roots, int16_t* sigma,
                 int32_t y0, int32_t rows, int32_t width, int32_t cell) {
   const int32_t blocks = dctStride(width) / 4 - 1;
-  for (int32_t j = window->rows > 0 ? kHalo : 0; j <= rows; j += kHalo) {
+  for (int32_t j = band->rows > 0 ? kHalo : 0; j <= rows; j += kHalo) {
     sigmaRow(sigma, f, shrink, roots, y0 - kHalo + j, cell, blocks);
-    shrinkBlocks(window->result + j * window->stride, window->band + j * window->stride, sigma, shrink.table, width);
+    shrinkBlocks(band->result + j * band->stride, band->band + j * band->stride, sigma, shrink.table, width);
   }
-  window->rows = rows;
+  band->rows = rows;
 }
 
 struct FuseJob {
@@ -230,12 +230,12 @@ void lumaStrip(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
     return;
   }
   const int32_t stride = dctStride(width);
-  SlidingBand window = {w->band, w->result, stride, 0};
+  SlidingBand band = {w->band, w->result, stride, 0};
   for (int32_t top = y0; top < y1; top += kBandRows) {
     const int32_t bottom = std::min(top + kBandRows, y1);
     const int32_t rows = (bottom - top + 3) & ~3;
-    moveOn(&window, rows);
-    for (int32_t j = window.rows > 0 ? 2 * kHalo : 0; j < rows + 2 * kHalo; ++j) {
+    moveOn(&band, rows);
+    for (int32_t j = band.rows > 0 ? 2 * kHalo : 0; j < rows + 2 * kHalo; ++j) {
       int16_t* row = w->band + static_cast<ptrdiff_t>(j) * stride;
       const int32_t y = top - kHalo + j;
       if (y >= height) {  // the last row again
@@ -246,7 +246,7 @@ void lumaStrip(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
       kNarrow(row + kDctPad, w->sum, width, half8(y));
       padRow(row, width, stride);
     }
-    shrinkBand(&window, f, shrink, job.roots, w->sigma, top, rows, width, 4);
+    shrinkBand(&band, f, shrink, job.roots, w->sigma, top, rows, width, 4);
     for (int32_t y = top; y < bottom; ++y) {
       kStoreFrom8(imageRow(job.output, y), w->result + static_cast<ptrdiff_t>(y - top + kHalo) * stride + kDctPad,
                   width, half8(y));
@@ -280,12 +280,12 @@ void chromaStrip(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
   constexpr int32_t kRows = kBandRows / 2;
   const int32_t stride = dctStride(width);
   const ptrdiff_t plane = static_cast<ptrdiff_t>(kRows + 2 * kHalo) * stride;
-  SlidingBand windows[2] = {{w->band, w->result, stride, 0}, {w->band + plane, w->result + plane, stride, 0}};
+  SlidingBand bands[2] = {{w->band, w->result, stride, 0}, {w->band + plane, w->result + plane, stride, 0}};
   for (int32_t top = y0; top < y1; top += kRows) {
     const int32_t bottom = std::min(top + kRows, y1);
     const int32_t rows = (bottom - top + 3) & ~3;
-    for (SlidingBand& window : windows) moveOn(&window, rows);
-    for (int32_t j = windows[0].rows > 0 ? 2 * kHalo : 0; j < rows + 2 * kHalo; ++j) {
+    for (SlidingBand& band : bands) moveOn(&band, rows);
+    for (int32_t j = bands[0].rows > 0 ? 2 * kHalo : 0; j < rows + 2 * kHalo; ++j) {
       int16_t* row = w->band + static_cast<ptrdiff_t>(j) * stride;
       const int32_t y = top - kHalo + j;
       if (y >= height) {
@@ -299,7 +299,7 @@ void chromaStrip(const FuseJob& job, Worker* w, int32_t y0, int32_t y1) {
       padRow(row + plane, width, stride);
     }
     for (int32_t c = 0; c < 2; ++c) {
-      shrinkBand(&windows[c], f, f.shrink[1 + c], job.roots, w->sigma, top, rows, width, 2);
+      shrinkBand(&bands[c], f, f.shrink[1 + c], job.roots, w->sigma, top, rows, width, 2);
     }
     for (int32_t y = top; y < bottom; ++y) {
       const int16_t* from = w->result + static_cast<ptrdiff_t>(y - top + kHalo) * stride + kDctPad;
@@ -340,9 +340,9 @@ void shareRows(const ShareJob& job, int32_t begin, int32_t end) {
 
 }  // namespace
 
-void normaliseShares(Pel* pel, Image* const* shares, Image* left, const Image* const* weights, const int32_t* strengths,
-                     int32_t count) {
-  executeRows<ShareJob, shareRows>(pel, {shares, left, weights, strengths, count}, left->height);
+Status normaliseShares(Pel* pel, Image* const* shares, Image* left, const Image* const* weights,
+                       const int32_t* strengths, int32_t count) {
+  return executeRows<ShareJob, shareRows>(pel, {shares, left, weights, strengths, count}, left->height);
 }
 
 Status fuse(const Fusion& fusion, Image* output) {

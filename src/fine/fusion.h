@@ -47,8 +47,8 @@ struct Fusion {
 };
 
 // weights: one "UINT8" map a frame after the base, strengths: what each counts, Q8. Fills the shares and left.
-void normaliseShares(Pel* pel, Image* const* shares, Image* left, const Image* const* weights, const int32_t* strengths,
-                     int32_t count);
+Status normaliseShares(Pel* pel, Image* const* shares, Image* left, const Image* const* weights,
+                       const int32_t* strengths, int32_t count);
 
 // output: semi-planar, of the result's size; odd edges of chroma repeat the last pair. ZELVAN_ERROR_NOMEM.
 Status fuse(const Fusion& fusion, Image* output);

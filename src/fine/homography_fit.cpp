@@ -52,8 +52,8 @@ void solveUpper(const double l[kUnknowns][kUnknowns], double* x) {
   }
 }
 
-// What a match adds: p are its derivatives, weighed and in pixels, g its gradient. Both triangles, since whole rows
-// become vectors; the lower one counts.
+// What a match adds: its derivatives b, and p, which are weighed and in pixels. Both triangles of the sums are made,
+// since whole rows become vectors; the lower ones count.
 struct Addend {
   alignas(64) double bx[kUnknowns], by[kUnknowns];
   alignas(64) double px[kUnknowns], py[kUnknowns];

@@ -21,7 +21,8 @@ int32_t fixed(double energy) {
   return v <= 0.0 ? 0 : v >= 2147483647.0 ? INT32_MAX : truncToInt32(v);
 }
 
-// Sums down the columns of a row of windows, so that vectors need no sum across.
+// Sums down the columns of a row of windows, so that vectors need no sum across. A side is below 100: pictures have at
+// most 2^27 pixels.
 struct Columns {
   static constexpr int32_t kMost = 256;
   int32_t count;

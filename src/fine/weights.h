@@ -1,9 +1,8 @@
 // What a frame may add to each pixel of the base: maps at level kMapLevel.
 //
-// A frame is laid over the base there, and its brightness brought to the base's by a line fitted to what both show
-// (robustly: Huber's weights, over means of 4x4 pixels; noise of the abscissa is taken out, Fuller, "Measurement Error
-// Models", 1987). Two tests over 5x5 pixels judge the differences d of luma and chroma, e being the variance that noise
-// and the steepness of the picture let expect:
+// A frame is laid over the base there, and its brightness brought to the base's (fine/drift.h). Two tests over 5x5
+// pixels judge the differences d of luma and chroma, e being the variance that noise and the steepness of the picture
+// let expect:
 //   mean of d^2 / e, of all channels: about 1 where both show the same; from kNear to kFar the weight falls to nothing;
 //   (sum of d / e)^2 / (coherence x sum of 1 / e), the worst channel: about 1 likewise, and large for what is fainter
 //   than the noise of a pixel but leans to one side; from kLeaning to kLeaningFar.
@@ -17,15 +16,10 @@
 #ifndef ZVT4_FINE_WEIGHTS_H_
 #define ZVT4_FINE_WEIGHTS_H_
 
+#include "fine/drift.h"
 #include "fine/noise.h"
 
 namespace fine {
-
-// Sample s of a frame, 64 (byte - 128), becomes s + (s gain >> 15) + offset; per channel: luma, chroma bytes 0, 1.
-struct Drift {
-  int16_t gain[3];
-  int16_t offset[3];
-};
 
 // What is the same for all frames: the result's grid at level kMapLevel as the base shows it, and 1 / expected variance
 // of a difference in luma and the two chroma bytes there.
@@ -39,8 +33,8 @@ struct WeightBase {
 };
 
 // planes: room for 6 x the pixels of the map.
-void prepareWeights(WeightBase* base, float* planes, Pel* pel, const Image& luma, const Image& colour,
-                    const Noise& noise);
+Status prepareWeights(WeightBase* base, float* planes, Pel* pel, const Image& luma, const Image& colour,
+                      const Noise& noise);
 
 struct WeightInput {
   const WeightBase* base;

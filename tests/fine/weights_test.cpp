@@ -27,7 +27,9 @@ Weighed weigh(const FrameOptions& base, const FrameOptions& other, Pel* pel = nu
   }
   std::vector<float> planes(6u * kMapWidth * kMapHeight);
   fine::WeightBase prepared;
-  fine::prepareWeights(&prepared, planes.data(), pel, a.pyramid.level[fine::kMapLevel], a.pyramid.colour, noise);
+  EXPECT_EQ(
+      fine::prepareWeights(&prepared, planes.data(), pel, a.pyramid.level[fine::kMapLevel], a.pyramid.colour, noise),
+      ZELVAN_OK);
   const TestMeshes meshes(-other.dx);
   TestImage map(kMapWidth, kMapHeight, IMAGE_UINT8, 1, 0);
   Weighed out;
